@@ -1,0 +1,78 @@
+#include "host/host.h"
+
+#include <cstdio>
+
+#include "host/painter/paintsystem.h"
+#include "host/scene/primitives.h"
+#include "host/scene/triobject.h"
+
+namespace {
+
+Interface* inForce = nullptr;
+
+}  // namespace
+
+int GetTicksPerFrame() { return 160; }
+
+void GetMasterUnitInfo(int* type, float* scale) {
+  *type = GetCOREInterface()->MasterUnitType();
+  *scale = GetCOREInterface()->MasterUnitScale();
+}
+
+Interface* GetCOREInterface() { return inForce; }
+
+Interface::Interface() : scene_(new Scene), views_(this) {}
+
+Interface::~Interface() = default;
+
+void Interface::SetTime(TimeValue t, bool redraw) {
+  time_ = t;
+  if (redraw) RedrawViews(t);
+}
+
+void Interface::DeleteNode(INode* node, bool redraw, bool) { DeleteNodes({&node, 1}, redraw); }
+
+void Interface::DeleteNodes(std::span<INode* const> nodes, bool redraw) {
+  if (scene_->DeleteNodes(nodes) > 0 && redraw) RedrawViews(time_);
+}
+
+void Interface::PrintToListener(const WStr& text) {
+  if (listener_) {
+    listener_(text);
+  } else {
+    std::fputs(ToUtf8(text).c_str(), stderr);
+  }
+}
+
+void Interface::SetMasterUnit(UnitType type, float scale) {
+  unitType_ = type;
+  unitScale_ = scale;
+}
+
+namespace host {
+
+Host::Host() : before_(inForce) {
+  core_ = std::make_unique<CoreSession>();
+  services_ = std::make_unique<Interface>();
+  inForce = services_.get();
+  RegisterMaterialClasses(core_->classes);
+  RegisterMeshClasses(core_->classes);
+  RegisterPrimitiveClasses(core_->classes);
+  RegisterPaintSystem(core_->classes);
+}
+
+Host::~Host() {
+  // Objects say goodbye to the services in their destructors, so the scene goes first.
+  core_->hold.Clear();
+  // Nodes may refer to one another through the blocks of their objects: a ring of them would keep
+  // itself alive, so each node lets go of its own first.
+  std::vector<Pin<INode>> nodes;
+  for (INode* n : GetScene().AllNodes()) nodes.emplace_back(n);
+  for (const Pin<INode>& n : nodes) n->DeleteAllRefsFromMe();
+  nodes.clear();
+  GetScene().DeleteAllRefsFromMe();
+  services_.reset();
+  inForce = before_;
+}
+
+}  // namespace host

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "host/io/tinygltf.h"
+
+namespace host {
+
+/// A glTF with what an import looks at: everything has its right type, and the buffers have at
+/// least their stated length. Indices may still point anywhere.
+struct GltfModel {
+  tinygltf::Model model;
+  std::vector<std::string> warnings;
+};
+
+/// Takes GLB or JSON. Throws ImportFault for what isn't glTF 2, for required extensions that are
+/// unknown here, and for buffers that are missing, short, or outside `folder` (empty: none there).
+GltfModel LoadGltf(std::span<const std::byte> bytes, const std::string& folder);
+
+}  // namespace host

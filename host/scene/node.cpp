@@ -1,0 +1,233 @@
+#include "host/scene/node.h"
+
+#include <algorithm>
+
+#include "host/core/notify.h"
+#include "host/core/session.h"
+
+INode::~INode() {
+  if (host::CoreSession* session = host::CoreSession::InForceOrNull())
+    session->notifications.Broadcast({NOTIFY_NODE_DESTROYED, 0, this});
+  INode::DeleteAllRefsFromMe();
+}
+
+void INode::SetName(const WStr& name) {
+  RecordValue(this, &name_);
+  name_ = name;
+  Changed();
+}
+
+Matrix3 INode::GetNodeTM(TimeValue t) const {
+  if (!parent_ || parent_->isRoot_) return local_;
+  return local_ * parent_->GetNodeTM(t);
+}
+
+void INode::SetNodeTM(TimeValue t, const Matrix3& tm) {
+  RecordValue(this, &local_);
+  local_ = !parent_ || parent_->isRoot_ ? tm : tm * Inverse(parent_->GetNodeTM(t));
+  Changed();
+}
+
+Matrix3 INode::GetObjectTM(TimeValue t) const {
+  const Matrix3 node = GetNodeTM(t);
+  return offset_.IsIdentity() ? node : offset_ * node;
+}
+
+void INode::SetObjectOffset(const Matrix3& offset) {
+  RecordValue(this, &offset_);
+  offset_ = offset;
+  Changed();
+}
+
+void INode::SetObjOffsetPos(const Point3& p) {
+  Matrix3 offset = offset_;
+  offset.SetTrans(p);
+  SetObjectOffset(offset);
+}
+
+std::vector<INode::ChildPlace> INode::ChildPlaces(TimeValue t) const {
+  std::vector<ChildPlace> places;
+  for (INode* c : children_) places.push_back({Pin<INode>(c), c->GetNodeTM(t)});
+  return places;
+}
+
+void INode::MoveChildrenBack(TimeValue t, const std::vector<ChildPlace>& before) {
+  for (const ChildPlace& p : before)
+    if (p.child->parent_ == this) p.child->SetNodeTM(t, p.world);  // a handler may take one away
+}
+
+// The object keeps its world matrix, so the offset takes up what the pivot moved. A node matrix
+// that flattens space has no such offset, and its pivot stays.
+void INode::SetPivot(TimeValue t, const Matrix3& pivot) {
+  if (!pivot.IsInvertible()) return;
+  const std::vector<ChildPlace> children = ChildPlaces(t);
+  const Matrix3 node = GetNodeTM(t);
+  Matrix3 offset = offset_;
+  const bool onlyMoved = node.GetRow(0) == pivot.GetRow(0) && node.GetRow(1) == pivot.GetRow(1) &&
+                         node.GetRow(2) == pivot.GetRow(2);
+  if (onlyMoved) {
+    const Point3 moved = pivot.GetTrans() - node.GetTrans();
+    offset.SetTrans(offset.GetTrans() - VectorTransform(moved, Inverse(pivot)));
+  } else {
+    offset = GetObjectTM(t) * Inverse(pivot);
+  }
+  RecordValue(this, &local_);
+  RecordValue(this, &offset_);
+  local_ = !parent_ || parent_->isRoot_ ? pivot : pivot * Inverse(parent_->GetNodeTM(t));
+  offset_ = offset;
+  MoveChildrenBack(t, children);
+  Changed();
+}
+
+void INode::CenterPivot(TimeValue t, bool moveObject) {
+  Box3 box;
+  if (object_) object_->GetWorldBoundBox(t, this, nullptr, box);
+  if (box.IsEmpty()) return;
+  const Matrix3 node = GetNodeTM(t);
+  if (moveObject) {
+    const Point3 back = node.GetTrans() - box.Center();
+    SetObjOffsetPos(offset_.GetTrans() + VectorTransform(back, Inverse(node)));
+    return;
+  }
+  Matrix3 pivot = node;
+  pivot.SetTrans(box.Center());
+  SetPivot(t, pivot);
+}
+
+void INode::ResetPivot(TimeValue t) { SetPivot(t, GetObjectTM(t)); }
+
+void INode::Move(TimeValue t, const Matrix3& axis, const Point3& delta, bool, bool affectChildren,
+                 bool pivotOnly) {
+  Matrix3 moved = GetNodeTM(t);
+  moved.Translate(VectorTransform(delta, axis));
+  if (pivotOnly) {
+    SetPivot(t, moved);
+    return;
+  }
+  const std::vector<ChildPlace> children = ChildPlaces(t);
+  SetNodeTM(t, moved);
+  if (!affectChildren) MoveChildrenBack(t, children);
+}
+
+void INode::SetObjectRef(Object* object) {
+  RecordReference(this, kObjectRef);
+  ReplaceReference(kObjectRef, object);
+  Changed();
+}
+
+ObjectState INode::EvalWorldState(TimeValue t, bool evalHidden) const {
+  if (!object_ || (hidden_ && !evalHidden)) return ObjectState(nullptr);
+  return object_->Eval(t);
+}
+
+void INode::SetMtl(Mtl* material) {
+  RecordReference(this, kMtlRef);
+  ReplaceReference(kMtlRef, material);
+  Changed();
+}
+
+void INode::SetLayer(ILayer* layer) {
+  RecordReference(this, kLayerRef);
+  ReplaceReference(kLayerRef, layer);
+}
+
+void INode::SetWireColor(ColorRef color) {
+  RecordValue(this, &wireColor_);
+  wireColor_ = color;
+}
+
+void INode::Hide(bool on) {
+  RecordValue(this, &hidden_);
+  hidden_ = on;
+  Changed();
+}
+
+void INode::SetRenderable(bool on) {
+  RecordValue(this, &renderable_);
+  renderable_ = on;
+}
+
+ReferenceTarget* INode::GetReference(int i) const {
+  switch (i) {
+    case kObjectRef: return object_;
+    case kMtlRef: return material_;
+    case kLayerRef: return layer_;
+    default: return nullptr;
+  }
+}
+
+void INode::SetReference(int i, ReferenceTarget* t) {
+  switch (i) {
+    case kObjectRef: object_ = static_cast<Object*>(t); break;
+    case kMtlRef: material_ = static_cast<Mtl*>(t); break;
+    case kLayerRef: layer_ = static_cast<ILayer*>(t); break;
+    default: break;
+  }
+}
+
+RefResult INode::NotifyRefChanged(const Interval&, ReferenceTarget* target, PartID&, RefMessage) {
+  // A child's change is no change of its parent, nor is a layer's.
+  return target == object_ || target == material_ ? REF_SUCCEED : REF_FAIL;
+}
+
+void INode::InsertChild(INode* child, size_t at) {
+  children_.insert(children_.begin() + long(std::min(at, children_.size())), child);
+  child->parent_ = this;
+  ReferTo(child);
+}
+
+size_t INode::RemoveChild(INode* child) {
+  const auto found = std::find(children_.rbegin(), children_.rend(), child);
+  if (found == children_.rend()) return 0;
+  const size_t at = size_t(std::next(found).base() - children_.begin());
+  children_.erase(std::next(found).base());
+  child->parent_ = nullptr;
+  LetGo(child);
+  return at;
+}
+
+void INode::AttachChild(INode* child, bool keepPos) {
+  const Pin<INode> alive(child);
+  const Matrix3 world = child->GetNodeTM(0);
+  if (INode* old = child->parent_) {
+    const size_t at = old->RemoveChild(child);
+    theHold->Put(std::make_unique<NodeLinkRecord>(child, old, at, NodeLinkRecord::Kind::Detached));
+  }
+  InsertChild(child, children_.size());
+  theHold->Put(std::make_unique<NodeLinkRecord>(child, this, children_.size() - 1,
+                                                NodeLinkRecord::Kind::Attached));
+  if (keepPos) child->SetNodeTM(0, world);
+}
+
+bool INode::InScene() const {
+  const INode* n = this;
+  while (n->parent_) n = n->parent_;
+  return n->isRoot_;
+}
+
+void INode::DeleteAllRefsFromMe() {
+  while (!children_.empty()) RemoveChild(children_.back());
+  ReferenceTarget::DeleteAllRefsFromMe();
+}
+
+void INode::ForgetTarget(ReferenceTarget* target) {
+  const auto child = std::find(children_.begin(), children_.end(), target);
+  if (child != children_.end()) RemoveChild(*child);
+  ReferenceTarget::ForgetTarget(target);
+}
+
+void NodeLinkRecord::Attach() { parent_->InsertChild(node_.get(), at_); }
+
+void NodeLinkRecord::Detach() {
+  at_ = parent_->RemoveChild(node_.get());
+  detached_ = true;
+}
+
+// A node that only changes its parent is out of the scene for a moment, and hasn't left it.
+void NodeLinkRecord::Settled() {
+  if (std::exchange(detached_, false) && !node_->InScene())
+    BroadcastNotification({NOTIFY_NODE_LEFT_SCENE, 0, node_.get()});
+}
+
+ReferenceTarget* TargetOf(INode* node) { return node; }
+void FromTarget(ReferenceTarget* target, INode*& node) { node = static_cast<INode*>(target); }

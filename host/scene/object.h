@@ -1,0 +1,57 @@
+#pragma once
+
+#include "host/core/reference.h"
+#include "host/math/box3.h"
+#include "host/math/matrix3.h"
+#include "host/scene/mesh.h"
+
+class INode;
+class IParamBlock2;
+class Interface;
+class Object;
+class ViewExp;
+
+inline constexpr Class_ID triObjectClassID{9, 0};
+inline constexpr Class_ID polyObjectClassID{0x5d21369a, 0};
+
+/// What a node shows at a time.
+struct ObjectState {
+  Object* obj = nullptr;
+  Interval valid = FOREVER;
+  explicit ObjectState(Object* o = nullptr, const Interval& v = FOREVER) : obj(o), valid(v) {}
+};
+
+/// Something that a node can hold.
+class Object : public ReferenceTarget {
+ public:
+  virtual ObjectState Eval(TimeValue t) = 0;
+  virtual Interval ObjectValidity(TimeValue) { return FOREVER; }
+  /// Recorded classes that an object counts as, besides its own.
+  virtual bool IsSubClassOf(Class_ID id) const { return id == ClassID(); }
+  virtual bool CanConvertToType(Class_ID) { return false; }
+  /// The same object, if it is of that type already; else a new one that belongs to the caller
+  /// until something refers to it. Null if it can't be converted.
+  virtual Object* ConvertToType(TimeValue, Class_ID) { return nullptr; }
+
+  /// Box in object space; empty for an object without extent.
+  virtual void GetLocalBoundBox(TimeValue t, INode* node, ViewExp* view, Box3& box) = 0;
+  /// Box in world space, of the local box's corners under the node's object matrix.
+  virtual void GetWorldBoundBox(TimeValue t, INode* node, ViewExp* view, Box3& box);
+
+  virtual IParamBlock2* GetParamBlock(int) { return nullptr; }
+  virtual IParamBlock2* GetParamBlockByID(int) { return nullptr; }
+  virtual void BeginEditParams(Interface*, unsigned, void*) {}
+  virtual void EndEditParams(Interface*, unsigned, void*) {}
+  virtual const wchar_t* GetObjectName() { return L""; }
+  virtual void InitNodeName(WStr& name) { name = GetObjectName(); }
+};
+
+class GeomObject : public Object {
+ public:
+  SClass_ID SuperClassID() const override { return GEOMOBJECT_CLASS_ID; }
+  /// The mesh to render at t. With needDelete set it belongs to the caller.
+  virtual Mesh* GetRenderMesh(TimeValue t, INode* node, ViewExp* view, bool& needDelete) = 0;
+};
+
+/// The box of the eight corners of `box` under `tm`; empty stays empty.
+Box3 TransformCorners(const Box3& box, const Matrix3& tm);

@@ -1,0 +1,137 @@
+#include "host/scene/scene.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+#include "host/core/notify.h"
+#include "host/core/paramblock.h"
+
+namespace {
+
+WStr Numbered(const WStr& base, int number) {
+  WStr digits = std::to_wstring(number);
+  if (digits.size() < 3) digits.insert(0, 3 - digits.size(), L'0');
+  return base + digits;
+}
+
+}  // namespace
+
+Scene::Scene() {
+  auto* root = new INode(L"Scene Root");
+  root->isRoot_ = true;
+  ReplaceReference(0, root);
+  ReplaceReference(1, new ILayerManager);
+}
+
+Scene::~Scene() { Scene::DeleteAllRefsFromMe(); }
+
+void Scene::SetReference(int i, ReferenceTarget* t) {
+  if (i == 0) {
+    root_ = static_cast<INode*>(t);
+  } else {
+    layers_ = static_cast<ILayerManager*>(t);
+  }
+}
+
+INode* Scene::CreateObjectNode(Object* object) {
+  WStr base;
+  if (object) object->InitNodeName(base);
+  if (base.empty()) base = L"Node";
+  auto* node = new INode(Numbered(base, ++nextNumber_[base]));
+  node->ReplaceReference(INode::kLayerRef, layers_->GetCurrentLayer());
+  root_->AttachChild(node, false);
+  node->ReplaceReference(INode::kObjectRef, object);
+  return node;
+}
+
+bool Scene::Noticed(const INode* node) {
+  if (node->IsPinned()) return true;
+  const auto& dependents = node->Dependents();
+  return std::any_of(dependents.begin(), dependents.end(), [](const ReferenceTarget* d) {
+    return dynamic_cast<const IParamBlock2*>(d) != nullptr;
+  });
+}
+
+int Scene::DeleteNodes(std::span<INode* const> nodes) {
+  std::vector<INode*> list;
+  std::unordered_set<INode*> known;
+  for (INode* n : nodes)
+    if (n && n->InScene() && !n->IsRootNode() && known.insert(n).second) list.push_back(n);
+  if (list.empty()) return 0;
+
+  const bool ownStep = !theHold.Holding() && theHold.RestoreOrRedoing() == 0 &&
+                       std::any_of(list.begin(), list.end(), Noticed);
+  if (ownStep) theHold.Begin();
+  std::vector<Pin<INode>> alive;
+  for (INode* n : list) alive.emplace_back(n);
+  NullAndTell(list);
+  for (INode* n : list)
+    if (n->InScene()) TakeOut(n);  // a handler may have taken it out
+  if (ownStep) theHold.Accept(L"Delete");
+  return int(list.size());
+}
+
+void Scene::NullAndTell(std::span<INode* const> nodes) {
+  struct Nulled {
+    Pin<IParamBlock2> block;
+    ParamID id;
+  };
+  std::vector<Nulled> nulled;
+  for (INode* n : nodes) {
+    const std::vector<ReferenceTarget*> dependents = n->Dependents();
+    for (ReferenceTarget* d : dependents) {
+      auto* block = dynamic_cast<IParamBlock2*>(d);
+      if (!block) continue;
+      for (const ParamID id : block->NullEntries(n)) {
+        const bool known = std::any_of(nulled.begin(), nulled.end(), [&](const Nulled& e) {
+          return e.block.get() == block && e.id == id;
+        });
+        if (!known) nulled.push_back({Pin<IParamBlock2>(block), id});
+      }
+    }
+  }
+  for (const Nulled& e : nulled) e.block->SendNulled(e.id);
+}
+
+void Scene::TakeOut(INode* node) {
+  INode* parent = node->GetParentNode();
+  while (node->NumberOfChildren() > 0) parent->AttachChild(node->GetChildNode(0), true);
+
+  const bool madeHere = theHold->DropIfMadeHere(node, [](const RestoreObj& r) {
+    const auto* link = dynamic_cast<const NodeLinkRecord*>(&r);
+    return link && link->GetKind() == NodeLinkRecord::Kind::Attached;
+  });
+  const Pin<INode> alive(node);
+  const size_t at = parent->RemoveChild(node);
+  if (!madeHere)
+    theHold->Put(
+        std::make_unique<NodeLinkRecord>(node, parent, at, NodeLinkRecord::Kind::Detached));
+  BroadcastNotification({NOTIFY_NODE_LEFT_SCENE, 0, node});
+}
+
+std::vector<INode*> Scene::AllNodes() const {
+  std::vector<INode*> all;
+  std::vector<INode*> open = {root_};
+  while (!open.empty()) {
+    INode* n = open.back();
+    open.pop_back();
+    if (n != root_) all.push_back(n);
+    for (int i = n->NumberOfChildren(); i-- > 0;) open.push_back(n->GetChildNode(i));
+  }
+  return all;
+}
+
+std::vector<INode*> Scene::FindNodes(const WStr& name) const {
+  std::vector<INode*> found;
+  for (INode* n : AllNodes())
+    if (n->GetName() == name) found.push_back(n);
+  return found;
+}
+
+WStr Scene::UniqueName(const WStr& base) const {
+  if (FindNodes(base).empty()) return base;
+  for (int i = 1;; ++i) {
+    const WStr name = Numbered(base, i);
+    if (FindNodes(name).empty()) return name;
+  }
+}

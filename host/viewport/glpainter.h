@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/math/color.h"
+#include "host/math/matrix3.h"
+#include "host/scene/mesh.h"
+
+namespace host {
+
+/// How view space goes to the picture. View space has its origin in the eye (in the middle of the
+/// scene's depth in a parallel view), X right, Y up and Z backward.
+struct Lens {
+  bool parallel = false;
+  /// Half the picture's width and height in view space, at depth 1 in a perspective.
+  double halfWidth = 1, halfHeight = 1;
+  /// Parallel: all of the scene has |z| below this.
+  double reach = 1;
+};
+
+/// The grid's plane through the world's origin.
+struct GridPlane {
+  Point3 u, v, normal;                    // view space, unit length
+  double eyeU = 0, eyeV = 0, height = 0;  // of the view's origin over the plane, world units
+  double spacing = 1;
+  double fade = 100;  // distance from the view's origin at which lines are gone
+};
+
+/// A mesh in view space. Valid: FirstFault is empty.
+struct PaintedMesh {
+  const Mesh* mesh = nullptr;
+  double toView[4][3] = {};  // rows as in Matrix3
+  /// Linear colour of a face by its material id modulo the number of colours, at least one.
+  std::vector<Color> colors;
+};
+
+/// Draws one picture into the current OpenGL context.
+class GlPainter {
+ public:
+  /// `up` is the world's +Z in view space. A failure is kept and reported by Finish.
+  GlPainter(int width, int height, const Lens& lens, const Point3& up);
+  GlPainter(const GlPainter&) = delete;
+  GlPainter& operator=(const GlPainter&) = delete;
+  ~GlPainter();
+
+  void Draw(const PaintedMesh& painted);
+  /// After the meshes.
+  void DrawGrid(const GridPlane& grid);
+  /// Rows from the top. False with `error` set if anything failed.
+  bool Finish(std::vector<std::uint8_t>& rgb, std::string& error);
+
+ private:
+  struct State;
+  std::unique_ptr<State> s_;
+};
+
+}  // namespace host

@@ -92,8 +92,26 @@ def obj_seeds():
     yield "concave.obj", "v 0 0 0\nv 2 0 0\nv 2 2 0\nv 1 .5 1e-3\nv 0 +2 0\nf 1 2 3 4 5\n"
 
 
+def job_seeds():
+    yield "steps.json", """{"unit": "feet", "rand_seed": 7, "steps": [
+{"do": "primitive", "kind": "plane", "size": [2, 3], "cells": [4, 5], "colour": "#80ff00"},
+{"do": "create", "name": "s", "at": [1, -2]}, {"do": "add", "nodes": ["a", "b"]},
+{"do": "set", "row": "a", "values": {"Tr_Random": 1, "Tr_XScale_Min": 1e2}},
+{"do": "stroke", "tool": "line", "points": [[0, 1], [2.5, -3]], "on": "a", "keys": "ctrl"},
+{"do": "check", "placements": {"min": 1, "max": 9}},
+{"do": "view", "file": "x.png", "view": {"eye": [1, 2, 3], "target": [0, 0, 0], "fov": 30}}]}"""
+    yield "faults.json", """{"steps": [{"do": "strok", "tol": 1}, {"do": "set", "param": "FOV"},
+{"do": "undo", "count": -1}, {"do": "view", "file": 3, "size": [1]}, 5], "x": null}"""
+    yield "broken.json", '{"steps": [{"do": "stats", "do": "\\u00e9\\n"},'
+
+
 def main():
-    for target, seeds in (("gltf_import_fuzz", gltf_seeds()), ("obj_import_fuzz", obj_seeds())):
+    targets = (
+        ("gltf_import_fuzz", gltf_seeds()),
+        ("obj_import_fuzz", obj_seeds()),
+        ("job_reader_fuzz", job_seeds()),
+    )
+    for target, seeds in targets:
         folder = HERE / target
         folder.mkdir(parents=True, exist_ok=True)
         for name, content in seeds:

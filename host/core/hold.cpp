@@ -243,8 +243,8 @@ void Hold::TakeIntoSteps(std::unique_ptr<TableRecord> record) {
   }
   if (earlier == undo_.rend()) return;
   auto& tables = earlier->tables;
-  const auto before = std::find_if(tables.rbegin(), tables.rend(),
-                                   [&](const auto& r) { return r->Key() == key; });
+  const auto before =
+      std::find_if(tables.rbegin(), tables.rend(), [&](const auto& r) { return r->Key() == key; });
   if (pair == 0 && (*before)->Absorb(*record)) return;
   tables.push_back(std::make_unique<FoldedRecord>(std::move(record), false, pair));
 }
@@ -269,9 +269,8 @@ void Hold::DropWipedOut(Step& step) {
 bool Hold::DropIfMadeHere(const ReferenceTarget* target, bool (*made)(const RestoreObj&)) {
   if (!Holding()) return false;
   const auto start = open_.elements.begin() + long(marks_.back().elements);
-  const bool found = std::any_of(start, open_.elements.end(), [&](const auto& r) {
-    return r->Target() == target && made(*r);
-  });
+  const bool found = std::any_of(start, open_.elements.end(),
+                                 [&](const auto& r) { return r->Target() == target && made(*r); });
   if (!found) return false;
   const auto gone = std::remove_if(start, open_.elements.end(),
                                    [&](const auto& r) { return r->Target() == target; });

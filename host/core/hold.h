@@ -76,8 +76,13 @@ class Hold {
   /// Takes back all that was recorded since the innermost Begin. Keeps what can be redone.
   void Cancel();
 
+  /// Between the two nothing counts as part of the open step: for working nodes, such as previews,
+  /// that no undo may bring back. They nest.
+  void Suspend() { ++suspended_; }
+  void Resume() { --suspended_; }
+
   /// True while a step is being recorded, at any depth; false during undo and redo.
-  bool Holding() const { return depth_ > 0 && restoring_ == 0; }
+  bool Holding() const { return depth_ > 0 && restoring_ == 0 && suspended_ == 0; }
   /// 1 while an undo (or a cancel) runs, 4 while a redo runs, else 0.
   int RestoreOrRedoing() const { return restoring_; }
 
@@ -128,6 +133,7 @@ class Hold {
   std::vector<Mark> marks_;  // one per Begin
   int depth_ = 0;
   int restoring_ = 0;
+  int suspended_ = 0;
   std::uint64_t lastPair_ = 0;
 };
 

@@ -30,13 +30,25 @@ IParamBlock2::IParamBlock2(ParamBlockDesc2& desc, ReferenceTarget* owner)
     Table table{&def, {}};
     switch (def.type) {
       case ParamType::Int:
-      case ParamType::Bool: table.values = std::vector<int>(n, int(def.defaultValue)); break;
-      case ParamType::Float: table.values = std::vector<float>(n, float(def.defaultValue)); break;
-      case ParamType::Point3: table.values = std::vector<Point3>(n, Point3(0, 0, 0)); break;
+      case ParamType::Bool:
+        table.values = std::vector<int>(n, int(def.defaultValue));
+        break;
+      case ParamType::Float:
+        table.values = std::vector<float>(n, float(def.defaultValue));
+        break;
+      case ParamType::Point3:
+        table.values = std::vector<Point3>(n, Point3(0, 0, 0));
+        break;
       case ParamType::String:
-      case ParamType::Filename: table.values = std::vector<WStr>(n); break;
-      case ParamType::Node: table.values = std::vector<INode*>(n, nullptr); break;
-      case ParamType::Mtl: table.values = std::vector<Mtl*>(n, nullptr); break;
+      case ParamType::Filename:
+        table.values = std::vector<WStr>(n);
+        break;
+      case ParamType::Node:
+        table.values = std::vector<INode*>(n, nullptr);
+        break;
+      case ParamType::Mtl:
+        table.values = std::vector<Mtl*>(n, nullptr);
+        break;
     }
     tables_.push_back(std::move(table));
   }
@@ -155,8 +167,7 @@ bool IParamBlock2::Delete(ParamID id, int start, int count) {
   std::visit(
       [&]<class T>(std::vector<T>&) {
         const auto removed = TableAccess::Remove<T>(*this, id, size_t(start), size_t(count));
-        theHold->PutTable(
-            std::make_unique<host::RunRecord<T>>(this, id, size_t(start), removed));
+        theHold->PutTable(std::make_unique<host::RunRecord<T>>(this, id, size_t(start), removed));
         TableAccess::Release(*this, removed);
       },
       Find(id)->values);
@@ -174,13 +185,13 @@ bool IParamBlock2::InsertValues(ParamID id, int start, int count, const T* value
   const Pin<IParamBlock2> alive(this);
   std::vector<T> ownEntries;  // values that lie in the table move when it grows
   const std::less<const T*> before;
-  if (count > 0 && !before(values, table->data()) && before(values, table->data() + table->size())) {
+  if (count > 0 && !before(values, table->data()) &&
+      before(values, table->data() + table->size())) {
     ownEntries.assign(values, values + count);
     values = ownEntries.data();
   }
   TableAccess::Insert<T>(*this, id, size_t(start), std::span<const T>(values, size_t(count)));
-  theHold->PutTable(
-      std::make_unique<host::RunRecord<T>>(this, id, size_t(start), size_t(count)));
+  theHold->PutTable(std::make_unique<host::RunRecord<T>>(this, id, size_t(start), size_t(count)));
   SendChange(id, -1);
   if constexpr (std::is_pointer_v<T>) Send(id, -1, REFMSG_NODE_TABLE_SET);
   return true;
@@ -238,9 +249,7 @@ std::span<const T> SpanOf(const std::vector<T>* values) {
 
 std::span<const int> IParamBlock2::Ints(ParamID id) const { return SpanOf(Typed<int>(id)); }
 std::span<const float> IParamBlock2::Floats(ParamID id) const { return SpanOf(Typed<float>(id)); }
-std::span<const Point3> IParamBlock2::Points(ParamID id) const {
-  return SpanOf(Typed<Point3>(id));
-}
+std::span<const Point3> IParamBlock2::Points(ParamID id) const { return SpanOf(Typed<Point3>(id)); }
 std::span<const WStr> IParamBlock2::Strings(ParamID id) const { return SpanOf(Typed<WStr>(id)); }
 std::span<INode* const> IParamBlock2::Nodes(ParamID id) const { return SpanOf(Typed<INode*>(id)); }
 std::span<Mtl* const> IParamBlock2::Mtls(ParamID id) const { return SpanOf(Typed<Mtl*>(id)); }
@@ -328,7 +337,8 @@ void IParamBlock2::DeleteAllRefsFromMe() {
   for (Table& table : tables_) {
     std::visit(
         [&]<class T>(std::vector<T>& values) {
-          if constexpr (std::is_pointer_v<T>) TableAccess::Release(*this, std::exchange(values, {}));
+          if constexpr (std::is_pointer_v<T>)
+            TableAccess::Release(*this, std::exchange(values, {}));
         },
         table.values);
   }

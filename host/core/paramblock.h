@@ -143,7 +143,7 @@ class IParamBlock2 : public ReferenceTarget {
 
   ParamBlockDesc2* desc_;
   ReferenceTarget* owner_;
-  std::vector<Table> tables_;  // in the order of the descriptor
+  std::vector<Table> tables_;                      // in the order of the descriptor
   std::vector<const ReferenceTarget*> passingOn_;  // whose change is being told, innermost last
   ParamID lastId_ = -1;
   int lastIndex_ = -1;

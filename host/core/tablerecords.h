@@ -34,7 +34,6 @@ struct TableAccess {
   static int Rank(const IParamBlock2& block, ParamID id) { return block.Find(id)->def->undoRank; }
 };
 
-
 template <class T>
 void TellAdded(PointTableObserver* observer, std::span<const T> values) {
   if constexpr (std::is_same_v<T, Point3>)
@@ -52,10 +51,8 @@ std::vector<T>& TableAccess::Values(IParamBlock2& block, ParamID id) {
   return std::get<std::vector<T>>(block.Find(id)->values);
 }
 
-
 template <class T>
-void TableAccess::Insert(IParamBlock2& block, ParamID id, size_t start,
-                         std::span<const T> values) {
+void TableAccess::Insert(IParamBlock2& block, ParamID id, size_t start, std::span<const T> values) {
   auto& table = Values<T>(block, id);
   table.insert(table.begin() + long(start), values.begin(), values.end());
   if constexpr (std::is_pointer_v<T>)

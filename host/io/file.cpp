@@ -79,7 +79,7 @@ bool WriteFileSafely(const std::string& path, std::span<const std::byte> bytes,
     if (code) return error = Because("cannot write", path, code.value()), false;
   }
   mode_t mode = NewFileMode();
-  struct stat old{};
+  struct stat old {};
   if (::stat(target.c_str(), &old) == 0) {
     if (!S_ISREG(old.st_mode))
       return error = "cannot write \"" + path + "\": it is not a regular file", false;
@@ -103,8 +103,9 @@ bool WriteFileSafely(const std::string& path, std::span<const std::byte> bytes,
 bool ReadFile(const std::string& path, std::vector<std::byte>& bytes, std::string& error) {
   // Without O_NONBLOCK opening a pipe would wait for its writer.
   const Descriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  struct stat info{};
-  if (!fd || ::fstat(fd.Get(), &info) != 0) return error = Because("cannot read", path, errno), false;
+  struct stat info {};
+  if (!fd || ::fstat(fd.Get(), &info) != 0)
+    return error = Because("cannot read", path, errno), false;
   if (!S_ISREG(info.st_mode))
     return error = "cannot read \"" + path + "\": it is " +
                    (S_ISDIR(info.st_mode) ? "a folder" : "not a regular file"),

@@ -59,8 +59,12 @@ Elements Locate(const Model& model, int index, const std::string& who) {
   const size_t used = a.count ? a.byteOffset + stride * (a.count - 1) + element : 0;
   if (used > view.byteLength || view.byteOffset + view.byteLength > data.size())
     throw ImportFault(name + " reaches beyond its buffer");
-  return {data.data() + view.byteOffset + a.byteOffset, a.count, stride, a.componentType,
-          components, a.normalized};
+  return {data.data() + view.byteOffset + a.byteOffset,
+          a.count,
+          stride,
+          a.componentType,
+          components,
+          a.normalized};
 }
 
 template <class T>
@@ -75,11 +79,16 @@ float Component(const Elements& e, const unsigned char* at) {
     return e.normalized ? std::max(float(value) / largest, -1.0f) : float(value);
   };
   switch (e.componentType) {
-    case TINYGLTF_COMPONENT_TYPE_BYTE: return scaled(Load<std::int8_t>(at), 127);
-    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE: return scaled(Load<std::uint8_t>(at), 255);
-    case TINYGLTF_COMPONENT_TYPE_SHORT: return scaled(Load<std::int16_t>(at), 32767);
-    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT: return scaled(Load<std::uint16_t>(at), 65535);
-    default: return Load<float>(at);
+    case TINYGLTF_COMPONENT_TYPE_BYTE:
+      return scaled(Load<std::int8_t>(at), 127);
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE:
+      return scaled(Load<std::uint8_t>(at), 255);
+    case TINYGLTF_COMPONENT_TYPE_SHORT:
+      return scaled(Load<std::int16_t>(at), 32767);
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT:
+      return scaled(Load<std::uint16_t>(at), 65535);
+    default:
+      return Load<float>(at);
   }
 }
 
@@ -111,9 +120,15 @@ class AccessorReader {
     for (size_t i = 0; i < e.count; ++i) {
       const unsigned char* at = e.first + i * e.stride;
       switch (e.components == 1 ? e.componentType : 0) {
-        case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE: out[i] = Load<std::uint8_t>(at); break;
-        case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT: out[i] = Load<std::uint16_t>(at); break;
-        case TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT: out[i] = Load<std::uint32_t>(at); break;
+        case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE:
+          out[i] = Load<std::uint8_t>(at);
+          break;
+        case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT:
+          out[i] = Load<std::uint16_t>(at);
+          break;
+        case TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT:
+          out[i] = Load<std::uint32_t>(at);
+          break;
         default:
           throw ImportFault(who + ": " + Numbered("accessors", index) +
                             " is not a list of unsigned whole numbers");
@@ -156,8 +171,7 @@ std::vector<std::uint32_t> Corners(int mode, const std::vector<std::uint32_t>& o
 
 class GltfReader {
  public:
-  explicit GltfReader(GltfModel loaded)
-      : model_(std::move(loaded.model)), accessors_(model_) {
+  explicit GltfReader(GltfModel loaded) : model_(std::move(loaded.model)), accessors_(model_) {
     plan_.warnings = std::move(loaded.warnings);
   }
 
@@ -171,9 +185,11 @@ class GltfReader {
   void ReadMaterials() {
     for (const tinygltf::Material& m : model_.materials) {
       const std::vector<double>& c = m.pbrMetallicRoughness.baseColorFactor;
-      PlannedMtl made{m.name, {float(c[0]), float(c[1]), float(c[2])}};
-      if (!IsFinite({made.diffuse.r, made.diffuse.g, made.diffuse.b}))
+      const Point3 factor = {float(c[0]), float(c[1]), float(c[2])};  // linear light
+      if (!IsFinite(factor))
         throw ImportFault("material \"" + m.name + "\": its colour is not finite");
+      const PlannedMtl made{
+          m.name, {ScreenChannel(factor.x), ScreenChannel(factor.y), ScreenChannel(factor.z)}};
       plan_.materials.push_back(made);
     }
   }
@@ -209,8 +225,7 @@ class GltfReader {
       const tinygltf::Node& n = model_.nodes[size_t(at.node)];
       const std::string label = NodeLabel(n.name, size_t(at.node));
       seen_.resize(model_.nodes.size(), false);
-      if (seen_[size_t(at.node)])
-        throw ImportFault(label + " occurs twice in the hierarchy");
+      if (seen_[size_t(at.node)]) throw ImportFault(label + " occurs twice in the hierarchy");
       seen_[size_t(at.node)] = true;
       if (at.depth > kDeepestNode)
         throw ImportFault(label + " lies more than " + std::to_string(kDeepestNode) +
@@ -252,9 +267,7 @@ class GltfReader {
     MustCount(n.translation, 3, "translation", label);
     MustCount(n.rotation, 4, "rotation", label);
     MustCount(n.scale, 3, "scale", label);
-    const auto row = [](const double* v) {
-      return Point3(float(v[0]), float(v[1]), float(v[2]));
-    };
+    const auto row = [](const double* v) { return Point3(float(v[0]), float(v[1]), float(v[2])); };
     if (!n.matrix.empty()) {
       const double* m = n.matrix.data();
       if (std::fabs(m[3]) + std::fabs(m[7]) + std::fabs(m[11]) + std::fabs(m[15] - 1) > 1e-6)
@@ -270,10 +283,9 @@ class GltfReader {
       throw ImportFault(label + ": its rotation is not a unit quaternion");
     for (double& c : q) c /= length;
     const auto [x, y, z, w] = q;
-    const double rows[3][3] = {
-        {1 - 2 * (y * y + z * z), 2 * (x * y + w * z), 2 * (x * z - w * y)},
-        {2 * (x * y - w * z), 1 - 2 * (x * x + z * z), 2 * (y * z + w * x)},
-        {2 * (x * z + w * y), 2 * (y * z - w * x), 1 - 2 * (x * x + y * y)}};
+    const double rows[3][3] = {{1 - 2 * (y * y + z * z), 2 * (x * y + w * z), 2 * (x * z - w * y)},
+                               {2 * (x * y - w * z), 1 - 2 * (x * x + z * z), 2 * (y * z + w * x)},
+                               {2 * (x * z + w * y), 2 * (y * z - w * x), 1 - 2 * (x * x + y * y)}};
     Matrix3 tm;
     for (int i = 0; i < 3; ++i)
       tm.SetRow(i, {float(rows[i][0] * s[size_t(i)]), float(rows[i][1] * s[size_t(i)]),
@@ -336,9 +348,8 @@ class GltfReader {
     part.uvs = read("TEXCOORD_0", 2);
     for (const auto* list : {&part.normals, &part.uvs})
       if (!list->empty() && list->size() != part.positions.size())
-        throw ImportFault(label + ": its attributes have " +
-                          std::to_string(part.positions.size()) + " and " +
-                          std::to_string(list->size()) + " elements");
+        throw ImportFault(label + ": its attributes have " + std::to_string(part.positions.size()) +
+                          " and " + std::to_string(list->size()) + " elements");
     for (Point3& uv : part.uvs) uv.y = 1.0f - uv.y;
 
     std::vector<std::uint32_t> order;

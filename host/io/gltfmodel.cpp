@@ -42,18 +42,24 @@ const std::initializer_list<Member> kPrimitive = {{"attributes", Kind::WholeByNa
                                                   {"material", Kind::Whole},
                                                   {"mode", Kind::Whole}};
 const std::initializer_list<Member> kNode = {
-    {"name", Kind::Text},       {"children", Kind::Wholes}, {"matrix", Kind::Numbers},
+    {"name", Kind::Text},        {"children", Kind::Wholes}, {"matrix", Kind::Numbers},
     {"rotation", Kind::Numbers}, {"scale", Kind::Numbers},   {"translation", Kind::Numbers},
-    {"mesh", Kind::Whole},      {"camera", Kind::Whole}};
+    {"mesh", Kind::Whole},       {"camera", Kind::Whole}};
 const std::initializer_list<Member> kScene = {{"name", Kind::Text}, {"nodes", Kind::Wholes}};
 const std::initializer_list<Member> kPbr = {{"baseColorFactor", Kind::Numbers}};
 const std::initializer_list<Member> kMaterial = {{"name", Kind::Text},
                                                  {"pbrMetallicRoughness", Kind::Object, kPbr}};
-const std::initializer_list<Member> kLens = {{"aspectRatio", Kind::Number},
-                                             {"yfov", Kind::Number},
-                                             {"znear", Kind::Number}};
-const std::initializer_list<Member> kCamera = {
-    {"name", Kind::Text}, {"type", Kind::Text}, {"perspective", Kind::Object, kLens}};
+const std::initializer_list<Member> kLens = {
+    {"aspectRatio", Kind::Number}, {"yfov", Kind::Number}, {"znear", Kind::Number}};
+// These are not imported, but tinygltf refuses a file whose parallel camera has none.
+const std::initializer_list<Member> kParallelLens = {{"xmag", Kind::Number},
+                                                     {"ymag", Kind::Number},
+                                                     {"zfar", Kind::Number},
+                                                     {"znear", Kind::Number}};
+const std::initializer_list<Member> kCamera = {{"name", Kind::Text},
+                                               {"type", Kind::Text},
+                                               {"perspective", Kind::Object, kLens},
+                                               {"orthographic", Kind::Object, kParallelLens}};
 
 bool IsWhole(const json& v) {
   return v.is_number_integer() && v >= 0 && v <= std::numeric_limits<int>::max();
@@ -66,11 +72,16 @@ bool All(const json& v, Test test) {
 
 const char* Misfit(const json& v, Kind kind) {
   switch (kind) {
-    case Kind::Text: return v.is_string() ? nullptr : "a text";
-    case Kind::Number: return v.is_number() ? nullptr : "a number";
-    case Kind::Flag: return v.is_boolean() ? nullptr : "true or false";
-    case Kind::Object: return v.is_object() ? nullptr : "an object";
-    case Kind::Whole: return IsWhole(v) ? nullptr : "a whole number from 0 to 2147483647";
+    case Kind::Text:
+      return v.is_string() ? nullptr : "a text";
+    case Kind::Number:
+      return v.is_number() ? nullptr : "a number";
+    case Kind::Flag:
+      return v.is_boolean() ? nullptr : "true or false";
+    case Kind::Object:
+      return v.is_object() ? nullptr : "an object";
+    case Kind::Whole:
+      return IsWhole(v) ? nullptr : "a whole number from 0 to 2147483647";
     case Kind::Numbers:
       return v.is_array() && All(v, [](const json& e) { return e.is_number(); })
                  ? nullptr
@@ -204,12 +215,9 @@ void CheckVersion(const json& root) {
 }
 
 // Required ones that change no shape, or whose shapes are read.
-const std::set<std::string> kKnownExtensions = {"KHR_mesh_quantization",
-                                                "KHR_texture_transform",
-                                                "KHR_texture_basisu",
-                                                "KHR_lights_punctual",
-                                                "KHR_materials_unlit",
-                                                "EXT_texture_webp"};
+const std::set<std::string> kKnownExtensions = {"KHR_mesh_quantization", "KHR_texture_transform",
+                                                "KHR_texture_basisu",    "KHR_lights_punctual",
+                                                "KHR_materials_unlit",   "EXT_texture_webp"};
 
 void CheckExtensions(const json& root, std::vector<std::string>& warnings) {
   if (const json* required = ListOf(root, "extensionsRequired", "extensionsRequired"))
@@ -288,8 +296,8 @@ std::string DecodePercent(const std::string& text) {
   };
   std::string out;
   for (size_t i = 0; i < text.size(); ++i) {
-    const bool coded = text[i] == '%' && i + 2 < text.size() && digit(text[i + 1]) >= 0 &&
-                       digit(text[i + 2]) >= 0;
+    const bool coded =
+        text[i] == '%' && i + 2 < text.size() && digit(text[i + 1]) >= 0 && digit(text[i + 2]) >= 0;
     out += coded ? char(digit(text[i + 1]) * 16 + digit(text[i + 2])) : text[i];
     if (coded) i += 2;
   }
@@ -331,8 +339,7 @@ std::vector<tinygltf::Buffer> LoadBuffers(const json& root, std::span<const std:
   const json* list = ListOf(root, "buffers", "buffers");
   for (size_t i = 0; list && i < list->size(); ++i) {
     const std::string where = "buffers[" + std::to_string(i) + "]";
-    const json known =
-        Pick((*list)[i], {{"uri", Kind::Text}, {"byteLength", Kind::Whole}}, where);
+    const json known = Pick((*list)[i], {{"uri", Kind::Text}, {"byteLength", Kind::Whole}}, where);
     if (!known.contains("byteLength")) throw ImportFault(where + ".byteLength is missing");
     const size_t length = known["byteLength"];
     tinygltf::Buffer& buffer = buffers.emplace_back();

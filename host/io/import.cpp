@@ -42,13 +42,20 @@ std::string OneLine(const std::string& text) {
 
 double MetresPer(UnitType unit) {
   switch (unit) {
-    case UNITS_INCHES: return 0.0254;
-    case UNITS_FEET: return 0.3048;
-    case UNITS_MILES: return 1609.344;
-    case UNITS_MILLIMETERS: return 0.001;
-    case UNITS_CENTIMETERS: return 0.01;
-    case UNITS_METERS: return 1;
-    case UNITS_KILOMETERS: return 1000;
+    case UNITS_INCHES:
+      return 0.0254;
+    case UNITS_FEET:
+      return 0.3048;
+    case UNITS_MILES:
+      return 1609.344;
+    case UNITS_MILLIMETERS:
+      return 0.001;
+    case UNITS_CENTIMETERS:
+      return 0.01;
+    case UNITS_METERS:
+      return 1;
+    case UNITS_KILOMETERS:
+      return 1000;
   }
   return 1;
 }
@@ -77,8 +84,7 @@ void Place(ImportPlan& plan, const ImportOptions& options, double unit) {
     world[i] = node.parent < 0 ? node.local : node.local * world[size_t(node.parent)];
     if (!own || !IsUsable(node.local) || !IsUsable(world[i]))
       throw ImportFault(NodeLabel(node.name, i) + ": its matrix " +
-                        (own ? "under its parents " : "") +
-                        "has no inverse or is not finite");
+                        (own ? "under its parents " : "") + "has no inverse or is not finite");
   }
 }
 

@@ -32,7 +32,8 @@ struct ImportResult {
 /// The up axis and the scale go into the matrices of the nodes without a parent; vertices stay as
 /// in the file, where those of one position are one vertex. Texture coordinates go to map channel
 /// 1, v from the bottom up. A face whose corner normals all follow its own is flat (smoothing group
-/// 0), any other one has group 1; without normals all are flat. A camera without an aspect ratio
+/// 0), any other one has group 1; without normals all are flat. The
+/// diagonals of an OBJ's quads are hidden edges. A camera without an aspect ratio
 /// gets 4 to 3.
 ///
 /// On failure nothing was added and `error` is one line that names the thing and the reason.

@@ -26,8 +26,8 @@ class PointWelder {
 /// Triangles as files hold them: one index for position, normal and texture coordinate.
 struct TrianglePart {
   std::vector<Point3> positions;
-  std::vector<Point3> normals;  // none, or one per position
-  std::vector<Point3> uvs;      // none, or one per position
+  std::vector<Point3> normals;         // none, or one per position
+  std::vector<Point3> uvs;             // none, or one per position
   std::vector<std::uint32_t> corners;  // three a face
   std::vector<std::uint8_t> edges;     // EDGE_A to EDGE_C of each face; empty: all visible
   int material = -1;                   // of the plan

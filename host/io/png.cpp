@@ -62,8 +62,7 @@ bool EncodePng(int width, int height, std::span<const std::uint8_t> rgb,
   const size_t needed = size_t(width) * size_t(height) * 3;
   if (rgb.size() != needed) {
     error = "a picture of " + std::to_string(width) + " x " + std::to_string(height) +
-            " pixels needs " + std::to_string(needed) + " bytes, not " +
-            std::to_string(rgb.size());
+            " pixels needs " + std::to_string(needed) + " bytes, not " + std::to_string(rgb.size());
     return false;
   }
   Sink sink;

@@ -24,7 +24,8 @@ class Tab {
   void Append(const T& item) { items_.push_back(item); }
   void Append(int n, const T* items) { items_.insert(items_.end(), items, items + n); }
   void Delete(int start, int n) {
-    if (start < 0 || n < 0 || start > Count() || n > Count() - start) throw MaxSDK::Util::TabOutOfRangeException();
+    if (start < 0 || n < 0 || start > Count() || n > Count() - start)
+      throw MaxSDK::Util::TabOutOfRangeException();
     items_.erase(items_.begin() + start, items_.begin() + start + n);
   }
   void ZeroCount() { items_.clear(); }

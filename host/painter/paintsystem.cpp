@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <deque>
+#include <exception>
 #include <random>
 
 #include "host/core/notify.h"
@@ -80,6 +81,8 @@ class PaintSystem : public ReferenceTarget, public IPainterInterface_V7, public 
   void SendEvent(const IPoint2& at);
   void DropStroke();
   void GiveMouseBack();
+  template <class F>
+  void OrSay(F&& act);
   double Uniform() { return double(random_() >> 11) * 0x1p-53; }
 
   RayCaster caster_;
@@ -102,6 +105,16 @@ void PaintSystem::NodeGone(void* system, NotifyInfo* info) {
   self->caster_.Forget(node);
   for (PainterEvent& e : self->stroke_)
     if (e.node == node) e.node = nullptr;
+}
+
+// Callers can't unwind: what the ray kernel or memory refuses is said, and rays miss.
+template <class F>
+void PaintSystem::OrSay(F&& act) {
+  try {
+    act();
+  } catch (const std::exception& e) {
+    GetCOREInterface()->PrintToListener(L"Paint system: " + FromUtf8(e.what()) + L"\n");
+  }
 }
 
 void PaintSystem::InitializeCallback(ReferenceTarget* canvas) {
@@ -145,10 +158,12 @@ void PaintSystem::DropStroke() {
 
 void PaintSystem::InitializeNodes(int, int count, INode* const* nodes) {
   const size_t n = count > 0 && nodes ? size_t(count) : 0;
-  caster_.SetTargets({nodes, n}, GetCOREInterface()->GetTime());
+  OrSay([&] { caster_.SetTargets({nodes, n}, GetCOREInterface()->GetTime()); });
 }
 
-void PaintSystem::UpdateMeshes(bool) { caster_.Update(GetCOREInterface()->GetTime()); }
+void PaintSystem::UpdateMeshes(bool) {
+  OrSay([&] { caster_.Update(GetCOREInterface()->GetTime()); });
+}
 
 PainterHit PaintSystem::RandomHit(int pointIndex) {
   const WayPoint& point = pointIndex == -1 && !way_.empty() ? way_.back() : At(pointIndex);
@@ -164,7 +179,9 @@ PainterHit PaintSystem::RandomHit(int pointIndex) {
   Point3 from;
   for (int i = 0; i < 3; ++i)
     from[i] = float(double(point.world[i]) + along * a[i] + across * b[i] + double(radius_) * n[i]);
-  return caster_.Cast({from, -n}, 2.0 * radius_);
+  PainterHit hit;
+  OrSay([&] { hit = caster_.Cast({from, -n}, 2.0 * radius_); });
+  return hit;
 }
 
 const WayPoint& PaintSystem::At(int i) const {
@@ -176,7 +193,9 @@ PainterHit PaintSystem::Follow(const IPoint2& mouse) {
   PainterHit hit;
   const ViewExp* view = GetCOREInterface()->GetActiveViewExp();
   if (view && view->IsAlive())
-    hit = caster_.Cast(view->MapScreenToWorldRay(float(mouse.x), float(mouse.y)));
+    OrSay([&] {
+      hit = caster_.Cast(view->MapScreenToWorldRay(float(mouse.x), float(mouse.y)));
+    });
   way_.push_back({mouse, hit.hit, hit.worldPoint, hit.worldNormal});
   if (way_.size() > kMostPoints) way_.pop_front();
   return hit;

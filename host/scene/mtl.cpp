@@ -68,9 +68,7 @@ void MultiMtl::SetNumSubMtls(int n) {
   for (int i = old; i < n; ++i) ReplaceReference(i, new StdMtl);
 }
 
-void MultiMtl::SetReference(int i, ReferenceTarget* t) {
-  slots_[size_t(i)] = static_cast<Mtl*>(t);
-}
+void MultiMtl::SetReference(int i, ReferenceTarget* t) { slots_[size_t(i)] = static_cast<Mtl*>(t); }
 
 Color MultiMtl::GetDiffuse() const {
   for (const Mtl* m : slots_)

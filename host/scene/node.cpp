@@ -149,19 +149,30 @@ void INode::SetRenderable(bool on) {
 
 ReferenceTarget* INode::GetReference(int i) const {
   switch (i) {
-    case kObjectRef: return object_;
-    case kMtlRef: return material_;
-    case kLayerRef: return layer_;
-    default: return nullptr;
+    case kObjectRef:
+      return object_;
+    case kMtlRef:
+      return material_;
+    case kLayerRef:
+      return layer_;
+    default:
+      return nullptr;
   }
 }
 
 void INode::SetReference(int i, ReferenceTarget* t) {
   switch (i) {
-    case kObjectRef: object_ = static_cast<Object*>(t); break;
-    case kMtlRef: material_ = static_cast<Mtl*>(t); break;
-    case kLayerRef: layer_ = static_cast<ILayer*>(t); break;
-    default: break;
+    case kObjectRef:
+      object_ = static_cast<Object*>(t);
+      break;
+    case kMtlRef:
+      material_ = static_cast<Mtl*>(t);
+      break;
+    case kLayerRef:
+      layer_ = static_cast<ILayer*>(t);
+      break;
+    default:
+      break;
   }
 }
 

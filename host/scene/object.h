@@ -3,6 +3,7 @@
 #include "host/core/reference.h"
 #include "host/math/box3.h"
 #include "host/math/matrix3.h"
+#include "host/math/ray.h"
 #include "host/scene/mesh.h"
 
 class INode;
@@ -37,6 +38,20 @@ class Object : public ReferenceTarget {
   virtual void GetLocalBoundBox(TimeValue t, INode* node, ViewExp* view, Box3& box) = 0;
   /// Box in world space, of the local box's corners under the node's object matrix.
   virtual void GetWorldBoundBox(TimeValue t, INode* node, ViewExp* view, Box3& box);
+
+  /// The type that collapsing a stack on this object gives, and its name.
+  virtual Class_ID GetCollapseTypes(WStr& name) {
+    GetClassName(name);
+    return ClassID();
+  }
+  /// Bits of what the object needs to be drawn with; 1 asks for Display at each redraw.
+  virtual unsigned GetObjectDisplayRequirement() const { return 0; }
+  /// 1 if a ray meets the object's own surface, `at` along it; 0 also where the object leaves the
+  /// answer to its mesh.
+  virtual int IntersectRay(TimeValue, const Ray&, float&, Point3&) { return 0; }
+  /// Whether the object brings texture vertices of its own.
+  virtual int HasUVW() { return 0; }
+  virtual void SetGenUVW(bool) {}
 
   virtual IParamBlock2* GetParamBlock(int) { return nullptr; }
   virtual IParamBlock2* GetParamBlockByID(int) { return nullptr; }

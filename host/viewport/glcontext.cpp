@@ -37,8 +37,8 @@ Context Make() {
                             EGL_NONE};
   EGLConfig config = nullptr;
   EGLint found = 0;
-  if (eglBindAPI(EGL_OPENGL_API) &&
-      eglChooseConfig(made.display, wanted, &config, 1, &found) && found == 1)
+  if (eglBindAPI(EGL_OPENGL_API) && eglChooseConfig(made.display, wanted, &config, 1, &found) &&
+      found == 1)
     made.context = eglCreateContext(made.display, config, EGL_NO_CONTEXT, version);
   if (made.context == EGL_NO_CONTEXT) made.error = "EGL gives no OpenGL 3.3 core context";
   return made;

@@ -24,10 +24,8 @@ struct Vertex {
   std::int16_t normal[4];
 };
 
-std::uint8_t EncodeChannel(float c) {
-  const double v = std::clamp(double(c), 0.0, 1.0);
-  const double encoded = v <= 0.0031308 ? 12.92 * v : 1.055 * std::pow(v, 1 / 2.4) - 0.055;
-  return std::uint8_t(encoded * 255 + 0.5);
+std::uint8_t ByteOf(float channel) {
+  return std::uint8_t(std::clamp(channel, 0.0f, 1.0f) * 255.0f + 0.5f);
 }
 
 GLuint Compile(GLenum kind, const char* source, std::string& error) {
@@ -46,8 +44,8 @@ GLuint Compile(GLenum kind, const char* source, std::string& error) {
 
 GLuint Link(const char* vertex, const char* fragment, std::string& error) {
   const GLuint program = glCreateProgram();
-  for (const GLuint shader : {Compile(GL_VERTEX_SHADER, vertex, error),
-                              Compile(GL_FRAGMENT_SHADER, fragment, error)}) {
+  for (const GLuint shader :
+       {Compile(GL_VERTEX_SHADER, vertex, error), Compile(GL_FRAGMENT_SHADER, fragment, error)}) {
     glAttachShader(program, shader);
     glDeleteShader(shader);
   }
@@ -250,7 +248,7 @@ void GlPainter::Draw(const PaintedMesh& painted) {
 
   std::vector<std::array<std::uint8_t, 3>> srgb;
   for (const Color& color : painted.colors)
-    srgb.push_back({EncodeChannel(color.r), EncodeChannel(color.g), EncodeChannel(color.b)});
+    srgb.push_back({ByteOf(color.r), ByteOf(color.g), ByteOf(color.b)});
   const auto& faces = painted.mesh->faces;
   const bool smooth =
       faces.size() <= kMostSmoothFaces &&
@@ -260,8 +258,8 @@ void GlPainter::Draw(const PaintedMesh& painted) {
   glBindBuffer(GL_ARRAY_BUFFER, s_->buffer);
   for (size_t first = 0; first < faces.size(); first += kFacesAtOnce) {
     s_->Stage(painted, normals, first, std::min(first + kFacesAtOnce, faces.size()), srgb);
-    glBufferData(GL_ARRAY_BUFFER, GLsizeiptr(s_->staged.size() * sizeof(Vertex)),
-                 s_->staged.data(), GL_STREAM_DRAW);
+    glBufferData(GL_ARRAY_BUFFER, GLsizeiptr(s_->staged.size() * sizeof(Vertex)), s_->staged.data(),
+                 GL_STREAM_DRAW);
     glDrawArrays(GL_TRIANGLES, 0, GLsizei(s_->staged.size()));
   }
 }

@@ -33,7 +33,7 @@ struct GridPlane {
 struct PaintedMesh {
   const Mesh* mesh = nullptr;
   double toView[4][3] = {};  // rows as in Matrix3
-  /// Linear colour of a face by its material id modulo the number of colours, at least one.
+  /// Colour of a face by its material id modulo the number of colours, at least one.
   std::vector<Color> colors;
 };
 

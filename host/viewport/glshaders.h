@@ -63,11 +63,7 @@ void main() {
   vec3 toEye = normalize(mix(-viewed, vec3(0.0, 0.0, 1.0), parallel));
   float size = length(viewedNormal);
   vec3 n = size > 1e-3 ? viewedNormal / size : toEye;
-  if (!gl_FrontFacing && size > 1e-3) {
-    // A sliver of the far side that shows along an outline keeps the light of the outline.
-    float away = max(0.0, -dot(n, toEye));
-    n = normalize(mix(n + 2.0 * away * toEye, -n, smoothstep(0.1, 0.35, away)));
-  }
+  if (!gl_FrontFacing && size > 1e-3) n = -n;
 
   vec3 sky = vec3(0.46, 0.49, 0.54), ground = vec3(0.29, 0.265, 0.24);
   vec3 light = mix(ground, sky, 0.5 + 0.5 * dot(n, up));

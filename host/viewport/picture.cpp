@@ -28,18 +28,9 @@ bool IsFiniteMatrix(const Matrix3& tm) {
   return true;
 }
 
-// Wire colours are picked on a screen, so they are sRGB.
-Color WireColor(const INode* node) {
-  const Color c = UnpackColor(node->GetWireColor());
-  const auto decode = [](float v) {
-    return v <= 0.04045f ? v / 12.92f : float(std::pow((double(v) + 0.055) / 1.055, 2.4));
-  };
-  return {decode(c.r), decode(c.g), decode(c.b)};
-}
-
 std::vector<Color> FaceColors(const INode* node) {
   const Mtl* material = node->GetMtl();
-  const Color wire = WireColor(node);
+  const Color wire = UnpackColor(node->GetWireColor());
   std::vector<Color> colors;
   for (int id = 0; id < std::max(1, material ? material->NumSubMtls() : 0); ++id) {
     const Mtl* m = MtlOfFace(material, id);
@@ -155,7 +146,9 @@ bool SetUp(const ViewExp& view, Frame& frame, Lens& lens, std::string& error) {
   const bool sound = std::isfinite(lens.halfWidth) && lens.halfWidth > 0;
   if (!sound || !IsFiniteMatrix(axes) || !axes.IsInvertible())
     return error = "the view has no sound direction or opening", false;
-  frame = {axes.GetRow(0), axes.GetRow(1), axes.GetRow(2),
+  frame = {axes.GetRow(0),
+           axes.GetRow(1),
+           axes.GetRow(2),
            {axes.GetTrans().x, axes.GetTrans().y, axes.GetTrans().z}};
   return true;
 }

@@ -17,14 +17,15 @@ struct Picture {
 };
 
 struct PictureOptions {
-  /// The construction grid: lines a power of ten apart, each tenth stronger, the world's axes tinted.
+  /// The construction grid: lines a power of ten apart, each tenth stronger, the world's axes
+  /// tinted.
   bool grid = true;
 };
 
-/// Draws the scene as the view shows it at the host's time: the meshes of all nodes that are neither
-/// hidden nor on a hidden layer, in the colour of each face's material, or the node's wire colour
-/// without one. Pixel positions are those of ViewExp::ProjectToScreen. Edges are smoothed up to
-/// 16 million pixels. Nodes whose matrix isn't finite or whose mesh has a fault are left out.
+/// Draws the scene as the view shows it at the host's time: the meshes of all nodes that are
+/// neither hidden nor on a hidden layer, in the colour of each face's material, or the node's wire
+/// colour without one. Pixel positions are those of ViewExp::ProjectToScreen. Edges are smoothed up
+/// to 16 million pixels. Nodes whose matrix isn't finite or whose mesh has a fault are left out.
 ///
 /// Needs no display and no window. Width and height of the view from 1 to 8192. On failure `error`
 /// says why.

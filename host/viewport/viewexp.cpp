@@ -12,8 +12,7 @@ namespace {
 Matrix3 LookAt(const Point3& eye, const Point3& target) {
   const Point3 back = Normalize(eye - target);
   const bool vertical = std::fabs(back.x) < 1e-6f && std::fabs(back.y) < 1e-6f;
-  const Point3 right =
-      Normalize(CrossProd(vertical ? Point3(0, 1, 0) : Point3(0, 0, 1), back));
+  const Point3 right = Normalize(CrossProd(vertical ? Point3(0, 1, 0) : Point3(0, 0, 1), back));
   return {right, Normalize(CrossProd(back, right)), back, eye};
 }
 
@@ -64,9 +63,12 @@ Matrix3 ViewExp::ViewToWorld() const {
 
 float ViewExp::Fov() const {
   switch (kind_) {
-    case Kind::Orthographic: return 0;
-    case Kind::Perspective: return fov_;
-    case Kind::Camera: break;
+    case Kind::Orthographic:
+      return 0;
+    case Kind::Perspective:
+      return fov_;
+    case Kind::Camera:
+      break;
   }
   Object* object = camera_->EvalWorldState(0).obj;
   if (!object || object->SuperClassID() != CAMERA_CLASS_ID) return fov_;

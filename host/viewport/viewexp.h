@@ -1,13 +1,8 @@
 #pragma once
 
 #include "host/math/matrix3.h"
+#include "host/math/ray.h"
 #include "host/scene/node.h"
-
-/// A half line in world space; dir has unit length.
-struct Ray {
-  Point3 p{0, 0, 0};
-  Point3 dir{0, 0, -1};
-};
 
 /// A view onto the scene, with a window of its own size in pixels. Pixel (x, y) counts from the
 /// upper left corner and is looked through at its middle.

@@ -1,0 +1,218 @@
+#include "sowfield/display/displaymesh.h"
+
+#include <limits>
+#include <map>
+
+#include "host/interface.h"
+#include "host/scene/triobject.h"
+#include "sowfield/display/budgets.h"
+#include "sowfield/display/figures.h"
+#include "sowfield/model/placement.h"
+
+namespace sowfield {
+namespace {
+
+constexpr int kPyramid = 4, kOriginal = 6;
+
+// What a type shows: vertices with the source's turn and pivot worked in, ready for a placement's
+// matrix, and faces.
+struct Shape {
+  std::vector<Point3> verts;
+  host::Buffer<Face> faces;
+};
+
+// The shapes of one type: one at the build's time, and others where an animation offset shows the
+// source at times of its own.
+class TypeShapes {
+ public:
+  TypeShapes() = default;
+  TypeShapes(const Distribution& d, const TypeRef& type, int mode, TimeValue t)
+      : node_(d.SourceNode(type)), time_(t) {
+    if (type.HasNode() && !node_) return;  // shows nothing until its removal
+    if (node_) {
+      turn_ = node_->GetNodeTM(t);
+      pivot_ = turn_.GetTrans();
+      turn_.NoTrans();
+    }
+    const Point3 a = d.block->GetPoint3(Geo_BoxMax, d.curTime, type.type);
+    const Point3 b = d.block->GetPoint3(Geo_BoxMin, d.curTime, type.type);
+    if (mode == kOriginal) {
+      animated_ = type.kind == 0;
+      if (type.kind == 0 || type.kind == 3) {
+        base_ = ShapeAt(t, &valid_);
+      } else {
+        GetCOREInterface()->PrintToListener(
+            L"Sowfield: types that live in proxy files can't be shown as \"Original\" yet.\n");
+      }
+    } else {
+      base_ = FigureShape(mode, a, b);
+    }
+  }
+
+  const Shape& At(TimeValue t) {
+    if (!animated_ || t == time_ || valid_.InInterval(t)) return base_;
+    const auto [found, isNew] = others_.try_emplace(t);
+    if (isNew) found->second = ShapeAt(t, nullptr);
+    return found->second;
+  }
+
+ private:
+  // The figure stands on the floor of the source's box, centred on it.
+  Shape FigureShape(int mode, const Point3& a, const Point3& b) const {
+    const Point3 top = a * turn_, bottom = b * turn_;
+    Mesh figure = mode == kPyramid ? MakePyramidMesh(top, bottom)
+                                   : MakeSquirrelMesh(top.z - bottom.z);
+    Point3 offset(0, 0, 0);
+    if (node_) {
+      const Matrix3 object = node_->GetObjectTM(time_);
+      const Point3 p = a * object, q = b * object;
+      offset = {pivot_.x - (p.x + q.x) * 0.5f, pivot_.y - (p.y + q.y) * 0.5f, pivot_.z - q.z};
+    }
+    Shape shape;
+    for (const Point3& v : figure.verts) shape.verts.push_back(v - offset);
+    shape.faces = std::move(figure.faces);
+    return shape;
+  }
+
+  Shape ShapeAt(TimeValue t, Interval* valid) const {
+    Shape shape;
+    const ObjectState state = node_->EvalWorldState(t);
+    if (valid) *valid = state.valid;
+    const EvaluatedMesh source = MeshOf(state.obj, t);
+    if (!source) return shape;
+    const Point3 offset = pivot_ - node_->GetObjectTM(time_).GetTrans();
+    shape.verts.reserve(source.mesh->verts.size());
+    for (const Point3& v : source.mesh->verts) shape.verts.push_back(v * turn_ - offset);
+    shape.faces = source.mesh->faces;
+    return shape;
+  }
+
+  INode* node_ = nullptr;
+  TimeValue time_ = 0;
+  Matrix3 turn_;  // rotation and scale of the source's node matrix
+  Point3 pivot_{0, 0, 0};
+  bool animated_ = false;
+  Interval valid_ = FOREVER;
+  Shape base_;
+  std::map<TimeValue, Shape> others_;
+};
+
+// The placements that a build shows, and their writing into the mesh.
+class Placements {
+ public:
+  Placements(Distribution& d, TimeValue t)
+      : d_(d),
+        mode_(d.block->GetInt(Display_Mode, t)),
+        shownType_(d.block->GetInt(Display_Type, t) - 1),
+        evaluator_(*d.block, t) {
+    shapes_.resize(size_t(d.TypeCount()));
+    for (const TypeRef& type : TypeWalk(*d.block))
+      if (Shown(type.type)) shapes_[size_t(type.type)] = TypeShapes(d, type, mode_, t);
+    if (d.block->GetInt(Excl_On, t) && d.block->Count(Excl_Splines) > 0)
+      GetCOREInterface()->PrintToListener(
+          L"Sowfield: exclusion splines don't take effect yet; all placements are shown.\n");
+  }
+
+  // Appends all shapes to the mesh, which holds the logo or nothing.
+  void WriteTo(Mesh& mesh, const Matrix3& worldToObject) {
+    size_t verts = mesh.verts.size(), faces = mesh.faces.size();
+    const size_t baseVerts = verts, baseFaces = faces;
+    ForEach([&](size_t, const Shape& shape) {
+      verts += shape.verts.size();
+      faces += shape.faces.size();
+    });
+    const auto most = size_t(std::numeric_limits<int>::max());
+    if (verts > most || faces > most) {
+      GetCOREInterface()->PrintToListener(
+          L"Sowfield: the placements are too many for one display mesh; none is shown.\n");
+      return;
+    }
+
+    mesh.verts.resize(verts);
+    mesh.faces.resize(faces);
+    Point3* vert = mesh.verts.data() + baseVerts;
+    Face* face = mesh.faces.data() + baseFaces;
+    auto first = std::uint32_t(baseVerts);
+    const bool inWorld = worldToObject.IsIdentity();
+    ForEach([&](size_t p, const Shape& shape) {
+      const Matrix3 m = evaluator_.Matrix(p);
+      if (inWorld) {
+        for (const Point3& v : shape.verts) *vert++ = v * m;
+      } else {
+        for (const Point3& v : shape.verts) *vert++ = (v * m) * worldToObject;
+      }
+      const std::uint32_t id = std::uint32_t(evaluator_.Type(p) + 1) << 16;
+      for (const Face& f : shape.faces)
+        *face++ = {{f.v[0] + first, f.v[1] + first, f.v[2] + first},
+                   f.smGroup,
+                   f.edgeVisFlags() | id};
+      first += std::uint32_t(shape.verts.size());
+    });
+  }
+
+ private:
+  bool Shown(int type) const { return shownType_ < 0 || type == shownType_; }
+
+  template <class F>
+  void ForEach(F&& act) {
+    for (size_t p = 0; p < evaluator_.Count(); ++p) {
+      const int type = evaluator_.Type(p);
+      if (!Shown(type)) continue;
+      const TimeValue t = mode_ == kOriginal ? evaluator_.Time(p) : d_.curTime;
+      act(p, shapes_[size_t(type)].At(t));
+    }
+  }
+
+  Distribution& d_;
+  int mode_;
+  int shownType_;
+  PlacementEvaluator evaluator_;
+  std::vector<TypeShapes> shapes_;
+};
+
+}  // namespace
+
+bool DisplayBuilder::ShowsLogo() const {
+  const IParamBlock2& block = *d_.block;
+  return d_.TypeCount() == 0 || block.GetInt(Show_Logo, d_.curTime) ||
+         block.GetInt(Display_Mode, d_.curTime) == 0;
+}
+
+float DisplayBuilder::LogoSize() {
+  float size = 0;
+  Interval valid = FOREVER;
+  d_.block->GetValue(Logo_size, d_.curTime, size, valid);
+  if (size < kSmallestLogo) {
+    size = kSmallestLogo;
+    d_.block->SetValue(Logo_size, d_.curTime, size);
+  }
+  return size;
+}
+
+void DisplayBuilder::Build(TimeValue t, Mesh& mesh) {
+  d_.curTime = t;
+  // A lowered mode refreshes the object, which builds at the host's time inside this build. What
+  // it left is what this one would make, unless the times differ.
+  const unsigned before = builds_;
+  if (!d_.block->GetInt(ForceDisplay, t)) ApplyBudgets(d_, t);
+  d_.curTime = t;
+  if (builds_ != before && lastBuilt_ == t) return;
+
+  mesh.setNumTVerts(0);
+  mesh.setNumTVFaces(0);
+  if (ShowsLogo()) {
+    MakeLogoMesh(LogoSize(), mesh);
+  } else {
+    mesh.setNumVerts(0);
+    mesh.setNumFaces(0);
+  }
+  INode* own = d_.OwnNode();
+  if (d_.block->GetInt(Display_Mode, t) >= kPyramid && own && d_.TypeCount() > 0)
+    Placements(d_, t).WriteTo(mesh, Inverse(own->GetNodeTM(t)));
+  mesh.InvalidateGeomCache();
+  mesh.InvalidateTopologyCache();
+  ++builds_;
+  lastBuilt_ = t;
+}
+
+}  // namespace sowfield

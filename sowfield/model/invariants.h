@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+#include "host/core/paramblock.h"
+
+namespace sowfield {
+
+/// Names the first thing in which the tables disagree, with the table, what was found and what was
+/// expected; empty when all is well. Holds between operations, for an object that was never set up
+/// (all tables empty) too.
+std::string FirstBreach(const IParamBlock2& block);
+
+}  // namespace sowfield

@@ -1,0 +1,80 @@
+#include "sowfield/model/messages.h"
+
+#include <algorithm>
+
+#include "sowfield/model/params.h"
+
+namespace sowfield {
+namespace {
+
+bool IsSlotTable(ParamID id) {
+  return std::find(kSlotTables.begin(), kSlotTables.end(), id) != kSlotTables.end();
+}
+
+void RefreshLists(Effects& out) {
+  out.Add(Effect::TellTypeList).Add(Effect::TellPainterList).Add(Effect::RefreshObject);
+}
+
+Effects OnChange(const MessageState& s) {
+  Effects out;
+  const bool undo = !s.holding && s.restoreOrRedoing == 1;
+  const bool redo = !s.holding && s.restoreOrRedoing == 4;
+  const bool restored = undo || redo;
+  const bool ready = s.listReady != 0;
+
+  switch (s.param) {
+    case Display_Mode: return out.Add(Effect::RefreshObject);
+    case Display_Type:
+      if (restored)
+        out.Add(Effect::TellTypeList).Add(Effect::RefreshObject).Add(Effect::TellStats);
+      return out;
+    case Geo_Kind:
+      if (s.holding) return out;
+      if (undo) RefreshLists(out);
+      return out.Add(redo ? Effect::ListReady0 : Effect::ListReady1);
+    case Geo_Names:
+      if (s.holding) return out;
+      if (redo) RefreshLists(out);
+      return out.Add(undo ? Effect::ListReady0 : Effect::ListReady1);
+    case Ins_Pos:
+      if (undo && ready) out.Add(Effect::RefreshObject).Add(Effect::TellStats);
+      return out;
+    case Ins_AnimRand:
+      if (redo && ready) out.Add(Effect::RefreshObject).Add(Effect::TellStats);
+      return out;
+    case Geo_PaintPct:
+      if (restored && ready) out.Add(Effect::TellPainterList);
+      return out;
+    case Brush_Size:
+    case Brush_LineSize: return restored ? out.Add(Effect::TellBrushSize) : out;
+    case Brush_Collision: return restored ? out.Add(Effect::TellCollision) : out;
+    case Brush_Erase: return restored ? out.Add(Effect::TellEraseChance) : out;
+    case ColorShift: return restored ? out.Add(Effect::TellColorShift) : out;
+    case Excl_Splines:
+    case Excl_On:
+      if (!restored) return out;
+      out.Add(Effect::TellExclusion);
+      return s.displayMode > 3 ? out.Add(Effect::RefreshObject) : out;
+    case CamClip:
+    case Cam_Radio: return out.Add(Effect::TellCamera);
+    case CamNode: return s.holding ? out : out.Add(Effect::TellCamera);
+    default:
+      if (IsSlotTable(s.param) && restored && ready)
+        out.Add(Effect::TellRowControls).Add(Effect::RefreshObject);
+      return out;
+  }
+}
+
+}  // namespace
+
+Effects Decide(const MessageState& s) {
+  Effects out;
+  switch (s.message) {
+    case REFMSG_CHANGE: return OnChange(s);
+    case REFMSG_TAB_ELEMENT_NULLED:
+      return s.param == Geo_Nodes ? out.Add(Effect::RemoveNulledTypes) : out;
+    default: return out;
+  }
+}
+
+}  // namespace sowfield

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <vector>
+
+#include "host/scene/mesh.h"
+#include "sowfield/model/distribution.h"
+
+namespace sowfield {
+
+inline constexpr int kMostSamples = 3000;
+
+/// What a type keeps of its source, so that display and strokes need the source for the mesh alone.
+struct TypeData {
+  int vertices = 0;
+  int faces = 0;
+  std::vector<Point3> samples;  // object space
+  Box3 box;                     // of all vertices, object space
+};
+
+/// All vertices of a mesh up to 3000, a random choice of 3000 above, in shuffled order either way.
+/// The shuffle draws from the system's `rand`, not from an object's generator.
+TypeData DataOfMesh(const Mesh& mesh);
+
+/// Appends the data of a new type, from Geo_VertCount to the box corners.
+void AppendTypeData(Distribution& d, const TypeData& data);
+
+/// The size of a type's box as the brush sees it: |x| + |y| of its diagonal, turned by the source
+/// node's matrix.
+Point3 TurnedBoxSize(const Distribution& d, const TypeRef& type);
+
+/// Sets brushMinimum to the smallest quarter of |x| + |y| over the types, and raises both brush
+/// radii to it. Without a type nothing changes.
+void RecomputeBrushMinimum(Distribution& d);
+
+/// Puts a node on the layer of the object and its sources, which is made if it doesn't exist; the
+/// current layer stays. Not part of any undo step's data.
+void AddToObjectsLayer(INode* node);
+
+}  // namespace sowfield

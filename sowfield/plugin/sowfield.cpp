@@ -1,0 +1,219 @@
+#include "sowfield/plugin/sowfield.h"
+
+#include "host/interface.h"
+#include "host/scene/mtl.h"
+#include "sowfield/model/classids.h"
+#include "sowfield/model/palette.h"
+#include "sowfield/model/typedata.h"
+#include "sowfield/model/typerows.h"
+#include "sowfield/plugin/classdesc.h"
+#include "sowfield/plugin/editcontext.h"
+#include "sowfield/plugin/entry.h"
+
+namespace sowfield {
+namespace {
+
+constexpr int kNotifications[] = {NOTIFY_PRE_RENDER,      NOTIFY_POST_RENDER,
+                                  NOTIFY_RENDER_PREEVAL,  NOTIFY_POST_RENDERFRAME,
+                                  NOTIFY_FILE_PRE_OPEN,   NOTIFY_FILE_POST_OPEN};
+
+// Finds the first node among the dependents.
+class MyEnumProc : public DependentEnumProc {
+ public:
+  bool proc(ReferenceTarget* dependent) override {
+    if (dependent->SuperClassID() != BASENODE_CLASS_ID) return false;
+    node = static_cast<INode*>(dependent);
+    return true;
+  }
+  INode* node = nullptr;
+};
+
+// Slot 0 is the object's own colour, slot t + 1 that of type t: the display mesh's material ids.
+Mtl* MakeDisplayMtl(TimeValue t) {
+  auto* multi = static_cast<MultiMtl*>(CreateInstance(MATERIAL_CLASS_ID, MultiMtl::kClassID));
+  if (!multi) return nullptr;
+  multi->SetNumSubMtls(int(kTypePalette.size()) + 1);
+  multi->GetSubMtl(0)->SetDiffuse(UnpackColor(kObjectColor), t);
+  for (int i = 0; i < int(kTypePalette.size()); ++i)
+    multi->GetSubMtl(i + 1)->SetDiffuse(UnpackColor(TypeColor(i)), t);
+  return multi;
+}
+
+}  // namespace
+
+Sowfield::Sowfield() : distribution(*this), builder_(distribution) {
+  GetSowfieldDesc()->MakeAutoParamBlocks(this);
+  for (const int code : kNotifications) RegisterNotification(OnNotification, this, code);
+}
+
+Sowfield::~Sowfield() {
+  distribution.SetListReady(0);
+  EditContext& context = TheEditContext();
+  if (context.currentObject == this) {
+    context.currentPainter.reset();
+    context.currentObject = nullptr;
+  }
+  GetCOREInterface()->ClearPickMode();
+  DeleteAllRefsToMe();
+  DeleteAllRefsFromMe();
+  for (const int code : kNotifications) UnRegisterNotification(OnNotification, this, code);
+}
+
+Class_ID Sowfield::ClassID() const { return kSowfieldClassID; }
+
+void Sowfield::GetClassName(WStr& name) const {
+  const wchar_t* text = GetString(kStringClassName);
+  name = text ? text : L"";
+}
+
+const wchar_t* Sowfield::GetObjectName() {
+  const wchar_t* text = GetString(kStringObjectName);
+  return text ? text : L"";
+}
+
+void Sowfield::SetReference(int, ReferenceTarget* t) {
+  if (pblock2) {
+    pblock2->SetObserver(Ins_Pos, nullptr);
+    pblock2->SetOwner(nullptr);
+  }
+  pblock2 = static_cast<IParamBlock2*>(t);
+  distribution.block = pblock2;
+  paint.stored.Clear();
+  if (pblock2) pblock2->SetOwner(this);
+}
+
+IParamBlock2* Sowfield::GetParamBlockByID(int id) {
+  return pblock2 && pblock2->ID() == id ? pblock2 : nullptr;
+}
+
+ReferenceTarget* Sowfield::Clone(RemapDir& remap) {
+  auto* clone = new Sowfield;
+  remap.AddMapping(this, clone);
+  clone->ReplaceReference(0, remap.CloneRef(pblock2));
+  clone->RefreshObject();
+  BaseClone(this, clone, remap);
+  return clone;
+}
+
+INode* Sowfield::OwnNode() {
+  MyEnumProc finder;
+  DoEnumDependents(&finder);
+  return finder.node;
+}
+
+void Sowfield::InitNewObject() {
+  Distribution& d = distribution;
+  if (INode* node = OwnNode()) {
+    node->SetNodeTM(d.curTime, TransMatrix(node->GetNodeTM(d.curTime).GetTrans()));
+    node->SetWireColor(kObjectColor);
+    displayMtl = MakeDisplayMtl(d.curTime);
+    node->SetMtl(displayMtl);
+    AddToObjectsLayer(node);
+  }
+  AppendGlobalRow(d);
+}
+
+void Sowfield::RefreshObject() {
+  Interface* ip = GetCOREInterface();
+  distribution.curTime = ip->GetTime();
+  ivalid.SetEmpty();
+  const bool outer = std::exchange(refreshing_, true);
+  UpdateMesh(distribution.curTime);
+  refreshing_ = outer;
+  NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE, NOTIFY_ALL, true);
+  ip->RedrawViews(distribution.curTime, REDRAW_NORMAL, nullptr);
+}
+
+void Sowfield::UpdateMesh(TimeValue t) {
+  if (distribution.ListReady() || refreshing_) SimpleObject2::UpdateMesh(t);
+}
+
+void Sowfield::BuildMesh(TimeValue t) {
+  builder_.Build(t, mesh);
+  ivalid = {t, t};
+}
+
+Mesh* Sowfield::GetRenderMesh(TimeValue, INode*, ViewExp*, bool& needDelete) {
+  needDelete = true;
+  return new Mesh;
+}
+
+RefResult Sowfield::NotifyRefChanged(const Interval&, ReferenceTarget* target, PartID&,
+                                     RefMessage message) {
+  if (target != pblock2 || !pblock2) return REF_SUCCEED;
+  const MessageState state{message,
+                           pblock2->LastNotifyParamID(),
+                           theHold.Holding(),
+                           theHold.RestoreOrRedoing(),
+                           distribution.ListReady(),
+                           pblock2->GetInt(Display_Mode)};
+  for (const Effect e : Decide(state)) CarryOut(e);
+  return REF_SUCCEED;
+}
+
+void Sowfield::CarryOut(Effect effect) {
+  Distribution& d = distribution;
+  switch (effect) {
+    case Effect::RefreshObject: RefreshObject(); break;
+    case Effect::ListReady0: d.SetListReady(0); break;
+    case Effect::ListReady1: d.SetListReady(1); break;
+    case Effect::RemoveNulledTypes: RemoveNulledTypes(d); break;
+    case Effect::TellTypeList: d.Tell(Event::TypeListChanged); break;
+    case Effect::TellPainterList: d.Tell(Event::PainterListChanged); break;
+    case Effect::TellRowControls: d.Tell(Event::RowControlsChanged); break;
+    case Effect::TellStats: d.Tell(Event::StatsChanged); break;
+    case Effect::TellBrushSize: d.Tell(Event::BrushSizeChanged); break;
+    case Effect::TellCollision: d.Tell(Event::CollisionChanged); break;
+    case Effect::TellEraseChance: d.Tell(Event::EraseChanceChanged); break;
+    case Effect::TellColorShift: d.Tell(Event::ColorShiftChanged); break;
+    case Effect::TellExclusion: d.Tell(Event::ExclusionChanged); break;
+    case Effect::TellCamera: d.Tell(Event::CameraChanged); break;
+  }
+}
+
+void Sowfield::OnNotification(void* param, NotifyInfo* info) {
+  auto* self = static_cast<Sowfield*>(param);
+  Distribution& d = self->distribution;
+  switch (info->intcode) {
+    case NOTIFY_FILE_PRE_OPEN: d.SetListReady(0); break;
+    case NOTIFY_FILE_POST_OPEN:
+      d.SetListReady(1);
+      UpgradeNormalRows(d);
+      break;
+    case NOTIFY_PRE_RENDER:
+      GetCOREInterface()->PrintToListener(
+          L"Sowfield: placements can't be rendered yet; this render shows none.\n");
+      break;
+    case NOTIFY_RENDER_PREEVAL:
+    case NOTIFY_POST_RENDERFRAME: d.curTime = info->time; break;
+    case NOTIFY_POST_RENDER: d.curTime = GetCOREInterface()->GetTime(); break;
+    default: break;
+  }
+}
+
+void Sowfield::BeginEditParams(Interface* ip, unsigned flags, void*) {
+  ip_ = ip;
+  if (flags != kEditModify && flags != kEditCreate) return;
+  // The header and statistics panels make their owner the current object as they open.
+  EditContext& context = TheEditContext();
+  if (context.currentObject != this) context.ClosePainter();
+  context.currentObject = this;
+  panelsOpen_ = true;
+}
+
+void Sowfield::EndEditParams(Interface* ip, unsigned, void*) {
+  ip->ClearPickMode();
+  EditContext& context = TheEditContext();
+  if (context.currentObject == this) context.ClosePainter();
+  panelsOpen_ = false;
+  const Interval now(distribution.curTime, distribution.curTime);
+  NotifyDependents(now, PART_ALL, REFMSG_END_EDIT, NOTIFY_ALL, true);
+}
+
+CreateMouseCallBack* Sowfield::GetCreateMouseCallBack() {
+  static SowfieldCreateCallBack callback;
+  callback.SetObject(this);
+  return &callback;
+}
+
+}  // namespace sowfield

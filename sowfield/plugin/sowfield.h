@@ -1,0 +1,82 @@
+#pragma once
+
+#include "host/core/notify.h"
+#include "host/scene/simpleobject.h"
+#include "sowfield/display/displaymesh.h"
+#include "sowfield/model/distribution.h"
+#include "sowfield/model/messages.h"
+#include "sowfield/paint/paintstate.h"
+#include "sowfield/plugin/createcallback.h"
+
+namespace sowfield {
+
+/// The geometry object: a distribution of object types and placements held in one parameter block,
+/// which is its only reference and all that is stored. Everything else here lasts while the object
+/// is in memory.
+class Sowfield : public SimpleObject2, public ObjectSide {
+ public:
+  Sowfield();
+  ~Sowfield() override;
+
+  // What features work on.
+  Distribution distribution;
+  PaintState paint;
+  /// Given to the object's node by InitNewObject; the user may replace it.
+  Mtl* displayMtl = nullptr;
+
+  /// First set-up of an object that the user has just placed; its node must exist.
+  void InitNewObject();
+
+  // ObjectSide.
+  void RefreshObject() override;
+  INode* OwnNode() override;
+  bool PanelsOpen() const override { return panelsOpen_; }
+
+  // References.
+  Class_ID ClassID() const override;
+  void GetClassName(WStr& name) const override;
+  int NumRefs() const override { return 1; }
+  ReferenceTarget* GetReference(int) const override { return pblock2; }
+  RefResult NotifyRefChanged(const Interval& changeInt, ReferenceTarget* target, PartID& partID,
+                             RefMessage message) override;
+  ReferenceTarget* Clone(RemapDir& remap) override;
+
+  // Object.
+  IParamBlock2* GetParamBlock(int) override { return pblock2; }
+  IParamBlock2* GetParamBlockByID(int id) override;
+  void BeginEditParams(Interface* ip, unsigned flags, void* prev) override;
+  void EndEditParams(Interface* ip, unsigned flags, void* next) override;
+  const wchar_t* GetObjectName() override;
+  void InitNodeName(WStr& name) override { name = L"Sowfield_"; }
+  Interval ObjectValidity(TimeValue t) override { return {t, t}; }
+  unsigned GetObjectDisplayRequirement() const override { return 1; }
+  int IntersectRay(TimeValue, const Ray&, float&, Point3&) override { return 0; }
+  int HasUVW() override { return 1; }
+  void SetGenUVW(bool) override {}
+  /// Always a new empty mesh: geometry reaches the renderer by other ways.
+  Mesh* GetRenderMesh(TimeValue t, INode* node, ViewExp* view, bool& needDelete) override;
+  CreateMouseCallBack* GetCreateMouseCallBack();
+
+  // SimpleObject2.
+  /// A redraw that comes in the middle of a table change keeps the last mesh.
+  void UpdateMesh(TimeValue t) override;
+  void BuildMesh(TimeValue t) override;
+
+ protected:
+  void SetReference(int i, ReferenceTarget* t) override;
+
+ private:
+  static void OnNotification(void* param, NotifyInfo* info);
+  void CarryOut(Effect effect);
+
+  DisplayBuilder builder_;
+  Interface* ip_ = nullptr;
+  bool panelsOpen_ = false;
+  bool refreshing_ = false;
+};
+
+/// Flags of BeginEditParams.
+inline constexpr unsigned kEditModify = 0;
+inline constexpr unsigned kEditCreate = 1;
+
+}  // namespace sowfield

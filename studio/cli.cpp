@@ -1,0 +1,66 @@
+#include "studio/cli.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+#include <ostream>
+
+#include "studio/job/steptable.h"
+#include "studio/run.h"
+
+namespace studio {
+namespace {
+
+constexpr const char* kVersion = "sowfield 1.0";
+
+int ShowSteps(const std::string& name, bool markdown, std::ostream& out, std::ostream& err) {
+  if (markdown) {
+    out << StepsAsMarkdown();
+    return 0;
+  }
+  if (name.empty()) {
+    out << StepList() << "\n`sowfield steps NAME` tells the fields of one.\n";
+    return 0;
+  }
+  if (const StepDecl* step = FindStep(name)) {
+    out << StepHelp(*step);
+    if (step->Find("view")) out << "\nA view in braces:\n" << StepHelp(ViewFields());
+    return 0;
+  }
+  err << "there is no step \"" << name << "\": `sowfield steps` lists them\n";
+  return 2;
+}
+
+}  // namespace
+
+int RunCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+  CLI::App app("Paints very many copies of a few objects over the surfaces of a scene.",
+               "sowfield");
+  app.set_version_flag("--version", kVersion);
+  app.require_subcommand(1);
+  app.footer("Exit status: 0 done, 1 failed, 2 wrong usage.");
+
+  std::string job, step;
+  RunOptions options;
+  bool markdown = false;
+  CLI::App* run = app.add_subcommand("run", "Does the steps of a job file (JSON)");
+  run->add_option("job", job, "the job file; paths in it start from its folder")->required();
+  run->add_flag("--json", options.json, "print what came of the steps as one JSON document");
+  run->add_flag("--quiet", options.quiet, "print only what steps were asked to print");
+  CLI::App* steps = app.add_subcommand("steps", "Lists the steps that a job can hold");
+  steps->add_option("name", step, "tell the fields of this step");
+  steps->add_flag("--markdown", markdown, "all steps and fields as the tables of docs/jobs.md");
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e, out, err) == 0 ? 0 : 2;
+  }
+  if (steps->parsed()) return ShowSteps(step, markdown, out, err);
+  options.progress = !options.quiet && &err == &std::cerr && isatty(STDERR_FILENO) != 0;
+  return RunJob(job, options, out, err);
+}
+
+}  // namespace studio

@@ -1,0 +1,5 @@
+#include <iostream>
+
+#include "studio/cli.h"
+
+int main(int argc, char** argv) { return studio::RunCommandLine(argc, argv, std::cout, std::cerr); }

@@ -1,0 +1,127 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "host/io/png.h"
+#include "host/viewport/picture.h"
+#include "sowfield/model/placement.h"
+#include "studio/job/paramrules.h"
+#include "studio/steps/steps.h"
+#include "studio/steps/views.h"
+
+namespace studio {
+
+using sowfield::Sowfield;
+
+namespace {
+
+constexpr int kFirstDrawnMode = 4;
+
+int ModeOf(const Sowfield& object) { return object.pblock2->GetInt(sowfield::Display_Mode); }
+
+// Sets another mode or type for one picture; all of it is taken back, with no undo step.
+class ForThisPicture {
+ public:
+  ForThisPicture(Stage& stage, const Call& call) {
+    const TimeValue t = stage.Now();
+    const Args& args = call.args;
+    // What may fail comes before the first change.
+    Sowfield* typed = args.Has("type") ? &stage.Edited(args.PlaceOf("type")) : nullptr;
+    int shown = 0;
+    if (typed) {
+      const Value& type = *args.Given("type");
+      shown = type.IsText() && type.text == "all" ? 0 : Stage::TypeOf(*typed, type) + 1;
+    }
+    if (!typed && !args.Has("mode")) return;
+    step_.emplace();
+    if (typed) {
+      typed->pblock2->SetValue(sowfield::Display_Type, t, shown);
+      typed->RefreshObject();
+    }
+    if (!args.Has("mode")) return;
+    const int mode = DisplayModeByName(args.Text("mode"));
+    for (INode* node : stage.SowfieldNodes())
+      Stage::SowfieldOf(node)->pblock2->SetValue(sowfield::Display_Mode, t, mode);
+  }
+
+ private:
+  std::optional<UndoStep> step_;
+};
+
+void NeedDrawnModes(Stage& stage, const Call& call) {
+  for (INode* node : stage.SowfieldNodes()) {
+    const Sowfield& object = *Stage::SowfieldOf(node);
+    if (ModeOf(object) >= kFirstDrawnMode || object.distribution.PlacementCount() == 0) continue;
+    throw StepFailure{call.place,
+                      fmt::format("\"{}\" shows its placements as {}, which is not drawn yet: the "
+                                  "display budget lowered it; set \"ForceDisplay\" to 1",
+                                  ToUtf8(node->GetName()), DisplayModeName(ModeOf(object)))};
+  }
+}
+
+}  // namespace
+
+void Picture(Stage& stage, const Call& call, Outcome& out) {
+  const Args& args = call.args;
+  if (SceneBox(stage).IsEmpty())
+    throw StepFailure{call.place, "the scene is empty: there is nothing to look at"};
+  const std::shared_ptr<ViewExp> view = MakeView(stage, args);
+  const ForThisPicture changed(stage, call);
+  NeedDrawnModes(stage, call);
+  if (args.Has("mode"))
+    for (INode* node : stage.SowfieldNodes())
+      if (const int mode = ModeOf(*Stage::SowfieldOf(node));
+          DisplayModeName(mode) != args.Text("mode"))
+        out.text += fmt::format("; a display budget lowered \"{}\" to {}", ToUtf8(node->GetName()),
+                                DisplayModeName(mode));
+
+  std::string error;
+  const std::optional<host::Picture> picture =
+      host::DrawScene(stage.Ip(), *view, {args.Flag("grid")}, error);
+  if (!picture) throw StepFailure{call.place, "the picture can't be drawn: " + error};
+  std::vector<std::byte> png;
+  if (!host::EncodePng(picture->width, picture->height, picture->rgb, png, error))
+    throw StepFailure{call.place, error};
+  const Value& file = *args.Given("file");
+  stage.Write(file, png);
+  out.AddText("file", file.text);
+  out.text = fmt::format("{}, {} x {}{}", file.text, picture->width, picture->height, out.text);
+}
+
+void DumpPlacements(Stage& stage, const Call& call, Outcome& out) {
+  const Sowfield& object = stage.Edited(call.place);
+  const IParamBlock2& block = *object.pblock2;
+  const sowfield::PlacementEvaluator evaluator(block, stage.Now());
+  const std::span<const WStr> names = block.Strings(sowfield::Geo_Names);
+  const std::span<const Point3> angles = block.Points(sowfield::Ins_Normal);
+  const std::span<const int> rands = block.Ints(sowfield::Ins_Rand);
+  const std::span<const int> animRands = block.Ints(sowfield::Ins_AnimRand);
+
+  JsonOut json;
+  json.BeginObject().Line().Key("object").Text(ToUtf8(stage.EditedNode()->GetName()));
+  json.Line().Key("time").Int(stage.Now());
+  json.Line().Key("count").Int((long long)(evaluator.Count()));
+  json.Line().Key("placements").BeginList();
+  for (size_t p = 0; p < evaluator.Count(); ++p) {
+    const int type = evaluator.Type(p);
+    json.Line().BeginObject().Key("type").Int(type).Key("name").Text(ToUtf8(names[size_t(type)]));
+    json.Key("position").Point(evaluator.Position(p)).Key("angles").Point(angles[p]);
+    json.Key("rand").Int(rands[p]).Key("anim_rand").Int(animRands[p]);
+    const Matrix3 m = evaluator.Matrix(p);
+    json.Key("matrix").BeginList();
+    for (int row = 0; row < 4; ++row) json.Point(m.GetRow(row));
+    json.End().Key("time").Int(evaluator.Time(p)).End();
+  }
+  json.Line().End().Line().End();
+  out.text = Grouped((long long)(evaluator.Count())) + " placements";
+  if (const Value* file = call.args.Given("file")) {
+    stage.Write(*file, json.Str() + "\n");
+    out.AddText("file", file->text);
+    out.text += " in " + file->text;
+  } else {
+    out.document = json.Str() + "\n";
+    out.Add("placements", json.Str());
+  }
+}
+
+}  // namespace studio

@@ -1,0 +1,151 @@
+#include "studio/steps/stage.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <ostream>
+#include <set>
+
+#include "host/io/file.h"
+#include "sowfield/model/classids.h"
+#include "sowfield/plugin/editcontext.h"
+#include "sowfield/plugin/entry.h"
+#include "studio/job/steptable.h"
+
+namespace studio {
+
+ColorRef ColourOf(const std::string& text) {
+  const long rgb = std::strtol(text.c_str() + 1, nullptr, 16);
+  return PackColor(int(rgb >> 16), int(rgb >> 8 & 255), int(rgb & 255));
+}
+
+using sowfield::Sowfield;
+
+Stage::Stage(std::string folder, std::ostream& notices)
+    : folder_(std::move(folder)), notices_(notices) {
+  Ip().Boxes().SetReporter([this](const host::ShownBox& box) {
+    notices_ << "notice: [" << ToUtf8(box.title) << "] " << ToUtf8(box.text) << '\n';
+  });
+  Ip().SetListener([this](const WStr& text) { notices_ << ToUtf8(text); });
+  std::string why;
+  if (!host_.Classes().AddPlugin(sowfield::Entries(), why))
+    throw StepFailure{{}, "the Sowfield object can't be registered: " + why};
+}
+
+Stage::~Stage() {
+  LeavePaintMode();
+  StopEditing();
+}
+
+INode* Stage::Node(const Value& name) {
+  const WStr wide = FromUtf8(name.text);
+  const std::vector<INode*> found = host_.GetScene().FindNodes(wide);
+  if (found.size() == 1) return found.front();
+  if (found.size() > 1)
+    throw StepFailure{name.place,
+                      fmt::format("{} nodes are named \"{}\"", found.size(), name.text)};
+  std::set<std::string> names;
+  for (const INode* n : host_.GetScene().AllNodes()) names.insert(ToUtf8(n->GetName()));
+  const std::vector<std::string> list(names.begin(), names.end());
+  throw StepFailure{
+      name.place, fmt::format("no node is named \"{}\"{}", name.text, DidYouMean(name.text, list))};
+}
+
+void Stage::NeedNewName(const Value& name) {
+  if (!host_.GetScene().FindNodes(FromUtf8(name.text)).empty())
+    throw StepFailure{name.place, fmt::format("a node is named \"{}\" already", name.text)};
+}
+
+Sowfield* Stage::SowfieldOf(INode* node) {
+  Object* object = node->GetObjectRef();
+  return object && object->ClassID() == sowfield::kSowfieldClassID ? static_cast<Sowfield*>(object)
+                                                                   : nullptr;
+}
+
+std::vector<INode*> Stage::SowfieldNodes() {
+  std::vector<INode*> nodes = host_.GetScene().AllNodes();
+  std::erase_if(nodes, [](INode* n) { return !SowfieldOf(n); });
+  return nodes;
+}
+
+Sowfield& Stage::Edited(Place place) {
+  if (!edited_)
+    throw StepFailure{place, "no Sowfield object is edited: create one, or select one by name"};
+  return *SowfieldOf(edited_.get());
+}
+
+void Stage::Edit(INode* node) {
+  StopEditing();
+  edited_ = Pin<INode>(node);
+  SowfieldOf(node)->BeginEditParams(&Ip(), sowfield::kEditModify, nullptr);
+}
+
+void Stage::StopEditing() {
+  if (!edited_) return;
+  if (Sowfield* object = SowfieldOf(edited_.get()))
+    object->EndEditParams(&Ip(), sowfield::kEditModify, nullptr);
+  edited_ = {};
+}
+
+void Stage::Settle() {
+  if (edited_ && !edited_->InScene()) StopEditing();
+}
+
+bool Stage::Painting() const {
+  const auto& painter = sowfield::TheEditContext().currentPainter;
+  return painter && painter->InSession();
+}
+
+void Stage::LeavePaintMode() {
+  if (Painting()) sowfield::PressToolButton(sowfield::kNoTool);
+}
+
+int Stage::TypeOf(Sowfield& object, const Value& type) {
+  const sowfield::Distribution& d = object.distribution;
+  if (type.IsNumber()) {
+    if (type.number < d.TypeCount()) return int(type.number);
+    throw StepFailure{type.place,
+                      fmt::format("there is no type {}: the object has {}, counted from 0",
+                                  type.number, d.TypeCount())};
+  }
+  const std::span<const WStr> names = d.block->Strings(sowfield::Geo_Names);
+  std::vector<std::string> list;
+  for (const WStr& n : names) list.push_back(ToUtf8(n));
+  const auto count = std::count(list.begin(), list.end(), type.text);
+  if (count == 1) return int(std::find(list.begin(), list.end(), type.text) - list.begin());
+  throw StepFailure{
+      type.place,
+      count == 0
+          ? fmt::format("no object type is named \"{}\"{}", type.text, DidYouMean(type.text, list))
+          : fmt::format("{} object types are named \"{}\": tell the number", count, type.text)};
+}
+
+int Stage::RowOf(Sowfield& object, const Value& row) {
+  if (row.IsText()) return row.text == "all" ? 0 : TypeOf(object, row) + 1;
+  const int types = object.distribution.TypeCount();
+  if (row.number <= types) return int(row.number);
+  throw StepFailure{
+      row.place,
+      fmt::format("there is no row {}: 0 is all types, and the object has {}", row.number, types)};
+}
+
+std::string Stage::Resolve(const std::string& path) const {
+  return (std::filesystem::path(folder_) / path).lexically_normal().string();
+}
+
+void Stage::Write(const Value& path, std::span<const std::byte> bytes) {
+  const std::filesystem::path full = Resolve(path.text);
+  std::error_code code;
+  if (full.has_parent_path()) std::filesystem::create_directories(full.parent_path(), code);
+  if (code)
+    throw StepFailure{path.place, fmt::format("the folder {} can't be made: {}",
+                                              full.parent_path().string(), code.message())};
+  std::string error;
+  if (!host::WriteFileSafely(full.string(), bytes, error)) throw StepFailure{path.place, error};
+}
+
+void Stage::Write(const Value& path, std::string_view text) {
+  Write(path, std::as_bytes(std::span(text)));
+}
+
+}  // namespace studio

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <functional>
+#include <iosfwd>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "host/host.h"
+#include "sowfield/plugin/sowfield.h"
+#include "studio/job/job.h"
+
+namespace studio {
+
+/// Why a step couldn't be done. The place is that of the field at fault, or the step's.
+struct StepFailure {
+  Place place;
+  std::string text;
+};
+
+/// The colour of a "#rrggbb".
+ColorRef ColourOf(const std::string& text);
+
+/// An undo step that is taken back unless it is accepted.
+class UndoStep {
+ public:
+  UndoStep() { theHold.Begin(); }
+  UndoStep(const UndoStep&) = delete;
+  UndoStep& operator=(const UndoStep&) = delete;
+  ~UndoStep() {
+    if (open_) theHold.Cancel();
+  }
+  void Accept(const WStr& name) {
+    open_ = false;
+    theHold.Accept(name);
+  }
+
+ private:
+  bool open_ = true;
+};
+
+/// What a job works on: a host with its scene, and the Sowfield object whose panels are open.
+class Stage {
+ public:
+  /// Files are named from `folder`. Message boxes and the listener go to `notices`.
+  Stage(std::string folder, std::ostream& notices);
+  ~Stage();
+  Stage(const Stage&) = delete;
+  Stage& operator=(const Stage&) = delete;
+
+  host::Host& TheHost() { return host_; }
+  Interface& Ip() { return host_.Services(); }
+  TimeValue Now() { return Ip().GetTime(); }
+
+  /// The node of a name. Fails for none and for several.
+  INode* Node(const Value& name);
+  /// Fails if a node has that name already.
+  void NeedNewName(const Value& name);
+
+  /// Null for a node that holds no Sowfield object.
+  static sowfield::Sowfield* SowfieldOf(INode* node);
+  std::vector<INode*> SowfieldNodes();
+  /// The edited object; fails without one.
+  sowfield::Sowfield& Edited(Place place);
+  INode* EditedNode() const { return edited_.get(); }
+  /// Opens the panels of a Sowfield object's node and closes those that are open.
+  void Edit(INode* node);
+  void StopEditing();
+  /// Closes the panels of an object that has left the scene.
+  void Settle();
+
+  bool Painting() const;
+  void LeavePaintMode();
+
+  /// A type of an object by its name or number; fails for none and for several.
+  static int TypeOf(sowfield::Sowfield& object, const Value& type);
+  /// A transform row: 0 for "all", t + 1 for type t.
+  static int RowOf(sowfield::Sowfield& object, const Value& row);
+
+  /// A path as it is opened.
+  std::string Resolve(const std::string& path) const;
+  /// Writes a file whole, after its folders.
+  void Write(const Value& path, std::span<const std::byte> bytes);
+  void Write(const Value& path, std::string_view text);
+
+  std::ostream& Notices() { return notices_; }
+  /// Told of long work, 0 to 1.
+  std::function<void(double)> progress = [](double) {};
+
+ private:
+  std::string folder_;
+  std::ostream& notices_;
+  host::Host host_;
+  Pin<INode> edited_;
+};
+
+}  // namespace studio

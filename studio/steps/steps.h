@@ -1,0 +1,56 @@
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "studio/job/jsonout.h"
+#include "studio/steps/stage.h"
+
+namespace studio {
+
+/// What came of a step.
+struct Outcome {
+  std::string text;      // for its line
+  std::string answer;    // the line's end that was asked for, told without lines too
+  std::string document;  // what was asked for on standard output, lines of its own
+  std::vector<std::pair<std::string, std::string>> fields;  // names and JSON values
+
+  void Add(const char* name, std::string json) { fields.emplace_back(name, std::move(json)); }
+  void Add(const char* name, long long n) { Add(name, std::to_string(n)); }
+  void AddText(const char* name, std::string_view text_) { Add(name, JsonOut().Text(text_).Str()); }
+};
+
+/// Does a step; throws StepFailure.
+using StepFunction = void (*)(Stage& stage, const Call& call, Outcome& out);
+/// Null for a name that isn't a step's.
+StepFunction FunctionOf(std::string_view name);
+
+// Scene.
+void Open(Stage& stage, const Call& call, Outcome& out);
+void Primitive(Stage& stage, const Call& call, Outcome& out);
+void Camera(Stage& stage, const Call& call, Outcome& out);
+void Delete(Stage& stage, const Call& call, Outcome& out);
+void Time(Stage& stage, const Call& call, Outcome& out);
+void Undo(Stage& stage, const Call& call, Outcome& out);
+void Redo(Stage& stage, const Call& call, Outcome& out);
+// Object.
+void Create(Stage& stage, const Call& call, Outcome& out);
+void Select(Stage& stage, const Call& call, Outcome& out);
+void AddTypes(Stage& stage, const Call& call, Outcome& out);
+void SelectRows(Stage& stage, const Call& call, Outcome& out);
+void TypeColour(Stage& stage, const Call& call, Outcome& out);
+void Seed(Stage& stage, const Call& call, Outcome& out);
+void Check(Stage& stage, const Call& call, Outcome& out);
+void ShowStats(Stage& stage, const Call& call, Outcome& out);
+// Parameters.
+void Set(Stage& stage, const Call& call, Outcome& out);
+void Get(Stage& stage, const Call& call, Outcome& out);
+void DumpParams(Stage& stage, const Call& call, Outcome& out);
+// Painting and pictures.
+void Stroke(Stage& stage, const Call& call, Outcome& out);
+void Leave(Stage& stage, const Call& call, Outcome& out);
+void Picture(Stage& stage, const Call& call, Outcome& out);
+void DumpPlacements(Stage& stage, const Call& call, Outcome& out);
+
+}  // namespace studio

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+
+#include "studio/run.h"
+
+namespace studio {
+
+/// Runs jobs in a folder of its own.
+class JobTest : public ::testing::Test {
+ protected:
+  struct Result {
+    int status = -1;
+    std::string out, err;
+    nlohmann::json json;  // with RunOptions::json
+
+    /// What came of step n, from 1.
+    const nlohmann::json& Step(size_t n) const { return json.at("steps").at(n - 1); }
+  };
+
+  void SetUp() override {
+    folder_ = std::filesystem::temp_directory_path() /
+              ("sowfield-jobs-" + std::to_string(::getpid()) + "-" +
+               ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::create_directories(folder_);
+  }
+  void TearDown() override { std::filesystem::remove_all(folder_); }
+
+  std::filesystem::path Path(const std::string& name) const { return folder_ / name; }
+  std::string Read(const std::string& name) const {
+    std::ifstream in(Path(name), std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  void Write(const std::string& name, const std::string& text) const {
+    std::ofstream(Path(name), std::ios::binary) << text;
+  }
+
+  /// Runs a job text. In `err` the job's path reads as "job.json".
+  Result RunText(const std::string& text, RunOptions options = {}) const {
+    Write("job.json", text);
+    std::ostringstream out, err;
+    Result result;
+    result.status = RunJob(Path("job.json").string(), options, out, err);
+    result.out = out.str();
+    result.err = err.str();
+    const std::string whole = Path("job.json").string();
+    for (size_t at; (at = result.err.find(whole)) != std::string::npos;)
+      result.err.replace(at, whole.size(), "job.json");
+    if (options.json) result.json = nlohmann::json::parse(result.out);
+    return result;
+  }
+  /// Runs steps, told without the brackets round them, one a line.
+  Result RunSteps(const std::string& steps) const {
+    return RunText("{\"steps\": [\n" + steps + "\n]}", {.json = true});
+  }
+
+  std::filesystem::path folder_;
+};
+
+/// A plane of 20 x 20 at height 0 and a unit box far from it that is the first type.
+inline const std::string kField =
+    R"({"do": "primitive", "kind": "plane", "name": "field", "size": [20, 20]},
+{"do": "primitive", "kind": "box", "name": "stone", "size": [1, 1, 1], "at": [50, 50, 0]},
+{"do": "create", "name": "sow", "at": [30, 0]},
+{"do": "add", "nodes": "stone"})";
+
+/// A view of the field from above in which a pixel is 0.1 wide.
+inline const std::string kView =
+    R"("view": {"orthographic": "top", "center": [0, 0, 0], "span": 24.1}, "size": [241, 241])";
+
+}  // namespace studio

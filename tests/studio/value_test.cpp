@@ -1,0 +1,84 @@
+#include "studio/job/value.h"
+
+#include <gtest/gtest.h>
+
+#include "studio/job/jsonout.h"
+
+namespace studio {
+namespace {
+
+TEST(Value, EveryValueAndKeyKnowsItsPlace) {
+  Fault fault;
+  const auto root = ReadJson(
+      "{ \"a\": [1,\n  -2.5e1, {\"é\": \"x\\\"y\", \"b\":null}],\n\t\"c\" :true}\n", fault);
+  ASSERT_TRUE(root) << fault.text;
+  EXPECT_EQ(root->place, (Place{1, 1}));
+  EXPECT_EQ(root->members[0].place, (Place{1, 3}));
+  const Value& list = *root->Find("a");
+  EXPECT_EQ(list.place, (Place{1, 8}));
+  EXPECT_EQ(list.items[0].place, (Place{1, 9}));
+  EXPECT_EQ(list.items[1].place, (Place{2, 3}));
+  EXPECT_EQ(list.items[1].number, -25);
+  const Value& object = list.items[2];
+  EXPECT_EQ(object.place, (Place{2, 11}));
+  EXPECT_EQ(object.members[0].key, "é");
+  // The key's two bytes are one column.
+  EXPECT_EQ(object.members[0].value.place, (Place{2, 17}));
+  EXPECT_EQ(object.members[0].value.text, "x\"y");
+  EXPECT_EQ(object.members[1].place, (Place{2, 25}));
+  EXPECT_EQ(object.members[1].value.kind, Value::Kind::Null);
+  EXPECT_EQ(root->members[1].place, (Place{3, 2}));
+  EXPECT_TRUE(root->Find("c")->flag);
+  EXPECT_EQ(root->Find("d"), nullptr);
+}
+
+TEST(Value, FaultsTellTheirPlace) {
+  const struct {
+    std::string text;
+    Place place;
+    const char* why;
+  } cases[] = {
+      {"", {1, 1}, "isn't JSON"},
+      {"{\"a\": 1,\n \"b\": 2,\n \"a\": 3}", {3, 2}, "the first is in line 1"},
+      {"{\"a\": 1,\n  x}", {2, 3}, "isn't JSON"},
+      {"[1, 1e999]", {1, 5}, "isn't JSON"},
+      {"[1] 2", {1, 5}, "isn't JSON"},
+      {"[\"\xFF\"]", {1, 3}, "isn't JSON"},
+      {std::string(40, '['), {1, 33}, "more than 32 deep"},
+  };
+  for (const auto& c : cases) {
+    Fault fault;
+    EXPECT_FALSE(ReadJson(c.text, fault)) << c.text;
+    EXPECT_NE(fault.text.find(c.why), std::string::npos) << c.text << ": " << fault.text;
+    EXPECT_EQ(fault.place.line, c.place.line) << c.text;
+    EXPECT_NEAR(fault.place.column, c.place.column, c.why[0] == 'i' ? 5 : 0) << c.text;
+    EXPECT_EQ(fault.text.find('\n'), std::string::npos);
+  }
+}
+
+TEST(Value, AByteOrderMarkIsNoFault) {
+  Fault fault;
+  const auto root = ReadJson("\xEF\xBB\xBF[7]", fault);
+  ASSERT_TRUE(root);
+  EXPECT_EQ(root->items[0].place, (Place{1, 2}));
+}
+
+TEST(JsonOut, NumbersReadBackAndTextsAreEscaped) {
+  JsonOut json;
+  json.BeginObject().Key("f").Float(0.1f).Key("d").Double(1e300).Key("n").Float(-0.0f);
+  json.Key("x").Float(std::numeric_limits<float>::infinity()).Key("t").Text("a\"\\\n\x01é");
+  json.Key("l").BeginList().Int(1).Flag(true).Null().End().Key("e").BeginList().End().End();
+  EXPECT_EQ(json.Str(),
+            "{\"f\":0.1,\"d\":1e+300,\"n\":-0,\"x\":\"inf\",\"t\":\"a\\\"\\\\\\u000a\\u0001é\","
+            "\"l\":[1,true,null],\"e\":[]}");
+}
+
+TEST(JsonOut, ThousandsAreParted) {
+  EXPECT_EQ(Grouped(0), "0");
+  EXPECT_EQ(Grouped(999), "999");
+  EXPECT_EQ(Grouped(1000), "1,000");
+  EXPECT_EQ(Grouped(-1234567), "-1,234,567");
+}
+
+}  // namespace
+}  // namespace studio

@@ -8,7 +8,8 @@ namespace host {
 namespace {
 
 // pi/2 in three parts. The first two hold 33 bits each, so that their products with a whole number
-// of up to 20 bits are exact (Cody and Waite, "Software Manual for the Elementary Functions", 1980).
+// of up to 20 bits are exact (Cody and Waite, "Software Manual for the Elementary Functions",
+// 1980).
 constexpr double kHalfPi1 = 0x1.921fb544p+0;
 constexpr double kHalfPi2 = 0x1.0b4611a6p-34;
 constexpr double kHalfPi3 = 0x1.3198a2e037073p-69;
@@ -82,10 +83,14 @@ SinCos SinCosOf(double a) {
   const double s = SinKernel(r);
   const double c = CosKernel(r);
   switch ((long long)(turns)&3) {
-    case 0: return {s, c};
-    case 1: return {c, -s};
-    case 2: return {-s, -c};
-    default: return {-c, s};
+    case 0:
+      return {s, c};
+    case 1:
+      return {c, -s};
+    case 2:
+      return {-s, -c};
+    default:
+      return {-c, s};
   }
 }
 

@@ -193,9 +193,7 @@ PainterHit PaintSystem::Follow(const IPoint2& mouse) {
   PainterHit hit;
   const ViewExp* view = GetCOREInterface()->GetActiveViewExp();
   if (view && view->IsAlive())
-    OrSay([&] {
-      hit = caster_.Cast(view->MapScreenToWorldRay(float(mouse.x), float(mouse.y)));
-    });
+    OrSay([&] { hit = caster_.Cast(view->MapScreenToWorldRay(float(mouse.x), float(mouse.y))); });
   way_.push_back({mouse, hit.hit, hit.worldPoint, hit.worldNormal});
   if (way_.size() > kMostPoints) way_.pop_front();
   return hit;

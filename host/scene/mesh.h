@@ -22,8 +22,7 @@ struct Face {
 
   void setVerts(std::uint32_t a, std::uint32_t b, std::uint32_t c) { v[0] = a, v[1] = b, v[2] = c; }
   void setEdgeVisFlags(bool a, bool b, bool c) {
-    flags = (flags & ~EDGE_ALL) | (a ? EDGE_A : 0u) | (b ? EDGE_B : 0u) |
-            (c ? EDGE_C : 0u);
+    flags = (flags & ~EDGE_ALL) | (a ? EDGE_A : 0u) | (b ? EDGE_B : 0u) | (c ? EDGE_C : 0u);
   }
   std::uint32_t edgeVisFlags() const { return flags & EDGE_ALL; }
   MtlID getMatID() const { return MtlID(flags >> 16); }

@@ -79,9 +79,9 @@ void SphereObject::BuildMesh(TimeValue) {
     const host::SinCos tilt = host::SinCosOf(host::kPi * (r + 1) / (rings + 1));
     for (int i = 0; i < around; ++i) {
       const host::SinCos turn = host::SinCosOf(2 * host::kPi * i / around);
-      mesh.setVert(r * around + i, {float(radius_ * tilt.sin * turn.cos),
-                                    float(radius_ * tilt.sin * turn.sin),
-                                    float(radius_ * tilt.cos)});
+      mesh.setVert(r * around + i,
+                   {float(radius_ * tilt.sin * turn.cos), float(radius_ * tilt.sin * turn.sin),
+                    float(radius_ * tilt.cos)});
     }
   }
 

@@ -28,8 +28,7 @@ namespace {
 void Lower(Distribution& d, TimeValue t, int mode) {
   static constexpr const wchar_t* kTo[] = {L"None", L"Dot", nullptr, nullptr, L"Pyrimad"};
   if (d.PanelsOpen()) {
-    const WStr text =
-        WStr(L"There are too many polys to show, it will now switch to ") + kTo[mode];
+    const WStr text = WStr(L"There are too many polys to show, it will now switch to ") + kTo[mode];
     GetCOREInterface()->Boxes().Show(L"Too Many Polys", text, host::BoxKind::Warning);
   }
   d.block->SetValue(Display_Mode, t, mode);

@@ -60,8 +60,8 @@ class TypeShapes {
   // The figure stands on the floor of the source's box, centred on it.
   Shape FigureShape(int mode, const Point3& a, const Point3& b) const {
     const Point3 top = a * turn_, bottom = b * turn_;
-    Mesh figure = mode == kPyramid ? MakePyramidMesh(top, bottom)
-                                   : MakeSquirrelMesh(top.z - bottom.z);
+    Mesh figure =
+        mode == kPyramid ? MakePyramidMesh(top, bottom) : MakeSquirrelMesh(top.z - bottom.z);
     Point3 offset(0, 0, 0);
     if (node_) {
       const Matrix3 object = node_->GetObjectTM(time_);
@@ -143,9 +143,8 @@ class Placements {
       }
       const std::uint32_t id = std::uint32_t(evaluator_.Type(p) + 1) << 16;
       for (const Face& f : shape.faces)
-        *face++ = {{f.v[0] + first, f.v[1] + first, f.v[2] + first},
-                   f.smGroup,
-                   f.edgeVisFlags() | id};
+        *face++ = {
+            {f.v[0] + first, f.v[1] + first, f.v[2] + first}, f.smGroup, f.edgeVisFlags() | id};
       first += std::uint32_t(shape.verts.size());
     });
   }

@@ -43,9 +43,7 @@ class TypeWalk {
     bool operator!=(const Iterator& o) const { return ref_.type != o.ref_.type; }
 
    private:
-    void ReadKind() {
-      ref_.kind = ref_.type < int(kinds_.size()) ? kinds_[size_t(ref_.type)] : 0;
-    }
+    void ReadKind() { ref_.kind = ref_.type < int(kinds_.size()) ? kinds_[size_t(ref_.type)] : 0; }
     std::span<const int> kinds_;
     TypeRef ref_;
   };
@@ -59,7 +57,8 @@ class TypeWalk {
 
 /// What the lists show as selected; panels will mirror it, jobs set it.
 struct ListState {
-  std::vector<int> objectRows;   // rows of the object list, ascending: 0 is "All Objects", t + 1 type t
+  std::vector<int>
+      objectRows;  // rows of the object list, ascending: 0 is "All Objects", t + 1 type t
   std::vector<int> painterRows;  // rows of the painter's list, ascending: row t is type t
   int objectListFirst = -1;
   int objectListCount = 0;

@@ -44,17 +44,28 @@ struct Counts {
 
 long long ExpectedCount(const IParamBlock2& block, const ParamEntry& e, const Counts& n) {
   switch (e.form) {
-    case IndexForm::Scalar: return 1;
-    case IndexForm::Type: return n.types;
-    case IndexForm::NodeType: return n.nodeTypes;
-    case IndexForm::FileType: return n.fileTypes;
-    case IndexForm::RendererProxyType: return n.rendererProxies;
-    case IndexForm::Slot: return n.setUp ? n.types + 1 : 0;
-    case IndexForm::RandomBlock: return n.setUp ? (n.types + 1) * kBlockSize : 0;
-    case IndexForm::Placement: return n.placements;
-    case IndexForm::Samples: return n.samples;
-    case IndexForm::Variation: return n.variation;
-    case IndexForm::Free: break;
+    case IndexForm::Scalar:
+      return 1;
+    case IndexForm::Type:
+      return n.types;
+    case IndexForm::NodeType:
+      return n.nodeTypes;
+    case IndexForm::FileType:
+      return n.fileTypes;
+    case IndexForm::RendererProxyType:
+      return n.rendererProxies;
+    case IndexForm::Slot:
+      return n.setUp ? n.types + 1 : 0;
+    case IndexForm::RandomBlock:
+      return n.setUp ? (n.types + 1) * kBlockSize : 0;
+    case IndexForm::Placement:
+      return n.placements;
+    case IndexForm::Samples:
+      return n.samples;
+    case IndexForm::Variation:
+      return n.variation;
+    case IndexForm::Free:
+      break;
   }
   return block.Count(e.id);
 }

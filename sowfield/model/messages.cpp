@@ -23,10 +23,10 @@ Effects OnChange(const MessageState& s) {
   const bool ready = s.listReady != 0;
 
   switch (s.param) {
-    case Display_Mode: return out.Add(Effect::RefreshObject);
+    case Display_Mode:
+      return out.Add(Effect::RefreshObject);
     case Display_Type:
-      if (restored)
-        out.Add(Effect::TellTypeList).Add(Effect::RefreshObject).Add(Effect::TellStats);
+      if (restored) out.Add(Effect::TellTypeList).Add(Effect::RefreshObject).Add(Effect::TellStats);
       return out;
     case Geo_Kind:
       if (s.holding) return out;
@@ -46,18 +46,24 @@ Effects OnChange(const MessageState& s) {
       if (restored && ready) out.Add(Effect::TellPainterList);
       return out;
     case Brush_Size:
-    case Brush_LineSize: return restored ? out.Add(Effect::TellBrushSize) : out;
-    case Brush_Collision: return restored ? out.Add(Effect::TellCollision) : out;
-    case Brush_Erase: return restored ? out.Add(Effect::TellEraseChance) : out;
-    case ColorShift: return restored ? out.Add(Effect::TellColorShift) : out;
+    case Brush_LineSize:
+      return restored ? out.Add(Effect::TellBrushSize) : out;
+    case Brush_Collision:
+      return restored ? out.Add(Effect::TellCollision) : out;
+    case Brush_Erase:
+      return restored ? out.Add(Effect::TellEraseChance) : out;
+    case ColorShift:
+      return restored ? out.Add(Effect::TellColorShift) : out;
     case Excl_Splines:
     case Excl_On:
       if (!restored) return out;
       out.Add(Effect::TellExclusion);
       return s.displayMode > 3 ? out.Add(Effect::RefreshObject) : out;
     case CamClip:
-    case Cam_Radio: return out.Add(Effect::TellCamera);
-    case CamNode: return s.holding ? out : out.Add(Effect::TellCamera);
+    case Cam_Radio:
+      return out.Add(Effect::TellCamera);
+    case CamNode:
+      return s.holding ? out : out.Add(Effect::TellCamera);
     default:
       if (IsSlotTable(s.param) && restored && ready)
         out.Add(Effect::TellRowControls).Add(Effect::RefreshObject);
@@ -70,10 +76,12 @@ Effects OnChange(const MessageState& s) {
 Effects Decide(const MessageState& s) {
   Effects out;
   switch (s.message) {
-    case REFMSG_CHANGE: return OnChange(s);
+    case REFMSG_CHANGE:
+      return OnChange(s);
     case REFMSG_TAB_ELEMENT_NULLED:
       return s.param == Geo_Nodes ? out.Add(Effect::RemoveNulledTypes) : out;
-    default: return out;
+    default:
+      return out;
   }
 }
 

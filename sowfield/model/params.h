@@ -184,7 +184,7 @@ inline constexpr std::array kRowsOfNewType = {
 
 /// Slot tables in the order in which a type's row is deleted.
 inline constexpr std::array kSlotTables = {
-    Tr_Random,     Tr_ZPos_Min,   Tr_Normal_Min, Tr_XRot_Min,   Tr_YRot_Min, Tr_ZRot_Min,
+    Tr_Random,     Tr_ZPos_Min,   Tr_Normal_Min, Tr_XRot_Min,   Tr_YRot_Min,   Tr_ZRot_Min,
     Tr_XScale_Min, Tr_YScale_Min, Tr_ZScale_Min, Tr_ZPos_Max,   Tr_Normal_Max, Tr_XRot_Max,
     Tr_YRot_Max,   Tr_ZRot_Max,   Tr_XScale_Max, Tr_YScale_Max, Tr_ZScale_Max, Tr_Unify};
 inline constexpr std::array kAnimRows = {Tr_AnimOn, Tr_AnimMin, Tr_AnimMax};
@@ -193,11 +193,16 @@ inline constexpr std::array kAnimRows = {Tr_AnimOn, Tr_AnimMin, Tr_AnimMax};
 /// Geo_Names closes a change of the type list, Ins_Pos and Ins_AnimRand one of the placements.
 constexpr int UndoRank(Param id) {
   switch (id) {
-    case Geo_Kind: return 0;
-    case Ins_Pos: return 1;
-    case Ins_AnimRand: return 3;
-    case Geo_Names: return 4;
-    default: return 2;
+    case Geo_Kind:
+      return 0;
+    case Ins_Pos:
+      return 1;
+    case Ins_AnimRand:
+      return 3;
+    case Geo_Names:
+      return 4;
+    default:
+      return 2;
   }
 }
 

@@ -11,9 +11,7 @@ constexpr double kWidestReach = 4.0;
 constexpr double kNarrowestReach = 0.125;
 constexpr double kFurthestCell = 1 << 30;
 
-bool Closer(const Point3& a, const Point3& b, float distance) {
-  return Length(a - b) < distance;
-}
+bool Closer(const Point3& a, const Point3& b, float distance) { return Length(a - b) < distance; }
 
 }  // namespace
 
@@ -117,8 +115,8 @@ bool CollisionIndex::AnyCloser(const Point3& point, float distance) const {
   const double reach = double(distance) * (1 + 1e-5) + 1e-22;
   const Cell low = CellOf(point.x - reach, point.y - reach, point.z - reach);
   const Cell high = CellOf(point.x + reach, point.y + reach, point.z + reach);
-  const double cells = (double(high.x) - low.x + 1) * (double(high.y) - low.y + 1) *
-                       (double(high.z) - low.z + 1);
+  const double cells =
+      (double(high.x) - low.x + 1) * (double(high.y) - low.y + 1) * (double(high.z) - low.z + 1);
   if (!(cells <= std::max<double>(double(count_), 64))) {
     return std::any_of(entries_.begin(), entries_.end(),
                        [&](const Entry& e) { return Closer(point, e.position, distance); });

@@ -154,8 +154,8 @@ void SowfieldPainter::NodeLeft(void* param, NotifyInfo* info) {
 
 TargetRule SowfieldPainter::Rule() const {
   const IParamBlock2& block = *d_.block;
-  return {SowfieldObjectsAreTargets(block.GetInt(Paint_On_Self, d_.curTime) != 0,
-                                    state_.paintTool, block.GetInt(Display_Mode, d_.curTime)),
+  return {SowfieldObjectsAreTargets(block.GetInt(Paint_On_Self, d_.curTime) != 0, state_.paintTool,
+                                    block.GetInt(Display_Mode, d_.curTime)),
           [this](const INode* n) { return isPreview_.contains(n); }};
 }
 

@@ -92,10 +92,17 @@ bool SowfieldPainter::PaintStroke(const PainterEvent& reported) {
   if (!event.hit && !GroundPoint(*view, event.mouse, event.worldPoint)) return false;
 
   switch (state_.paintTool) {
-    case kLineTool: LineTool(event); break;
-    case kMultiTool: MultiTool(event, *view); break;
-    case kEraseTool: Erase(event); break;
-    default: break;
+    case kLineTool:
+      LineTool(event);
+      break;
+    case kMultiTool:
+      MultiTool(event, *view);
+      break;
+    case kEraseTool:
+      Erase(event);
+      break;
+    default:
+      break;
   }
   return true;
 }
@@ -227,8 +234,7 @@ void SowfieldPainter::FreeBranch(const PainterEvent& event, const ViewExp& view,
     while (FalloffRejects(d, event.radius)) d = d_.rng.Random(event.radius);
 
     const host::SinCos turn = host::SinCosOf(a);
-    const Point3 position(center.x + d * float(turn.cos), center.y + d * float(turn.sin),
-                          center.z);
+    const Point3 position(center.x + d * float(turn.cos), center.y + d * float(turn.sin), center.z);
     if (Collides(position)) continue;
     const float spin = d_.rng.Random(360) * kRadians;
     Matrix3 orientation;

@@ -19,7 +19,7 @@ SightLine SightLineThrough(const Point3& eye, const Point3& point) {
 namespace {
 
 bool IsPaintable(const TargetRule& rule, Object* object) {
-  if (!object || object->SuperClassID() != GEOMOBJECT_CLASS_ID) return false;
+  if (object->SuperClassID() != GEOMOBJECT_CLASS_ID) return false;
   const Class_ID id = object->ClassID();
   if (id == kMoksetProxyClassID || id == kForeignClassA || id == kForeignClassB) return false;
   if (id == kSowfieldClassID && !rule.sowfieldObjects) return false;
@@ -31,7 +31,7 @@ void Walk(const TargetRule& rule, INode* node, TimeValue t, ViewExp* view, const
           const Widen& widen, Tab<INode*>& found) {
   const bool candidate = !node->IsHidden() && !(rule.isPreview && rule.isPreview(node));
   Object* object = candidate ? node->EvalWorldState(t, true).obj : nullptr;
-  if (IsPaintable(rule, object)) {
+  if (object && IsPaintable(rule, object)) {
     Box3 box;
     object->GetWorldBoundBox(t, node, view, box);
     widen(box);
@@ -48,12 +48,14 @@ void Walk(const TargetRule& rule, INode* node, TimeValue t, ViewExp* view, const
 
 void CollectTargetsForCursor(const TargetRule& rule, INode* node, TimeValue t, ViewExp* view,
                              const SightLine& line, Tab<INode*>& found) {
-  Walk(rule, node, t, view, line, [](Box3& box) { box.Scale(1.2f); }, found);
+  Walk(
+      rule, node, t, view, line, [](Box3& box) { box.Scale(1.2f); }, found);
 }
 
 void CollectTargetsForStroke(const TargetRule& rule, INode* node, TimeValue t, ViewExp* view,
                              const SightLine& line, float radius, Tab<INode*>& found) {
-  Walk(rule, node, t, view, line, [&](Box3& box) { box.EnlargeBy(radius); }, found);
+  Walk(
+      rule, node, t, view, line, [&](Box3& box) { box.EnlargeBy(radius); }, found);
 }
 
 bool LineDistanceHit(double d1, double d2, const Point3& l1, const Point3& l2, Point3& hit) {

@@ -36,7 +36,8 @@ int SowfieldCreateCallBack::proc(ViewExp* vpt, int msg, int point, int, IPoint2 
       ob_->BuildMesh(0);
       return msg == MOUSE_POINT ? CREATE_STOP : CREATE_CONTINUE;
     }
-    default: return CREATE_STOP;
+    default:
+      return CREATE_STOP;
   }
 }
 

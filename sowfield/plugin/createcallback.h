@@ -5,7 +5,12 @@
 class ViewExp;
 
 /// Messages and results of a creation by mouse.
-enum CreateMouseMessage : int { MOUSE_ABORT = 0, MOUSE_POINT = 1, MOUSE_MOVE = 2, MOUSE_FREEMOVE = 6 };
+enum CreateMouseMessage : int {
+  MOUSE_ABORT = 0,
+  MOUSE_POINT = 1,
+  MOUSE_MOVE = 2,
+  MOUSE_FREEMOVE = 6
+};
 enum CreateMouseResult : int { CREATE_ABORT = -1, CREATE_STOP = 0, CREATE_CONTINUE = 1 };
 
 class CreateMouseCallBack {
@@ -26,8 +31,8 @@ class SowfieldCreateCallBack : public CreateMouseCallBack {
   int proc(ViewExp* vpt, int msg, int point, int flags, IPoint2 m, Matrix3& mat) override;
 
  private:
-  IPoint2 sp0_;          // first point, pixels
-  Point3 p0_{0, 0, 0};   // first point, on the construction grid
+  IPoint2 sp0_;         // first point, pixels
+  Point3 p0_{0, 0, 0};  // first point, on the construction grid
   Sowfield* ob_ = nullptr;
 };
 

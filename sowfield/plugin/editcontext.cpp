@@ -12,8 +12,8 @@ EditContext& TheEditContext() {
 
 SowfieldPainter* EditContext::NeedPainter() {
   if (!currentPainter && currentObject)
-    currentPainter = std::make_unique<SowfieldPainter>(currentObject->distribution,
-                                                       currentObject->paint);
+    currentPainter =
+        std::make_unique<SowfieldPainter>(currentObject->distribution, currentObject->paint);
   return currentPainter.get();
 }
 

@@ -13,16 +13,19 @@
 namespace sowfield {
 namespace {
 
-constexpr int kNotifications[] = {NOTIFY_PRE_RENDER,      NOTIFY_POST_RENDER,
-                                  NOTIFY_RENDER_PREEVAL,  NOTIFY_POST_RENDERFRAME,
-                                  NOTIFY_FILE_PRE_OPEN,   NOTIFY_FILE_POST_OPEN};
+constexpr int kNotifications[] = {NOTIFY_PRE_RENDER,     NOTIFY_POST_RENDER,
+                                  NOTIFY_RENDER_PREEVAL, NOTIFY_POST_RENDERFRAME,
+                                  NOTIFY_FILE_PRE_OPEN,  NOTIFY_FILE_POST_OPEN};
 
-// Finds the first node among the dependents.
+// Finds the first node among the dependents that stands in the scene: a deleted node refers to its
+// object for as long as the deletion can be undone.
 class MyEnumProc : public DependentEnumProc {
  public:
   bool proc(ReferenceTarget* dependent) override {
     if (dependent->SuperClassID() != BASENODE_CLASS_ID) return false;
-    node = static_cast<INode*>(dependent);
+    auto* found = static_cast<INode*>(dependent);
+    if (!found->InScene()) return false;
+    node = found;
     return true;
   }
   INode* node = nullptr;
@@ -154,20 +157,48 @@ RefResult Sowfield::NotifyRefChanged(const Interval&, ReferenceTarget* target, P
 void Sowfield::CarryOut(Effect effect) {
   Distribution& d = distribution;
   switch (effect) {
-    case Effect::RefreshObject: RefreshObject(); break;
-    case Effect::ListReady0: d.SetListReady(0); break;
-    case Effect::ListReady1: d.SetListReady(1); break;
-    case Effect::RemoveNulledTypes: RemoveNulledTypes(d); break;
-    case Effect::TellTypeList: d.Tell(Event::TypeListChanged); break;
-    case Effect::TellPainterList: d.Tell(Event::PainterListChanged); break;
-    case Effect::TellRowControls: d.Tell(Event::RowControlsChanged); break;
-    case Effect::TellStats: d.Tell(Event::StatsChanged); break;
-    case Effect::TellBrushSize: d.Tell(Event::BrushSizeChanged); break;
-    case Effect::TellCollision: d.Tell(Event::CollisionChanged); break;
-    case Effect::TellEraseChance: d.Tell(Event::EraseChanceChanged); break;
-    case Effect::TellColorShift: d.Tell(Event::ColorShiftChanged); break;
-    case Effect::TellExclusion: d.Tell(Event::ExclusionChanged); break;
-    case Effect::TellCamera: d.Tell(Event::CameraChanged); break;
+    case Effect::RefreshObject:
+      RefreshObject();
+      break;
+    case Effect::ListReady0:
+      d.SetListReady(0);
+      break;
+    case Effect::ListReady1:
+      d.SetListReady(1);
+      break;
+    case Effect::RemoveNulledTypes:
+      RemoveNulledTypes(d);
+      break;
+    case Effect::TellTypeList:
+      d.Tell(Event::TypeListChanged);
+      break;
+    case Effect::TellPainterList:
+      d.Tell(Event::PainterListChanged);
+      break;
+    case Effect::TellRowControls:
+      d.Tell(Event::RowControlsChanged);
+      break;
+    case Effect::TellStats:
+      d.Tell(Event::StatsChanged);
+      break;
+    case Effect::TellBrushSize:
+      d.Tell(Event::BrushSizeChanged);
+      break;
+    case Effect::TellCollision:
+      d.Tell(Event::CollisionChanged);
+      break;
+    case Effect::TellEraseChance:
+      d.Tell(Event::EraseChanceChanged);
+      break;
+    case Effect::TellColorShift:
+      d.Tell(Event::ColorShiftChanged);
+      break;
+    case Effect::TellExclusion:
+      d.Tell(Event::ExclusionChanged);
+      break;
+    case Effect::TellCamera:
+      d.Tell(Event::CameraChanged);
+      break;
   }
 }
 
@@ -175,7 +206,9 @@ void Sowfield::OnNotification(void* param, NotifyInfo* info) {
   auto* self = static_cast<Sowfield*>(param);
   Distribution& d = self->distribution;
   switch (info->intcode) {
-    case NOTIFY_FILE_PRE_OPEN: d.SetListReady(0); break;
+    case NOTIFY_FILE_PRE_OPEN:
+      d.SetListReady(0);
+      break;
     case NOTIFY_FILE_POST_OPEN:
       d.SetListReady(1);
       UpgradeNormalRows(d);
@@ -185,9 +218,14 @@ void Sowfield::OnNotification(void* param, NotifyInfo* info) {
           L"Sowfield: placements can't be rendered yet; this render shows none.\n");
       break;
     case NOTIFY_RENDER_PREEVAL:
-    case NOTIFY_POST_RENDERFRAME: d.curTime = info->time; break;
-    case NOTIFY_POST_RENDER: d.curTime = GetCOREInterface()->GetTime(); break;
-    default: break;
+    case NOTIFY_POST_RENDERFRAME:
+      d.curTime = info->time;
+      break;
+    case NOTIFY_POST_RENDER:
+      d.curTime = GetCOREInterface()->GetTime();
+      break;
+    default:
+      break;
   }
 }
 

@@ -136,6 +136,8 @@ class FieldCheck {
     if (v.IsText() && std::find(choices.begin(), choices.end(), v.text) != choices.end()) return;
     const std::string all = fmt::format("{}", fmt::join(choices, ", "));
     if (!v.IsText()) return Wrong(v, "one of " + all);
+    if (std::string_view(field_.name) == "mode" && DisplayModeByName(v.text) >= 0)
+      return report_(v.place, fmt::format("the display mode \"{}\" is not drawn yet", v.text));
     report_(v.place,
             fmt::format("\"{}\" can't be \"{}\": it is one of {}", field_.name, v.text, all));
   }

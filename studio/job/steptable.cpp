@@ -110,8 +110,9 @@ constexpr FieldDecl kOpen[] = {
                 "where there are several"},
     {.name = "join",
      .type = Text,
-     .meaning = "makes one node of this name from all parts of the model, as a source of many parts "
-                "needs it; instead of `name`"},
+     .meaning =
+         "makes one node of this name from all parts of the model, as a source of many parts "
+         "needs it; instead of `name`"},
     {.name = "turn",
      .type = Number,
      .initial = "0",

@@ -55,8 +55,7 @@ void Open(Stage& stage, const Call& call, Outcome& out) {
   if (!result) throw StepFailure{args.PlaceOf("file"), error};
   for (const std::string& w : result->warnings) stage.Notices() << "warning: " << w << '\n';
 
-  if (args.Has("join"))
-    result->nodes = {Joined(stage, result->nodes, *args.Given("join"))};
+  if (args.Has("join")) result->nodes = {Joined(stage, result->nodes, *args.Given("join"))};
   std::vector<INode*> roots;
   for (INode* n : result->nodes)
     if (n->GetParentNode() == stage.Ip().GetRootNode()) roots.push_back(n);

@@ -10,28 +10,17 @@ StepFunction FunctionOf(std::string_view name) {
     std::string_view name;
     StepFunction function;
   };
-  static constexpr Entry kFunctions[] = {{"open", Open},
-                                         {"primitive", Primitive},
-                                         {"camera", Camera},
-                                         {"create", Create},
-                                         {"select", Select},
-                                         {"add", AddTypes},
-                                         {"rows", SelectRows},
-                                         {"set", Set},
-                                         {"get", Get},
-                                         {"colour", TypeColour},
-                                         {"seed", Seed},
-                                         {"stroke", Stroke},
-                                         {"leave", Leave},
-                                         {"undo", Undo},
-                                         {"redo", Redo},
-                                         {"delete", Delete},
-                                         {"time", Time},
-                                         {"view", Picture},
-                                         {"check", Check},
-                                         {"stats", ShowStats},
-                                         {"params", DumpParams},
-                                         {"placements", DumpPlacements}};
+  static constexpr Entry kFunctions[] = {{"open", Open},         {"primitive", Primitive},
+                                         {"camera", Camera},     {"create", Create},
+                                         {"select", Select},     {"add", AddTypes},
+                                         {"rows", SelectRows},   {"set", Set},
+                                         {"get", Get},           {"colour", TypeColour},
+                                         {"seed", Seed},         {"stroke", Stroke},
+                                         {"leave", Leave},       {"undo", Undo},
+                                         {"redo", Redo},         {"delete", Delete},
+                                         {"time", Time},         {"view", Picture},
+                                         {"check", Check},       {"stats", ShowStats},
+                                         {"params", DumpParams}, {"placements", DumpPlacements}};
   const auto found = std::find_if(std::begin(kFunctions), std::end(kFunctions),
                                   [&](const Entry& e) { return e.name == name; });
   return found == std::end(kFunctions) ? nullptr : found->function;

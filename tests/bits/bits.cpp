@@ -29,7 +29,9 @@ class Hash {
   void Add(const Matrix3& m) {
     for (int i = 0; i < 4; ++i) Add(m.GetRow(i));
   }
-  void Print(const char* name) const { std::printf("%-12s %016llx\n", name, (unsigned long long)value_); }
+  void Print(const char* name) const {
+    std::printf("%-12s %016llx\n", name, (unsigned long long)value_);
+  }
 
  private:
   std::uint64_t value_ = 0xcbf29ce484222325ull;

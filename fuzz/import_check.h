@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+#include "host/host.h"
+#include "host/io/import.h"
+#include "host/scene/triobject.h"
+
+/// Aborts unless an import is all or nothing, says its fault in one line, and what it brought is
+/// sound.
+inline void CheckImport(host::Host& host, const std::optional<host::ImportResult>& result,
+                        const std::string& error) {
+  const bool oneLine = error.find('\n') == std::string::npos;
+  if (result.has_value() != error.empty() || !oneLine) std::abort();
+  if (!result && !host.GetScene().AllNodes().empty()) std::abort();
+  for (INode* node : host.GetScene().AllNodes()) {
+    const EvaluatedMesh shown = EvalMesh(node, 0);
+    if (shown && !shown.mesh->FirstFault().empty()) std::abort();
+    if (!node->GetObjectTM(0).IsInvertible()) std::abort();
+  }
+}

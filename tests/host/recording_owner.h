@@ -7,12 +7,10 @@
 #include "host/core/paramblock.h"
 #include "host/core/session.h"
 
-/// One message as its receiver saw it: what it was, and how long each table was at that moment.
 struct SeenMessage {
   RefMessage message;
   ParamID id;
   int restoring;
-  std::vector<int> counts;  // by the order of RecordingOwner::Desc()
 
   std::string Text() const {
     const char* name = message == REFMSG_CHANGE               ? "change"
@@ -27,35 +25,16 @@ struct SeenMessage {
 /// An object with one parameter block, as a plug-in's would be, that writes down all its messages.
 class RecordingOwner : public ReferenceTarget {
  public:
-  enum : ParamID {
-    kNodes,    // in the file's order, ranks in brackets
-    kFirst,    // ints [-2], sent first on redo and last on undo
-    kInts,     // [0]
-    kFloats,   // [0]
-    kPoints,   // [-1]
-    kStrings,  // [0]
-    kLast,     // floats [5]
-    kCamera,   // one node
-    kNumber,   // one int
-    kMtls,
-    kParamCount
-  };
+  static constexpr ParamID kNodes = 0, kFirst = 1, kInts = 2, kFloats = 3, kPoints = 4,
+                           kStrings = 5, kLast = 6, kCamera = 7, kNumber = 8, kMtls = 9,
+                           kParamCount = 10;
 
-  RecordingOwner() {
-    ++Alive();
-    ReplaceReference(0, new IParamBlock2(Desc(), this));
-  }
-  ~RecordingOwner() override {
-    --Alive();
-    DeleteAllRefsFromMe();
-  }
-  static int& Alive() {
-    static int alive = 0;
-    return alive;
-  }
+  RecordingOwner() { ReplaceReference(0, new IParamBlock2(Desc(), this)); }
+  ~RecordingOwner() override { DeleteAllRefsFromMe(); }
 
   static ParamBlockDesc2& Desc() {
     static ParamBlockDesc2 desc(0, L"Title", nullptr,
+                                // The last number is the rank: the lowest is told first on redo.
                                 {{kNodes, L"Nodes", ParamType::Node, true},
                                  {kFirst, L"First", ParamType::Int, true, false, 0, -2},
                                  {kInts, L"Ints", ParamType::Int, true},
@@ -76,10 +55,8 @@ class RecordingOwner : public ReferenceTarget {
   RefResult NotifyRefChanged(const Interval&, ReferenceTarget* target, PartID&,
                              RefMessage message) override {
     if (target != block_) return REF_SUCCEED;
-    SeenMessage seen{message, block_->LastNotifyParamID(), theHold.RestoreOrRedoing(), {}};
-    for (ParamID id = 0; id < kParamCount; ++id) seen.counts.push_back(block_->Count(id));
-    log.push_back(seen);
-    if (const auto handler = onMessage) handler(log.back());  // a copy: handlers take themselves out
+    log.push_back({message, block_->LastNotifyParamID(), theHold.RestoreOrRedoing()});
+    if (const auto handler = onMessage) handler(log.back());  // a copy: it may take itself out
     return REF_SUCCEED;
   }
 

@@ -1,0 +1,207 @@
+#include "sowfield/paint/targets.h"
+
+#include <gtest/gtest.h>
+
+#include "host/math/quat.h"
+#include "tests/sowfield/paint_fixture.h"
+#include "tests/sowfield/placement_twin.h"
+
+namespace sowfield {
+namespace {
+
+using Nodes = std::vector<INode*>;
+
+// Slabs in double: the open box has a point of the line iff the three open intervals overlap.
+TEST(PaintTargets, LinesAgainstSlabs) {
+  Draws draw(11);
+  int met = 0;
+  Point3 hit;
+  for (int i = 0; i < 20000; ++i) {
+    const Point3 l1 = draw.Point(-3, 3), l2 = draw.Point(-3, 3);
+    Box3 box;
+    box += draw.Point(-3, 3), box += draw.Point(-3, 3);
+    double from = 0, to = 1;
+    for (int k = 0; k < 3; ++k) {
+      const double way = double(l2[k]) - l1[k];
+      const double p = (double(box.pmin[k]) - l1[k]) / way, q = (double(box.pmax[k]) - l1[k]) / way;
+      from = std::max(from, std::min(p, q));
+      to = std::min(to, std::max(p, q));
+    }
+    if (std::fabs(to - from) < 1e-5) continue;  // too near a corner for rounded hits to decide
+    ASSERT_EQ(CheckLineBox(box.pmin, box.pmax, l1, l2, hit), from < to) << "line " << i;
+    met += from < to;
+  }
+  EXPECT_NEAR(met, 10000, 8000);
+  const auto meets = [&](const Point3& from, const Point3& to) {
+    return CheckLineBox({-1, -1, -1}, {1, 1, 1}, from, to, hit);
+  };
+  EXPECT_TRUE(meets({0, 0, 0.5f}, {0, 0, 0.75f}) && hit.z == 0.5f) << "starts inside";
+  EXPECT_TRUE(meets({0, 0, 1}, {0, 0, -5}) && hit.z == -1) << "starts on a face";
+  EXPECT_FALSE(meets({0, 0, 5}, {0, 0, 1})) << "ends on a face";
+  EXPECT_FALSE(meets({1, 0, 5}, {1, 0, -5})) << "in the plane of a face";
+}
+
+TEST(PaintTargets, SowfieldObjectsByToolAndMode) {
+  PaintScene s(1);
+  s.AppendPlacements({{{0, 0, 0}}, {{3, 0, 0}}});
+  const auto modes = [&](bool onSelf, int tool) {
+    std::string of;
+    for (int mode = 0; mode <= 6; ++mode) {
+      s.Set(Paint_On_Self, int(onSelf)), s.Set(Display_Mode, mode);
+      s.object->RefreshObject();
+      EXPECT_TRUE(PressToolButton(tool));
+      s.Painter().ResetTargets();
+      s.MoveTo(8, 8);
+      s.MoveTo(1.5f, 0);
+      of += SowfieldObjectsAreTargets(onSelf, tool, mode) ? 'x' : '.';
+      EXPECT_TRUE(mode < 4 || s.Targets().size() == (of.back() == 'x')) << mode;
+    }
+    return of;
+  };
+  EXPECT_EQ(modes(false, kEraseTool), ".......");
+  EXPECT_EQ(modes(true, kLineTool), "...x..x");
+  EXPECT_EQ(modes(true, kEraseTool), "...xxxx");
+  ASSERT_TRUE(PressToolButton(kMultiTool));
+  EXPECT_EQ(s.Targets(), Nodes{}) << "the multi tool may not paint on them";
+  EXPECT_EQ(modes(true, kMultiTool), ".......");
+}
+
+/// A box of any class.
+struct OddObject : BoxObject {
+  OddObject(SClass_ID superClass, Class_ID itsClass, bool toTri = true, bool toPoly = true)
+      : super(superClass), id(itsClass), tri(toTri), poly(toPoly) {}
+  SClass_ID SuperClassID() const override { return super; }
+  Class_ID ClassID() const override { return id; }
+  ObjectState Eval(TimeValue) override { return ObjectState(this); }
+  bool CanConvertToType(Class_ID to) override {
+    return (to == triObjectClassID && tri) || (to == polyObjectClassID && poly);
+  }
+  SClass_ID super;
+  Class_ID id;
+  bool tri, poly;
+};
+
+TEST(PaintTargets, WalkByClassVisibilityAndReach) {
+  PaintScene s(0);
+  INode* preview = s.AddBox(L"preview", 2, 2, 2);
+  const auto under = [&](float x, float y) {
+    const TargetRule rule{false, [&](const INode* n) { return n == preview; }};
+    Tab<INode*> found;
+    for (int twice = 0; twice < 2; ++twice)
+      CollectTargetsForCursor(rule, s.host.Services().GetRootNode(), 0, &s.View(),
+                              SightLineThrough({x, y, 50}, {x, y, 0}), found);
+    return Nodes(found.begin(), found.end());
+  };
+  const Class_ID plain{0x1234, 0x5678};
+  s.AddNode(L"odd", new OddObject(SHAPE_CLASS_ID, plain));
+  s.AddNode(L"odd", new OddObject(GEOMOBJECT_CLASS_ID, plain, false, true));
+  s.AddNode(L"odd", new OddObject(GEOMOBJECT_CLASS_ID, plain, true, false));
+  for (const Class_ID id : {Class_ID(0x4a93d413, 0xc235d2b7), Class_ID(0x44d601f8, 0x0f43253d),
+                            Class_ID(0x44d846f8, 0x0f96323d), SowfieldScene::kSowfieldClass})
+    s.AddNode(L"odd", new OddObject(GEOMOBJECT_CLASS_ID, id));
+  s.AddNode(L"empty", nullptr);
+  EXPECT_EQ(under(0, 0), Nodes{});
+  // 10 wide and 1 long: scaled by 1.2 it reaches to x 6 and y 0.6.
+  INode* box = s.AddBox(L"box", 10, 1, 2);
+  INode* child = s.AddNode(L"child", new OddObject(GEOMOBJECT_CLASS_ID, plain), {0, 40, 0});
+  box->AttachChild(child);
+  for (const float x : {5.9f, 6.1f}) EXPECT_EQ(under(x, 0), x < 6 ? Nodes{box} : Nodes{});
+  for (const float y : {0.59f, 0.61f}) EXPECT_EQ(under(0, y), y < 0.6f ? Nodes{box} : Nodes{});
+  box->Hide(true);
+  EXPECT_EQ(under(0, 0), Nodes{});
+  EXPECT_EQ(under(0, 40), Nodes{child}) << "the child of a hidden parent counts";
+}
+
+TEST(PaintTargets, TheListFollowsTheCursor) {
+  PaintScene s(1, PaintScene::kScripted);
+  INode* a = s.AddBox(L"a", 2, 2, 1, {-5, 0, 0});
+  INode* b = s.AddBox(L"b", 2, 2, 1, {5, 0, 0});
+  ASSERT_TRUE(PressToolButton(kLineTool));
+  std::vector<Nodes>& sent = s.Scripted().sent;
+  // A new node replaces the list; it stays over empty space, and nothing is sent on coming back.
+  const Nodes all[] = {{a}, {b}, {a}};
+  const float way[] = {0, -5, -4.8f, 5, 0, 5, -5};
+  const size_t count[] = {0, 1, 1, 2, 2, 2, 3};
+  for (const size_t i : {0, 1, 2, 3, 4, 5, 6}) {
+    s.MoveTo(way[i], 0);
+    EXPECT_EQ(sent, std::vector<Nodes>(all, all + count[i])) << i;
+  }
+  ASSERT_TRUE(PressToolButton(kMultiTool));
+  s.Give({PaintScene::On({2.4f, 2.4f, 1}, 1.5f, a)});
+  EXPECT_EQ(sent.size(), 3u) << "beyond the radius";
+  s.Give({PaintScene::On({2.6f, 2.4f, 1}, 1.5f, a)});
+  EXPECT_EQ(sent.back(), (Nodes{a, b})) << "a stroke widens the list and loses nothing";
+  s.Painter().ResetTargets();
+  EXPECT_EQ(sent.back(), Nodes{});
+}
+
+constexpr double kDegree = 3.14159265358979323846 / 180;
+
+/// Where RotateZ(angle) takes +Y.
+Point3 Arrow(double angle) { return {float(-std::sin(angle)), float(std::cos(angle)), 0}; }
+
+TEST(LineBrushAngle, TheArrowFollowsTheDirectionAndSnapsToTheNearestMultiple) {
+  for (double d = -179.7; d < 180; d += 3.1) {
+    const Point3 flat(float(std::cos(d * kDegree)), float(std::sin(d * kDegree)), 0);
+    for (const float length : {0.001f, 5000.0f}) {
+      const Point3 rising = Point3(flat.x, flat.y, float(d * 0.01)) * length;
+      EXPECT_LT(Length(Arrow(LineBrushAngle(rising, 0)) - flat), 2e-6f) << d;
+    }
+    const double free = LineBrushAngle(flat, 0) / kDegree;
+    for (const float snap : {1.0f, 7.0f, 45.0f, 90.0f, 100.0f, 180.0f})
+      if (std::fabs(std::fmod(free, snap) - snap * 0.5) > 1e-3) {  // not at a tie
+        const double nearest = std::floor(free / snap + 0.5) * snap;
+        EXPECT_NEAR(LineBrushAngle(flat, snap) / kDegree, nearest, 1e-3) << d << " by " << snap;
+      }
+  }
+}
+
+Point3 Spiral(int i) { return Arrow(0.15 * i) * (0.1f * float(i)); }
+
+TEST(PaintCursor, TheLineDirectionComesFromTwentyEntriesBack) {
+  for (const Point3& leaning : {Point3(0, 0, 1), Point3(0.3f, -0.4f, 1), Point3(-1, 0.2f, 0.6f)}) {
+    PaintScene s(1, PaintScene::kScripted);
+    ASSERT_TRUE(PressToolButton(kLineTool));
+    const Point3 normal = Normalize(leaning);
+    const Matrix3 surface = MatrixFromNormal(normal);
+    s.Scripted().cast = [&](const IPoint2& m) {
+      return ScriptedPaintSystem::WayPoint{m, true, Spiral(m.x) * surface, normal};
+    };
+    const float& angle = s.object->paint.brushAngle;
+    for (int i = 0; i < 60; ++i) {
+      s.host.Views().Move({i, 0});
+      s.host.Services().RedrawViews(0);
+      ASSERT_EQ(s.Scripted().way.size(), size_t(i + 1)) << "each move adds one entry";
+      if (i == 0) continue;
+      const Point3 from = Spiral(i < 20 ? 0 : i + 1 - 20);  // 21 entries and more: count - 20
+      EXPECT_LT(Length(Arrow(angle) - Normalize(Spiral(i) - from)), 1e-5f) << i;
+    }
+    const float held = angle;
+    s.host.Views().Move({30, 0}, {true, false, false});
+    EXPECT_EQ(angle, held) << "Ctrl holds the direction";
+    ASSERT_TRUE(PressToolButton(kMultiTool));
+    s.host.Views().Move({12, 0});
+    EXPECT_EQ(angle, held) << "so does another tool";
+    s.Set(Brush_Snap, 90);
+    ASSERT_TRUE(PressToolButton(kLineTool));
+    s.host.Views().Move({14, 0});
+    EXPECT_NEAR(std::remainder(angle, 90 * kDegree), 0, 1e-5);
+  }
+}
+
+TEST(PaintCursor, OffTheSurfacesTheGroundCounts) {
+  PaintScene s(1, PaintScene::kScripted);
+  ASSERT_TRUE(PressToolButton(kLineTool));
+  for (const float y : {1.0f, 5.0f}) s.MoveTo(-4, y);
+  for (const float eye : {4.0f, -4.0f})
+    for (const float target : {0.0f, eye, 2 * eye}) {  // at the ground, level and at the sky
+      const ViewExp view = ViewExp::Perspective({0, 0, eye}, {3, 0, target}, 0.5f, 101, 101);
+      Point3 p(3, 0, 0);
+      EXPECT_EQ(GroundPoint(view, {50, 50}, p), target == 0) << eye << " " << target;
+      EXPECT_LT(Length(p - Point3(3, 0, 0)), 1e-4f);
+    }
+  EXPECT_LT(Length(Arrow(s.object->paint.brushAngle) - Point3(0, 1, 0)), 1e-4f);
+}
+
+}  // namespace
+}  // namespace sowfield

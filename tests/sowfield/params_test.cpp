@@ -1,0 +1,152 @@
+// The parameters against a table written by hand, what the object answers to their changes, and the
+// rules that hold between their tables.
+
+#include "sowfield/model/params.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <sstream>
+
+#include "sowfield/model/messages.h"
+#include "tests/sowfield/fixture.h"
+
+namespace sowfield {
+namespace {
+
+// Types: i int, b bool, f float, p point, s text, a file, n node, m material.
+// Shapes: . scalar, T type, N node type, F file type, R renderer proxy type, S slot, B random
+// block, P placement, C samples, V variation, * any number.
+// Type and shape, default (0), new entry, low, high (? or nothing where none is told): id and name.
+constexpr const char* kGroups = R"(
+nN: 0 Geo_Nodes; nR: 103 Proxy_Nodes; n*: 32 Excl_Splines; n.: 47 CamNode; m*: 96 Proxy_Mtls;
+sT: 75 Geo_Names; s*: 44 Texture_Names; aF: 95 Proxy_Files; pT: 2 Geo_BoxMax, 3 Geo_BoxMin;
+pC: 6 Geo_Points; pP: 87 Ins_Pos, 88 Ins_Normal; i.: 1 Geo_Reserved_A; i*: 52 Geo_Reserved_B;
+iT 0 100: 53 Geo_Reserved_C, 79 Geo_PaintPct; iT 0 ? 0 3: 51 Geo_Kind; iT 0 ? 0: 4 Geo_PointCount,
+5 Geo_VertCount, 99 Geo_FaceCount; iF 0 ? -1: 97 Proxy_MtlIndex; iS 0 0 0 1: 11 Tr_Random;
+iS 1 1 0 1: 62 Tr_Unify; fS 0 0: 12 Tr_ZPos_Min, 13 Tr_ZPos_Max;
+fS 0 100 -30 130: 101 Tr_Normal_Min, 102 Tr_Normal_Max; fS 0 0 -360 360: 58 Tr_XRot_Min,
+59 Tr_XRot_Max, 60 Tr_YRot_Min, 61 Tr_YRot_Max, 14 Tr_ZRot_Min, 15 Tr_ZRot_Max;
+fS 100 100 0 10000: 16 Tr_XScale_Min, 17 Tr_XScale_Max, 63 Tr_YScale_Min, 64 Tr_YScale_Max,
+65 Tr_ZScale_Min, 66 Tr_ZScale_Max; iT 0 0 0 1: 70 Tr_AnimOn; iT 0 0 -10000 10000: 71 Tr_AnimMin,
+72 Tr_AnimMax; fB 0 ? 0 100: 8 Rnd_ZPos, 100 Rnd_Normal, 54 Rnd_XRot, 55 Rnd_YRot, 9 Rnd_ZRot,
+10 Rnd_XScale, 56 Rnd_YScale, 57 Rnd_ZScale; f* 0 ? 0 100: 69 Rnd_Anim; iP 0 ? 0: 89 Ins_Type;
+iP 0 ? 0 99: 90 Ins_Rand; iP 0 ? 0 9999: 73 Ins_AnimRand; i. 4 ? 0 6: 29 Display_Mode;
+i. 1 ? 1 100: 30 PointCloud; i. 0 ? 0: 98 Display_Type, 77 Paint_ListExtra; b.: 76 ForceDisplay,
+78 List_Locked, 91 Paint_On_Self, 94 Paint_Delete_Target, 31 Excl_On, 48 CamClip, 33 Color Shift,
+43 Advance Shift, 18 Random_Trans, 68 AnimOffset, 7 Geo_UserSpacing; b. 1: 74 Show_Logo,
+92 Paint_Similar, 93 Paint_Instances, 67 Unify_Scale; f. 0.5 ? 0.5 1000: 50 Logo_size;
+i. 10 ? 1 500: 82 Brush_Amount; i. 10 ? 0 180: 84 Brush_Snap; i. 0 ? 0 100: 85 Brush_Falloff;
+i. 100: 86 Brush_Erase; f. 20: 80 Brush_Size, 81 Brush_LineSize; f.: 83 Brush_Collision, 19 Z_Pos,
+20 Z_Pos_Random, 21 Pos_InOut, 22 Pos_InOut_Random, 23 Z_Rot, 24 Z_Rot_Random; f. 100: 27 X_Scale,
+28 X_Scale_Random; i. 0 ? 0 1: 46 Cam_Radio, 45 Filter_Mode; i. 0 ? 0 500: 49 FOV;
+i. 12 ? 2 500: 34 Color Variation; f. 0 ? 0 180: 35 Hue Shift; f. 0 ? 0 100: 36 Saturation;
+f. 0 ? 0 25: 37 Brightness, 38 Contrast; fV: 39 HueRand, 40 SatRand, 41 BriRand, 42 ConRand;)";
+
+TEST(Params, AllHaveTheirIdsNamesTypesShapesDefaultsAndRanges) {
+  const auto desc = MakeBlockDesc(nullptr);
+  IParamBlock2 block(*desc, nullptr);
+  std::set<int> ids;
+  std::istringstream groups(kGroups);
+  for (std::string head, list, name; std::getline(groups >> std::ws, head, ':');) {
+    std::string form, told[4] = {"0", "?", "?", "?"};
+    std::istringstream(head) >> form >> told[0] >> told[1] >> told[2] >> told[3];
+    std::getline(groups, list, ';');
+    std::istringstream members(list);
+    for (int id = 0; members >> id && std::getline(members >> std::ws, name, ',');) {
+      SCOPED_TRACE(name);
+      const ParamEntry* e = FindParam(ParamID(id));
+      ASSERT_TRUE(ids.insert(id).second && e && desc->Find(e->id));
+      EXPECT_TRUE(ToUtf8(e->name) == name && FindParam(std::wstring_view(e->name)) == e);
+      EXPECT_EQ((std::string{"ibfpsanm"[int(e->type)], ".TNFRSBPCV*"[int(e->form)]}), form);
+      const double found[] = {e->initial, e->newEntry, e->low, e->high};
+      for (int i = 0; i < 4; ++i) EXPECT_TRUE(told[i] == "?" || std::stod(told[i]) == found[i]);
+      EXPECT_EQ(desc->Find(e->id)->animatable, id >= 35 && id <= 38);
+      EXPECT_EQ(block.Count(e->id), form[1] == '.' ? 1 : 0);
+      EXPECT_TRUE(form != "f." || block.GetFloat(e->id) == float(e->initial));
+      EXPECT_TRUE((form != "i." && form != "b.") || block.GetInt(e->id) == e->initial);
+      // Geo_Kind, Ins_Pos, all others, Ins_AnimRand, Geo_Names.
+      EXPECT_EQ(UndoRank(e->id), id == 51 ? 0 : id == 87 ? 1 : id == 73 ? 3 : id == 75 ? 4 : 2);
+    }
+  }
+  EXPECT_TRUE(ids.size() == 102 && AllParams().size() == 102);
+  EXPECT_TRUE(!FindParam(25) && !FindParam(26) && !FindParam(104) && !FindParam(L"ins_pos"));
+}
+
+// Effects by letter: refresh, gate 0 or 1, remove, types, painter, rows, stats, size, collision,
+// erase, colour, exclusion, camera.
+std::string Answer(int param, bool holding, int restoring, int ready = 1, int mode = 3,
+                   RefMessage message = REFMSG_CHANGE) {
+  std::string text;
+  for (const Effect e : Decide({message, ParamID(param), holding, restoring, ready, mode}))
+    text += "r01XtpwszcehEC"[int(e)];
+  return text;
+}
+
+// Outside a step, recording, undo, redo, and both with the gate shut; - is no answer. The gate:
+// Geo_Kind comes last in an undo, Geo_Names last in a redo.
+constexpr const char* kAnswers = R"(
+Geo_Kind 1 - tpr1 0 tpr1 0    Geo_Names 1 - 0 tpr1 0 tpr1  Ins_Pos - - rs - - -
+Ins_AnimRand - - - rs - -     Display_Mode r r r r r r     Display_Type - - trs trs trs trs
+Geo_PaintPct - - p p - -      Brush_Size - - z z z z       Brush_LineSize - - z z z z
+Brush_Collision - - c c c c   Brush_Erase - - e e e e      Color_Shift - - h h h h
+Excl_On - - E E E E           Excl_Splines - - E E E E     CamClip C C C C C C
+Cam_Radio C C C C C C         CamNode C - C C C C)";
+
+TEST(Messages, ChangesAreAnsweredByTheTable) {
+  std::map<std::string, std::array<std::string, 6>> lines;
+  std::istringstream text(kAnswers);
+  for (std::string name; text >> name;)
+    for (std::string& cell : lines[name]) text >> cell, cell = cell == "-" ? "" : cell;
+  ASSERT_EQ(lines.size(), 17u);
+  for (const ParamEntry& e : AllParams()) {
+    auto l = lines[e.id == ColorShift ? "Color_Shift" : ToUtf8(e.name)];
+    if (e.form == IndexForm::Slot) l[2] = l[3] = "wr";
+    const std::array found = {Answer(e.id, false, 0),    Answer(e.id, true, 0),
+                              Answer(e.id, false, 1),    Answer(e.id, false, 4),
+                              Answer(e.id, false, 1, 0), Answer(e.id, false, 4, 0)};
+    EXPECT_EQ(found, l) << ToUtf8(e.name);
+    EXPECT_EQ(Answer(e.id, false, 2), l[0]) << "2 is neither undo nor redo";
+    EXPECT_EQ(Answer(e.id, true, 1), l[1]) << "recording rules";
+    EXPECT_EQ(Answer(e.id, true, 0, 1, 4, REFMSG_TAB_ELEMENT_NULLED), e.id == 0 ? "X" : "");
+  }
+  EXPECT_EQ(Answer(Excl_On, false, 1, 1, 4), "Er") << "the heavy modes are rebuilt";
+}
+
+// Three types and a few placements.
+struct Painted : SowfieldScene {
+  Painted() {
+    for (const wchar_t* name : {L"a", L"b", L"c"}) AddAsType(AddBox(name, 1, 2, 3));
+    AppendPlacements({{{}, {}, 0, 0, 0}, {{}, {}, 2, 99, 9999}, {{}, {}, 1, 50, 1}});
+  }
+  void ExpectBreach(const std::string& start) {
+    EXPECT_EQ(Breach().substr(0, start.size()), start) << Breach();
+  }
+};
+
+TEST(Invariants, NameEachBreach) {
+  const std::tuple<int, int, float> edits[] = {
+      {51, 1, 4},        {51, 0, -1},   {5, 0, -5},      {99, 0, -5}, {89, 1, 3},   {89, 0, -1},
+      {90, 2, 100},      {90, 2, -1},   {73, 0, 10000},  {73, 0, -1}, {87, 1, NAN}, {88, 2, NAN},
+      {55, 399, 100.5f}, {8, 0, -0.5f}, {100, 100, NAN}, {70, 1, 1}};
+  for (const auto& [id, index, value] : edits) {
+    Painted s;
+    const ParamEntry& e = *FindParam(ParamID(id));
+    if (e.type == ParamType::Int) s.Set(e.id, int(value), index);
+    if (e.type == ParamType::Float) s.Set(e.id, value, index);
+    if (e.type == ParamType::Point3) s.Set(e.id, Point3(0, value, 0), index);
+    s.ExpectBreach(ToUtf8(e.name) + "[" + std::to_string(index) + "] ");
+  }
+  for (const ParamEntry& e : AllParams()) {
+    Painted s;
+    const int count = s.Block().Count(e.id);
+    const float two[] = {1, 2};
+    const bool drawn = e.form == IndexForm::Variation || e.id == Rnd_Anim;
+    if (!drawn && (!e.IsTable() || count == 0 || e.id == Geo_Kind || e.id == Ins_Pos)) continue;
+    drawn ? s.Block().Append(e.id, 2, two) : s.Block().Delete(e.id, count - 1, 1);
+    s.ExpectBreach(ToUtf8(e.name) + " has ");
+  }
+}
+
+}  // namespace
+}  // namespace sowfield

@@ -77,7 +77,6 @@ struct SowfieldScene {
   std::string Breach() { return FirstBreach(Block()); }
   const std::vector<host::ShownBox>& Boxes() { return host.Services().Boxes().Shown(); }
 
-  /// Another object; its panels are the open ones afterwards.
   Sowfield* AddObject() {
     CloseEdit();
     theHold.Begin();
@@ -111,7 +110,6 @@ struct SowfieldScene {
   INode* AddBox(const WStr& name, float w, float l, float h, const Point3& at = {0, 0, 0}) {
     return AddNode(name, Sized<BoxObject>(w, l, h), at);
   }
-  /// Faces +Z, centred on `at`.
   INode* AddPlane(const WStr& name, float w, float l, int nx = 1, int ny = 1,
                   const Point3& at = {0, 0, 0}) {
     return AddNode(name, Sized<PlaneObject>(w, l, nx, ny), at);

@@ -113,7 +113,6 @@ TEST(Messages, ChangesAreAnsweredByTheTable) {
   EXPECT_EQ(Answer(Excl_On, false, 1, 1, 4), "Er") << "the heavy modes are rebuilt";
 }
 
-// Three types and a few placements.
 struct Painted : SowfieldScene {
   Painted() {
     for (const wchar_t* name : {L"a", L"b", L"c"}) AddAsType(AddBox(name, 1, 2, 3));

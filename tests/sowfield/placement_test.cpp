@@ -85,19 +85,17 @@ TEST(RandomTables, AnOldSceneGetsItsNormalRowsWhenItIsOpened) {
   ExpectTables(s.Block(), {101, 102, 100}, expected);
 }
 
-constexpr float kPi = 3.14159265f;
-
 TEST(Placement, WorkedCases) {
   SowfieldScene s;
   s.AddAsType(s.AddBox(L"box", 1, 1, 1));
-  s.AppendPlacements({{{1, 2, 3}, {0.9f, -0.7f, kPi / 2}}});
+  s.AppendPlacements({{{1, 2, 3}, {0.9f, -0.7f, 1.57079633f}}});
   const auto matrix = [&] { return PlacementEvaluator(s.Block(), 0).Matrix(0); };
   s.Set(Tr_Normal_Min, 0.0f, 1);
   // Upright, and a quarter turn about Z: X to Y, Y to -X.
   EXPECT_LT(Apart(matrix(), {{0, 1, 0}, {-1, 0, 0}, {0, 0, 1}, {1, 2, 3}}), 1e-6);
   // The two rows of N add: 30 + 20 percent of a quarter turn about X.
   s.Set(Tr_Normal_Min, 30.0f, 0), s.Set(Tr_Normal_Min, 20.0f, 1);
-  s.Set(Ins_Normal, Point3(kPi / 2, 0, 0));
+  s.Set(Ins_Normal, Point3(1.57079633f, 0, 0));
   EXPECT_LT(Apart(matrix().GetRow(1), {0, 0.70710678f, 0.70710678f}), 1e-6);
   // In full, 6 + 4 up the Z axis go to -Y; here 4 is a quarter of the way from 3 to 7.
   s.Set(Tr_Normal_Min, 70.0f, 1), s.Set(Tr_Normal_Max, 70.0f, 1), s.Set(Tr_ZPos_Min, 6.0f, 0);
@@ -280,7 +278,6 @@ TEST(DisplayMesh, IsThePlainOneBitForBitInWorldSpaceAndFollowsLogoAndNode) {
   EXPECT_EQ(m.faces[kLogoFaces].v[2], f[0].v[2] + kLogoVerts);
 }
 
-// Counts without weight: one small type, so many placements, and the build switched on at last.
 struct Crowd : SowfieldScene {
   Crowd(int placements, int mode) {
     Set(ForceDisplay, 1), Set(Show_Logo, 0);

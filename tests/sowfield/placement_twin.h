@@ -1,7 +1,5 @@
 #pragma once
 
-#include <array>
-
 #include "host/math/elementary.h"
 #include "tests/sowfield/fixture.h"
 
@@ -27,7 +25,6 @@ class PlacementTwin {
     scale_ = sizes(t_ + 1, own) - Point3(1, 1, 1) + sizes(0, r);
   }
 
-  /// In the same single precision steps, on four rows.
   Matrix3 Matrix() const {
     std::array<Point3, 4> m = {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0, 0, 0}}};
     for (Point3& row : m) row = {row.x * scale_.x, row.y * scale_.y, row.z * scale_.z};
@@ -83,7 +80,6 @@ struct Draws {
   std::uint32_t state;
 };
 
-// All rows at random: every switch, every range, ranges turned round too.
 inline void ScrambleRows(SowfieldScene& s, Draws& draw, int types) {
   EnsureAnimTable(s.D());
   const auto floats = [&](std::initializer_list<int> ids, float low, float high, int slot) {

@@ -231,14 +231,7 @@ void DumpParams(Stage& stage, const Call& call, Outcome& out) {
   }
   json.Line().End().Line().End();
   out.text = fmt::format("{} parameters", sowfield::AllParams().size());
-  if (const Value* file = call.args.Given("file")) {
-    stage.Write(*file, json.Str() + "\n");
-    out.AddText("file", file->text);
-    out.text += " in " + file->text;
-  } else {
-    out.document = json.Str() + "\n";
-    out.Add("params", json.Str());
-  }
+  HandOut(stage, call, "params", json.Str(), out);
 }
 
 }  // namespace studio

@@ -114,14 +114,7 @@ void DumpPlacements(Stage& stage, const Call& call, Outcome& out) {
   }
   json.Line().End().Line().End();
   out.text = Grouped((long long)(evaluator.Count())) + " placements";
-  if (const Value* file = call.args.Given("file")) {
-    stage.Write(*file, json.Str() + "\n");
-    out.AddText("file", file->text);
-    out.text += " in " + file->text;
-  } else {
-    out.document = json.Str() + "\n";
-    out.Add("placements", json.Str());
-  }
+  HandOut(stage, call, "placements", json.Str(), out);
 }
 
 }  // namespace studio

@@ -26,4 +26,16 @@ StepFunction FunctionOf(std::string_view name) {
   return found == std::end(kFunctions) ? nullptr : found->function;
 }
 
+void HandOut(Stage& stage, const Call& call, const char* name, const std::string& json,
+             Outcome& out) {
+  if (const Value* file = call.args.Given("file")) {
+    stage.Write(*file, json + "\n");
+    out.AddText("file", file->text);
+    out.text += " in " + file->text;
+  } else {
+    out.document = json + "\n";
+    out.Add(name, json);
+  }
+}
+
 }  // namespace studio

@@ -21,6 +21,11 @@ struct Outcome {
   void AddText(const char* name, std::string_view text_) { Add(name, JsonOut().Text(text_).Str()); }
 };
 
+/// Writes a JSON document to the step's "file"; without one it is the step's document and its field
+/// `name`.
+void HandOut(Stage& stage, const Call& call, const char* name, const std::string& json,
+             Outcome& out);
+
 /// Does a step; throws StepFailure.
 using StepFunction = void (*)(Stage& stage, const Call& call, Outcome& out);
 /// Null for a name that isn't a step's.

@@ -4,14 +4,10 @@
 
 #include "host/interface.h"
 #include "host/math/quat.h"
+#include "sowfield/model/units.h"
 
 namespace sowfield {
 namespace {
-
-constexpr float kPercent = 0.01f;
-constexpr float kPercentOfPercent = 0.0001f;
-constexpr float kRadians = 0.017453292f;
-constexpr float kPercentOfRadians = 0.00017453292f;
 
 // Truncates towards zero; what a time can't hold goes to its nearer end.
 TimeValue ToTime(float ticks) {
@@ -87,14 +83,19 @@ PlacementForm PlacementEvaluator::Form(int type, int row) const {
   return f;
 }
 
-Matrix3 PlacementEvaluator::Apply(const Matrix3& start, const PlacementForm& form,
-                                  const Point3& angles, const Point3& position) {
+Matrix3 PlacementEvaluator::ApplyForm(const Matrix3& start, const PlacementForm& form) {
   Matrix3 m = start;
   m.Scale(form.scale);
   m.RotateX(form.xAngle);
   m.RotateY(form.yAngle);
   m.RotateZ(form.zAngle);
   m.SetTrans({0, 0, form.zOffset});
+  return m;
+}
+
+Matrix3 PlacementEvaluator::Apply(const Matrix3& start, const PlacementForm& form,
+                                  const Point3& angles, const Point3& position) {
+  Matrix3 m = ApplyForm(start, form);
   m.RotateX(angles.x * kPercent * form.n);
   m.RotateY(angles.y * kPercent * form.n);
   m.RotateZ(angles.z);

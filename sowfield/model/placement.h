@@ -32,8 +32,10 @@ class PlacementEvaluator {
   int Type(size_t p) const { return types_[p]; }
 
   PlacementForm Form(int type, int row) const;
-  /// The steps of a placement, applied to `start`: scale, three turns, Z offset, the surface's
-  /// tilt weighted by N, its third angle in full, position.
+  /// The first steps of a placement, applied to `start`: scale, three turns, Z offset.
+  static Matrix3 ApplyForm(const Matrix3& start, const PlacementForm& form);
+  /// All steps: those of the form, the surface's tilt weighted by N, its third angle in full,
+  /// position.
   static Matrix3 Apply(const Matrix3& start, const PlacementForm& form, const Point3& angles,
                        const Point3& position);
 

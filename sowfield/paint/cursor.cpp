@@ -4,13 +4,12 @@
 
 #include "host/interface.h"
 #include "host/math/quat.h"
+#include "sowfield/model/units.h"
 #include "sowfield/paint/painter.h"
 
 namespace sowfield {
 namespace {
 
-constexpr float kDegrees = 57.29578f;
-constexpr float kRadians = 0.017453292f;
 constexpr float kPi = 3.1415927f;
 // The stroke's direction is taken from this many entries before the end of the record.
 constexpr int kDirectionSpan = 20;

@@ -19,14 +19,9 @@ void SowfieldPainter::ShowPreview(int type, int row, const Point3& position, con
   Matrix3 m = source->GetNodeTM(t);
   m.NoTrans();
   if (freeOrientation) {
-    m.Scale(form.scale);
-    m.RotateX(form.xAngle);
-    m.RotateY(form.yAngle);
-    m.RotateZ(form.zAngle);
-    m.SetTrans({0, 0, form.zOffset});
     Matrix3 orientation = *freeOrientation;
     orientation.SetTrans(position);
-    m = m * orientation;
+    m = PlacementEvaluator::ApplyForm(m, form) * orientation;
   } else {
     m = PlacementEvaluator::Apply(m, form, angles, position);
   }

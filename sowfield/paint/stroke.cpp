@@ -5,14 +5,12 @@
 #include "host/interface.h"
 #include "host/math/elementary.h"
 #include "host/math/quat.h"
+#include "sowfield/model/units.h"
 #include "sowfield/paint/painter.h"
 
 namespace sowfield {
 namespace {
 
-constexpr float kPercent = 0.01f;
-constexpr float kRadians = 0.017453292f;
-constexpr float kDegrees = 57.29578f;
 // Hits whose surface is tilted further than this against the stroke's are refused, in degrees.
 constexpr float kMostTilt = 80.0f;
 constexpr long long kAttemptsPerCandidate = 10;
@@ -70,7 +68,8 @@ bool SowfieldPainter::StartStroke() {
   painter_->SetBrushRadius(block.GetFloat(Brush_Size, t));
   collisionDist_ = block.GetFloat(Brush_Collision, t);
   eraseChance_ = float(block.GetInt(Brush_Erase, t)) * kPercent;
-  falloff_ = float(block.GetInt(Brush_Falloff, t)) * kPercent;
+  // Beyond its range nearly every draw would be refused, and the free branch draws until one isn't.
+  falloff_ = float(std::clamp(block.GetInt(Brush_Falloff, t), 0, 100)) * kPercent;
   GetCOREInterface()->SetHostSwitch(false);
 
   CloseEraseStep();  // of a stroke whose end was never told

@@ -28,12 +28,16 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 include_directories("${PROJECT_SOURCE_DIR}")
 
-if(SOWFIELD_SANITIZE AND SOWFIELD_FUZZ)
-  message(FATAL_ERROR "SOWFIELD_SANITIZE and SOWFIELD_FUZZ each bring their own sanitizers: set one.")
+if((SOWFIELD_SANITIZE AND SOWFIELD_FUZZ) OR (SOWFIELD_THREADS AND (SOWFIELD_SANITIZE OR SOWFIELD_FUZZ)))
+  message(FATAL_ERROR "SOWFIELD_SANITIZE, SOWFIELD_THREADS and SOWFIELD_FUZZ each bring their own "
+                      "sanitizers: set one.")
 endif()
 
 if(SOWFIELD_SANITIZE)
   set(sanitizers address,undefined)
+elseif(SOWFIELD_THREADS)
+  set(sanitizers thread)
+  add_compile_definitions(SOWFIELD_STD_THREADS)
 elseif(SOWFIELD_FUZZ)
   if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     message(FATAL_ERROR "SOWFIELD_FUZZ needs Clang, the compiler is ${CMAKE_CXX_COMPILER_ID}.")

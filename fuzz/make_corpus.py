@@ -92,6 +92,34 @@ def obj_seeds():
     yield "concave.obj", "v 0 0 0\nv 2 0 0\nv 2 2 0\nv 1 .5 1e-3\nv 0 +2 0\nf 1 2 3 4 5\n"
 
 
+def plan_seeds():
+    """As host/io/planstream.cpp passes the members on: counts have 8 bytes, lists follow them."""
+    def counted(content, count=None):
+        return struct.pack("<Q", len(content) if count is None else count) + content
+
+    head = b"SOWPLAN1" + struct.pack("<Bd", 0, 1.0)
+    none = counted(b"")
+    yield "empty.plan", head + none * 5
+    verts = counted(struct.pack("<9f", 0, 0, 0, 1, 0, 0, 0, 1, 0), 3)
+    faces = counted(struct.pack("<5I", 0, 1, 2, 1, 7), 1)
+    maps = counted((none * 2 + b"\0") * 2, 2)
+    targets = counted(verts, 1)
+    skin = b"\1" + counted(struct.pack("<i", 0), 1)
+    skin += counted(struct.pack("<12f", 1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0), 1)
+    skin += counted(struct.pack("<4H4f", 0, 0, 0, 0, 1, 0, 0, 0) * 3, 3)
+    slots, weights = counted(struct.pack("<i", 0), 1), counted(struct.pack("<f", 0.5), 1)
+    frames = counted(struct.pack("<2f", 0, 1), 2) + counted(verts * 2, 2)
+    mesh = verts + faces + maps + slots + targets + weights + skin + frames
+    still = b"\1" + none * 2
+    track = b"\1" + counted(struct.pack("<2f", 0, 1), 2) + counted(struct.pack("<6f", *range(6)), 6)
+    local = struct.pack("<12f", 1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0)
+    node = counted(b"node") + local + struct.pack("<iiB", -1, 0, 0) + track + still * 3
+    image = counted(b"a.png") + none + counted(b"\x89PNG")
+    material = counted(b"red") + struct.pack("<3fi", 1, 0, 0, 0)
+    lists = [counted(entry, 1) for entry in (image, material, mesh, node, counted(b"a warning"))]
+    yield "triangle.plan", head + b"".join(lists)
+
+
 def job_seeds():
     yield "steps.json", """{"unit": "feet", "rand_seed": 7, "steps": [
 {"do": "primitive", "kind": "plane", "size": [2, 3], "cells": [4, 5], "colour": "#80ff00"},
@@ -109,6 +137,7 @@ def main():
     targets = (
         ("gltf_import_fuzz", gltf_seeds()),
         ("obj_import_fuzz", obj_seeds()),
+        ("plan_stream_fuzz", plan_seeds()),
         ("job_reader_fuzz", job_seeds()),
     )
     for target, seeds in targets:

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "host/painter/paintsystem.h"
+#include "host/scene/animatedmesh.h"
 #include "host/scene/primitives.h"
 #include "host/scene/triobject.h"
 
@@ -25,15 +26,17 @@ Interface::Interface() : scene_(new Scene), views_(this) {}
 
 Interface::~Interface() = default;
 
+TimeValue Interface::GetTime() const { return host::CoreSession::InForce().time; }
+
 void Interface::SetTime(TimeValue t, bool redraw) {
-  time_ = t;
+  host::CoreSession::InForce().time = t;
   if (redraw) RedrawViews(t);
 }
 
 void Interface::DeleteNode(INode* node, bool redraw, bool) { DeleteNodes({&node, 1}, redraw); }
 
 void Interface::DeleteNodes(std::span<INode* const> nodes, bool redraw) {
-  if (scene_->DeleteNodes(nodes) > 0 && redraw) RedrawViews(time_);
+  if (scene_->DeleteNodes(nodes) > 0 && redraw) RedrawViews(GetTime());
 }
 
 void Interface::PrintToListener(const WStr& text) {
@@ -58,6 +61,8 @@ Host::Host() : before_(inForce) {
   RegisterMaterialClasses(core_->classes);
   RegisterMeshClasses(core_->classes);
   RegisterPrimitiveClasses(core_->classes);
+  RegisterControlClasses(core_->classes);
+  RegisterAnimatedMeshClass(core_->classes);
   RegisterPaintSystem(core_->classes);
 }
 

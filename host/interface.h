@@ -33,7 +33,7 @@ class Interface {
   Interface(const Interface&) = delete;
   Interface& operator=(const Interface&) = delete;
 
-  TimeValue GetTime() const { return time_; }
+  TimeValue GetTime() const;
   /// Moves the time; the views are redrawn on request.
   void SetTime(TimeValue t, bool redraw = true);
   const Interval& GetAnimRange() const { return animRange_; }
@@ -79,7 +79,6 @@ class Interface {
   host::Viewports views_;
   host::MessageBoxes boxes_;
   std::function<void(const WStr&)> listener_;
-  TimeValue time_ = 0;
   Interval animRange_{0, 16000};
   UnitType unitType_ = UNITS_METERS;
   float unitScale_ = 1;

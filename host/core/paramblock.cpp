@@ -2,10 +2,28 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cmath>
 #include <functional>
+#include <limits>
 
 #include "host/core/classdesc.h"
 #include "host/core/tablerecords.h"
+
+namespace {
+
+bool CanHaveKeys(const ParamDef& def) {
+  return def.animatable && !def.table &&
+         (def.type == ParamType::Int || def.type == ParamType::Bool ||
+          def.type == ParamType::Float);
+}
+
+// Halves go up; what an int can't hold goes to its nearer end.
+int Rounded(float value) {
+  constexpr double kLow = std::numeric_limits<int>::min(), kHigh = std::numeric_limits<int>::max();
+  return int(std::clamp(std::floor(double(value) + 0.5), kLow, kHigh));
+}
+
+}  // namespace
 
 ParamBlockDesc2::ParamBlockDesc2(int blockId, const wchar_t* internalName, ClassDesc2* owner,
                                  std::vector<ParamDef> params)
@@ -85,10 +103,20 @@ T IParamBlock2::Read(ParamID id, int index, T otherwise) const {
   return inRange ? (*values)[size_t(index)] : otherwise;
 }
 
-int IParamBlock2::GetInt(ParamID id, TimeValue, int index) const { return Read<int>(id, index, 0); }
-float IParamBlock2::GetFloat(ParamID id, TimeValue, int index) const {
-  return Read<float>(id, index, 0.0f);
+int IParamBlock2::GetInt(ParamID id, TimeValue t, int index) const {
+  int value;
+  Interval valid = FOREVER;
+  GetValue(id, t, value, valid, index);
+  return value;
 }
+
+float IParamBlock2::GetFloat(ParamID id, TimeValue t, int index) const {
+  float value;
+  Interval valid = FOREVER;
+  GetValue(id, t, value, valid, index);
+  return value;
+}
+
 Point3 IParamBlock2::GetPoint3(ParamID id, TimeValue, int index) const {
   return Read<Point3>(id, index, Point3(0, 0, 0));
 }
@@ -106,14 +134,46 @@ const wchar_t* IParamBlock2::GetStr(ParamID id, TimeValue, int index) const {
   return inRange ? (*values)[size_t(index)].c_str() : L"";
 }
 
-bool IParamBlock2::GetValue(ParamID id, TimeValue t, int& value, Interval&, int index) const {
-  value = GetInt(id, t, index);
+bool IParamBlock2::GetValue(ParamID id, TimeValue t, int& value, Interval& valid, int index) const {
+  value = Read<int>(id, index, 0);
+  const FloatControl* control = GetController(id);
+  if (control) value = Rounded(control->GetValue(t, valid));
   return true;
 }
 
-bool IParamBlock2::GetValue(ParamID id, TimeValue t, float& value, Interval&, int index) const {
-  value = GetFloat(id, t, index);
+bool IParamBlock2::GetValue(ParamID id, TimeValue t, float& value, Interval& valid,
+                            int index) const {
+  value = Read<float>(id, index, 0.0f);
+  const FloatControl* control = GetController(id);
+  if (control) value = control->GetValue(t, valid);
   return true;
+}
+
+FloatControl* IParamBlock2::GetController(ParamID id) const {
+  const Table* table = Find(id);
+  return table ? table->control : nullptr;
+}
+
+bool IParamBlock2::SetController(ParamID id, FloatControl* control) {
+  Table* table = Find(id);
+  if (!table || !CanHaveKeys(*table->def)) return false;
+  const Pin<IParamBlock2> alive(this);
+  const Pin<FloatControl> kept(control);
+  auto record = std::make_unique<host::ControlRecord>(this, id, table->control);
+  TableAccess::ExchangeControl(*this, id, control);
+  theHold->PutTable(std::move(record));
+  SendChange(id, 0);
+  return true;
+}
+
+bool IParamBlock2::SetKey(ParamID id, TimeValue t, float value) {
+  if (FloatControl* control = GetController(id)) return control->SetKey(t, value), true;
+  host::Track track({0});
+  track.SetKey(t, {value});
+  auto* made = new FloatControl;
+  made->SetTrack(track);
+  const std::unique_ptr<FloatControl, DeleteUnreferenced> unused(made);
+  return SetController(id, made);
 }
 
 template <class T>
@@ -133,11 +193,20 @@ bool IParamBlock2::Write(ParamID id, const T& value, int index) {
   return true;
 }
 
-bool IParamBlock2::SetValue(ParamID id, TimeValue, int value, int index) {
-  return Write(id, value, index);
+// The controller's message tells of the change.
+template <class T>
+bool IParamBlock2::WriteNumber(ParamID id, TimeValue t, T value, int index) {
+  FloatControl* control = Typed<T>(id) ? GetController(id) : nullptr;
+  if (!control) return Write(id, value, index);
+  control->SetValue(t, float(value));
+  return true;
 }
-bool IParamBlock2::SetValue(ParamID id, TimeValue, float value, int index) {
-  return Write(id, value, index);
+
+bool IParamBlock2::SetValue(ParamID id, TimeValue t, int value, int index) {
+  return WriteNumber(id, t, value, index);
+}
+bool IParamBlock2::SetValue(ParamID id, TimeValue t, float value, int index) {
+  return WriteNumber(id, t, value, index);
 }
 bool IParamBlock2::SetValue(ParamID id, TimeValue, const Point3& value, int index) {
   return Write(id, value, index);
@@ -295,6 +364,7 @@ RefResult IParamBlock2::NotifyRefChanged(const Interval&, ReferenceTarget* targe
         return false;
       }
     };
+    if (table.control == target) Send(table.def->id, 0, REFMSG_CHANGE);
     if (std::visit(holds, table.values)) Send(table.def->id, -1, REFMSG_CHANGE);
   }
   passingOn_.pop_back();
@@ -306,7 +376,11 @@ std::vector<ParamID> IParamBlock2::NullEntries(ReferenceTarget* target) {
 }
 
 // A target that dies of itself can't come back: no record may keep it.
-void IParamBlock2::ForgetTarget(ReferenceTarget* target) { MakeNull(target, false); }
+void IParamBlock2::ForgetTarget(ReferenceTarget* target) {
+  for (const Table& table : tables_)
+    if (table.control == target) TableAccess::ExchangeControl(*this, table.def->id, nullptr);
+  MakeNull(target, false);
+}
 
 std::vector<ParamID> IParamBlock2::MakeNull(ReferenceTarget* target, bool recorded) {
   std::vector<ParamID> ids;
@@ -335,6 +409,7 @@ void IParamBlock2::SendNulled(ParamID id) { Send(id, -1, REFMSG_TAB_ELEMENT_NULL
 
 void IParamBlock2::DeleteAllRefsFromMe() {
   for (Table& table : tables_) {
+    LetGo(std::exchange(table.control, nullptr));
     std::visit(
         [&]<class T>(std::vector<T>& values) {
           if constexpr (std::is_pointer_v<T>)
@@ -348,6 +423,8 @@ ReferenceTarget* IParamBlock2::Clone(RemapDir& remap) {
   auto* copy = new IParamBlock2(*desc_, nullptr);
   for (size_t i = 0; i < tables_.size(); ++i) {
     copy->tables_[i].values = tables_[i].values;
+    copy->tables_[i].control = static_cast<FloatControl*>(remap.CloneRef(tables_[i].control));
+    copy->ReferTo(copy->tables_[i].control);
     std::visit(
         [&]<class T>(std::vector<T>& values) {
           if constexpr (std::is_pointer_v<T>) {

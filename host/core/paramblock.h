@@ -5,6 +5,7 @@
 #include <variant>
 #include <vector>
 
+#include "host/core/control.h"
 #include "host/core/hold.h"
 #include "host/core/paramdesc.h"
 #include "host/core/reference.h"
@@ -36,6 +37,10 @@ class PointTableObserver {
 ///
 /// An index or range outside the table, an undeclared id or the wrong type is the caller's fault:
 /// an assert in debug builds; otherwise reads give 0, empty or null, and writes do nothing.
+///
+/// A scalar number that is declared animatable may have a controller, which then gives its value;
+/// whole numbers are rounded. With keys, SetValue adds the key at its time or changes it. The span
+/// of such a parameter holds the value from before.
 class IParamBlock2 : public ReferenceTarget {
  public:
   IParamBlock2(ParamBlockDesc2& desc, ReferenceTarget* owner);
@@ -64,6 +69,14 @@ class IParamBlock2 : public ReferenceTarget {
   bool SetValue(ParamID id, TimeValue t, const WStr& value, int index = 0);
   bool SetValue(ParamID id, TimeValue t, INode* value, int index = 0);
   bool SetValue(ParamID id, TimeValue t, Mtl* value, int index = 0);
+
+  /// Sets a key at t, with a controller made for the first one. False for a parameter that isn't
+  /// an animatable number.
+  bool SetKey(ParamID id, TimeValue t, float value);
+  /// Null without one.
+  FloatControl* GetController(ParamID id) const;
+  /// Null takes it away, and the value from before holds again. False as for SetKey.
+  bool SetController(ParamID id, FloatControl* control);
 
   int Count(ParamID id) const;
   bool Delete(ParamID id, int start, int count);
@@ -122,6 +135,7 @@ class IParamBlock2 : public ReferenceTarget {
     const ParamDef* def;
     Values values;
     PointTableObserver* observer = nullptr;
+    FloatControl* control = nullptr;
   };
 
   Table* Find(ParamID id);
@@ -134,6 +148,8 @@ class IParamBlock2 : public ReferenceTarget {
   T Read(ParamID id, int index, T otherwise) const;
   template <class T>
   bool Write(ParamID id, const T& value, int index);
+  template <class T>
+  bool WriteNumber(ParamID id, TimeValue t, T value, int index);
   template <class T>
   bool InsertValues(ParamID id, int start, int count, const T* values);
   std::vector<ParamID> MakeNull(ReferenceTarget* target, bool recorded);

@@ -5,6 +5,7 @@
 #include "host/core/classdesc.h"
 #include "host/core/hold.h"
 #include "host/core/notify.h"
+#include "host/math/interval.h"
 
 namespace host {
 
@@ -38,6 +39,8 @@ class CoreSession {
   ClassRegistry classes;
   Hold hold;
   SystemRandom systemRandom;
+  /// The host's present time.
+  TimeValue time = 0;
 
  private:
   CoreSession* before_;

@@ -30,6 +30,14 @@ struct TableAccess {
     if constexpr (std::is_pointer_v<T>)
       for (T v : values) block.LetGo(TargetOf(v));
   }
+  static void ExchangeControl(IParamBlock2& block, ParamID id, FloatControl* control) {
+    FloatControl* old = std::exchange(block.Find(id)->control, control);
+    block.ReferTo(control);
+    block.LetGo(old);
+  }
+  static FloatControl* ControlOf(IParamBlock2& block, ParamID id) {
+    return block.GetController(id);
+  }
   static void SendRestored(IParamBlock2& block, ParamID id) { block.SendRestored(id); }
   static int Rank(const IParamBlock2& block, ParamID id) { return block.Find(id)->def->undoRank; }
 };
@@ -273,6 +281,27 @@ class KeepRecord : public Record<T> {
  private:
   std::vector<size_t> places_;
   std::vector<Kept<T>> held_;
+};
+
+/// A parameter that got another controller, or lost it.
+class ControlRecord : public Record<float> {
+ public:
+  ControlRecord(IParamBlock2* block, ParamID id, FloatControl* old)
+      : Record<float>(block, id), other_(old) {}
+  void Undo() override { Exchange(); }
+  void Redo() override { Exchange(); }
+  std::unique_ptr<TableRecord> Copy() const override {
+    return std::make_unique<ControlRecord>(*this);
+  }
+  size_t Bytes() const override { return sizeof(*this); }
+
+ private:
+  void Exchange() {
+    const Pin<FloatControl> present(TableAccess::ControlOf(Block(), id_));
+    TableAccess::ExchangeControl(Block(), id_, other_.get());
+    other_ = present;
+  }
+  Pin<FloatControl> other_;
 };
 
 }  // namespace host

@@ -20,12 +20,24 @@ using nlohmann::json;
 constexpr int kDeepestJson = 200;  // copying and writing go down by calls
 constexpr size_t kLargestJson = size_t(1) << 30;
 
-enum class Kind { Text, Number, Whole, Flag, Numbers, Wholes, WholeByName, Object };
+enum class Kind {
+  Text,
+  Number,
+  Whole,
+  Flag,
+  Numbers,
+  Wholes,
+  WholeByName,
+  WholesByName,  // a list of them
+  Object,
+  Objects
+};
 
 struct Member {
   const char* name;
   Kind kind;
   std::initializer_list<Member> members = {};
+  bool needed = false;
 };
 
 // All that is handed on. tinygltf passes over values of a wrong type in silence, and follows what
@@ -34,17 +46,42 @@ const std::initializer_list<Member> kBufferView = {{"buffer", Kind::Whole},
                                                    {"byteOffset", Kind::Whole},
                                                    {"byteLength", Kind::Whole},
                                                    {"byteStride", Kind::Whole}};
+const std::initializer_list<Member> kSparseIndices = {{"bufferView", Kind::Whole, {}, true},
+                                                      {"byteOffset", Kind::Whole},
+                                                      {"componentType", Kind::Whole, {}, true}};
+const std::initializer_list<Member> kSparseValues = {{"bufferView", Kind::Whole, {}, true},
+                                                     {"byteOffset", Kind::Whole}};
+const std::initializer_list<Member> kSparse = {{"count", Kind::Whole, {}, true},
+                                               {"indices", Kind::Object, kSparseIndices, true},
+                                               {"values", Kind::Object, kSparseValues, true}};
 const std::initializer_list<Member> kAccessor = {
-    {"bufferView", Kind::Whole}, {"byteOffset", Kind::Whole}, {"componentType", Kind::Whole},
-    {"normalized", Kind::Flag},  {"count", Kind::Whole},      {"type", Kind::Text}};
+    {"bufferView", Kind::Whole},      {"byteOffset", Kind::Whole}, {"componentType", Kind::Whole},
+    {"normalized", Kind::Flag},       {"count", Kind::Whole},      {"type", Kind::Text},
+    {"sparse", Kind::Object, kSparse}};
 const std::initializer_list<Member> kPrimitive = {{"attributes", Kind::WholeByName},
                                                   {"indices", Kind::Whole},
                                                   {"material", Kind::Whole},
-                                                  {"mode", Kind::Whole}};
+                                                  {"mode", Kind::Whole},
+                                                  {"targets", Kind::WholesByName}};
+const std::initializer_list<Member> kMesh = {
+    {"name", Kind::Text}, {"weights", Kind::Numbers}, {"primitives", Kind::Objects, kPrimitive}};
+const std::initializer_list<Member> kSkin = {
+    {"name", Kind::Text}, {"inverseBindMatrices", Kind::Whole}, {"joints", Kind::Wholes, {}, true}};
+const std::initializer_list<Member> kTarget = {{"node", Kind::Whole},
+                                               {"path", Kind::Text, {}, true}};
+const std::initializer_list<Member> kChannel = {{"sampler", Kind::Whole, {}, true},
+                                                {"target", Kind::Object, kTarget, true}};
+const std::initializer_list<Member> kSampler = {{"input", Kind::Whole, {}, true},
+                                                {"output", Kind::Whole, {}, true},
+                                                {"interpolation", Kind::Text}};
+const std::initializer_list<Member> kAnimation = {{"name", Kind::Text},
+                                                  {"channels", Kind::Objects, kChannel},
+                                                  {"samplers", Kind::Objects, kSampler}};
 const std::initializer_list<Member> kNode = {
     {"name", Kind::Text},        {"children", Kind::Wholes}, {"matrix", Kind::Numbers},
     {"rotation", Kind::Numbers}, {"scale", Kind::Numbers},   {"translation", Kind::Numbers},
-    {"mesh", Kind::Whole},       {"camera", Kind::Whole}};
+    {"mesh", Kind::Whole},       {"camera", Kind::Whole},    {"skin", Kind::Whole},
+    {"weights", Kind::Numbers}};
 const std::initializer_list<Member> kScene = {{"name", Kind::Text}, {"nodes", Kind::Wholes}};
 const std::initializer_list<Member> kPbr = {{"baseColorFactor", Kind::Numbers}};
 const std::initializer_list<Member> kMaterial = {{"name", Kind::Text},
@@ -70,6 +107,8 @@ bool All(const json& v, Test test) {
   return std::all_of(v.begin(), v.end(), test);
 }
 
+bool IsWholeByName(const json& v) { return v.is_object() && All(v, IsWhole); }
+
 const char* Misfit(const json& v, Kind kind) {
   switch (kind) {
     case Kind::Text:
@@ -90,7 +129,12 @@ const char* Misfit(const json& v, Kind kind) {
       return v.is_array() && All(v, IsWhole) ? nullptr
                                              : "a list of whole numbers from 0 to 2147483647";
     case Kind::WholeByName:
-      return v.is_object() && All(v, IsWhole) ? nullptr : "an object of whole numbers from 0";
+      return IsWholeByName(v) ? nullptr : "an object of whole numbers from 0";
+    case Kind::WholesByName:
+      return v.is_array() && All(v, IsWholeByName) ? nullptr
+                                                   : "a list of objects of whole numbers from 0";
+    case Kind::Objects:
+      return v.is_array() ? nullptr : "a list";
   }
   return nullptr;
 }
@@ -104,10 +148,20 @@ json Pick(const json& from, std::initializer_list<Member> members, const std::st
   json picked = json::object();
   for (const Member& m : members) {
     const auto found = from.find(m.name);
-    if (found == from.end()) continue;
     const std::string path = where + "." + m.name;
+    if (found == from.end()) {
+      if (m.needed) throw ImportFault(path + " is missing");
+      continue;
+    }
     MustFit(*found, m.kind, path);
-    picked[m.name] = m.kind == Kind::Object ? Pick(*found, m.members, path) : *found;
+    json& value = picked[m.name];
+    if (m.kind == Kind::Objects) {
+      value = json::array();
+      for (size_t i = 0; i < found->size(); ++i)
+        value.push_back(Pick((*found)[i], m.members, path + "[" + std::to_string(i) + "]"));
+    } else {
+      value = m.kind == Kind::Object ? Pick(*found, m.members, path) : *found;
+    }
   }
   return picked;
 }
@@ -119,32 +173,25 @@ const json* ListOf(const json& from, const char* name, const std::string& where)
   return &*found;
 }
 
-json PickAll(const json& from, const char* name, std::initializer_list<Member> members,
-             const std::string& where) {
+json PickAll(const json& from, const char* name, std::initializer_list<Member> members) {
   json picked = json::array();
-  const json* list = ListOf(from, name, where);
+  const json* list = ListOf(from, name, name);
   for (size_t i = 0; list && i < list->size(); ++i)
-    picked.push_back(Pick((*list)[i], members, where + "[" + std::to_string(i) + "]"));
+    picked.push_back(Pick((*list)[i], members, std::string(name) + "[" + std::to_string(i) + "]"));
   return picked;
-}
-
-json PickMeshes(const json& root) {
-  json meshes = PickAll(root, "meshes", {{"name", Kind::Text}}, "meshes");
-  for (size_t i = 0; i < meshes.size(); ++i)
-    meshes[i]["primitives"] = PickAll(root["meshes"][i], "primitives", kPrimitive,
-                                      "meshes[" + std::to_string(i) + "].primitives");
-  return meshes;
 }
 
 json PickModel(const json& root) {
   json picked = {{"asset", {{"version", "2.0"}}}};
-  picked["bufferViews"] = PickAll(root, "bufferViews", kBufferView, "bufferViews");
-  picked["accessors"] = PickAll(root, "accessors", kAccessor, "accessors");
-  picked["meshes"] = PickMeshes(root);
-  picked["nodes"] = PickAll(root, "nodes", kNode, "nodes");
-  picked["scenes"] = PickAll(root, "scenes", kScene, "scenes");
-  picked["materials"] = PickAll(root, "materials", kMaterial, "materials");
-  picked["cameras"] = PickAll(root, "cameras", kCamera, "cameras");
+  picked["bufferViews"] = PickAll(root, "bufferViews", kBufferView);
+  picked["accessors"] = PickAll(root, "accessors", kAccessor);
+  picked["meshes"] = PickAll(root, "meshes", kMesh);
+  picked["nodes"] = PickAll(root, "nodes", kNode);
+  picked["scenes"] = PickAll(root, "scenes", kScene);
+  picked["materials"] = PickAll(root, "materials", kMaterial);
+  picked["cameras"] = PickAll(root, "cameras", kCamera);
+  picked["skins"] = PickAll(root, "skins", kSkin);
+  picked["animations"] = PickAll(root, "animations", kAnimation);
   if (const auto scene = root.find("scene"); scene != root.end()) {
     MustFit(*scene, Kind::Whole, "scene");
     picked["scene"] = *scene;
@@ -233,37 +280,6 @@ void CheckExtensions(const json& root, std::vector<std::string>& warnings) {
         warnings.push_back("instances of EXT_mesh_gpu_instancing are not imported");
 }
 
-bool HasEntries(const json& root, const char* name) {
-  const auto found = root.find(name);
-  return found != root.end() && found->is_array() && !found->empty();
-}
-
-bool AnyPrimitiveHas(const json& root, const char* name) {
-  if (HasEntries(root, "meshes"))
-    for (const json& mesh : root["meshes"])
-      if (mesh.is_object() && HasEntries(mesh, "primitives"))
-        for (const json& primitive : mesh["primitives"])
-          if (primitive.is_object() && HasEntries(primitive, name)) return true;
-  return false;
-}
-
-bool AnyBaseTexture(const json& root) {
-  if (HasEntries(root, "materials"))
-    for (const json& m : root["materials"]) {
-      const auto pbr = m.is_object() ? m.find("pbrMetallicRoughness") : m.end();
-      if (pbr != m.end() && pbr->is_object() && pbr->contains("baseColorTexture")) return true;
-    }
-  return false;
-}
-
-void WarnOfRest(const json& root, std::vector<std::string>& warnings) {
-  if (HasEntries(root, "animations")) warnings.push_back("animations are not imported");
-  if (HasEntries(root, "skins")) warnings.push_back("skins are not imported");
-  if (AnyPrimitiveHas(root, "targets")) warnings.push_back("morph targets are not imported");
-  if (AnyBaseTexture(root))
-    warnings.push_back("base colour textures are not shown, their materials keep the plain colour");
-}
-
 int Base64Value(char c) {
   if (c >= 'A' && c <= 'Z') return c - 'A';
   if (c >= 'a' && c <= 'z') return c - 'a' + 26;
@@ -288,6 +304,8 @@ std::vector<unsigned char> DecodeBase64(std::string_view text, const std::string
   return bytes;
 }
 
+}  // namespace
+
 std::string DecodePercent(const std::string& text) {
   const auto digit = [](char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -304,6 +322,8 @@ std::string DecodePercent(const std::string& text) {
   return out;
 }
 
+namespace {
+
 // A model names files beside or below itself; anything else isn't read.
 bool StaysInFolder(const std::string& name) {
   if (name.empty() || name[0] == '/' || name.find('\0') != std::string::npos ||
@@ -313,8 +333,10 @@ bool StaysInFolder(const std::string& name) {
   return slashed.find("/../") == std::string::npos && name.find('\\') == std::string::npos;
 }
 
-std::vector<unsigned char> FetchBuffer(const std::string& uri, const std::string& folder,
-                                       const std::string& where) {
+}  // namespace
+
+std::vector<unsigned char> FetchGltfUri(const std::string& uri, const std::string& folder,
+                                        const std::string& where) {
   if (uri.rfind("data:", 0) == 0) {
     const size_t comma = uri.find(',');
     if (comma == std::string::npos || uri.substr(0, comma).find(";base64") == std::string::npos)
@@ -333,6 +355,8 @@ std::vector<unsigned char> FetchBuffer(const std::string& uri, const std::string
   return {first, first + bytes.size()};
 }
 
+namespace {
+
 std::vector<tinygltf::Buffer> LoadBuffers(const json& root, std::span<const std::byte> binary,
                                           const std::string& folder) {
   std::vector<tinygltf::Buffer> buffers;
@@ -344,7 +368,7 @@ std::vector<tinygltf::Buffer> LoadBuffers(const json& root, std::span<const std:
     const size_t length = known["byteLength"];
     tinygltf::Buffer& buffer = buffers.emplace_back();
     if (known.contains("uri")) {
-      buffer.data = FetchBuffer(known["uri"].get_ref<const std::string&>(), folder, where);
+      buffer.data = FetchGltfUri(known["uri"].get_ref<const std::string&>(), folder, where);
     } else if (i == 0 && binary.data()) {
       const auto* first = reinterpret_cast<const unsigned char*>(binary.data());
       buffer.data.assign(first, first + binary.size());
@@ -366,7 +390,6 @@ GltfModel LoadGltf(std::span<const std::byte> bytes, const std::string& folder) 
   CheckVersion(root);
   GltfModel loaded;
   CheckExtensions(root, loaded.warnings);
-  WarnOfRest(root, loaded.warnings);
 
   const std::string picked = PickModel(root).dump();
   std::string error, warning;
@@ -375,6 +398,7 @@ GltfModel LoadGltf(std::span<const std::byte> bytes, const std::string& folder) 
                                   unsigned(picked.size()), ""))
     throw ImportFault(error.empty() ? "cannot be read as glTF" : error);
   loaded.model.buffers = LoadBuffers(root, parts.binary, folder);
+  loaded.pictures = ReadGltfPictures(root, loaded.model, folder);
   return loaded;
 }
 

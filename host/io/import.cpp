@@ -7,12 +7,13 @@
 #include <new>
 
 #include "host/interface.h"
-#include "host/io/file.h"
+#include "host/io/assimpimport.h"
 #include "host/io/importplan.h"
+#include "host/io/modelfiles.h"
+#include "host/io/modelreader.h"
+#include "host/io/planscene.h"
 #include "host/math/wstr.h"
-#include "host/scene/camera.h"
 #include "host/scene/mtl.h"
-#include "host/scene/triobject.h"
 
 namespace host {
 
@@ -23,6 +24,7 @@ std::string NodeLabel(const std::string& name, size_t number) {
 namespace {
 
 constexpr size_t kLongestMessage = 400;
+constexpr size_t kMostWarnings = 20;
 
 // Library texts and names from files may hold line breaks and go on for long.
 std::string OneLine(const std::string& text) {
@@ -66,21 +68,31 @@ bool IsUsable(const Matrix3& tm) {
   return tm.IsInvertible();
 }
 
-// Brings the file's axes and unit to the scene's, in the matrices of the top nodes.
-void Place(ImportPlan& plan, const ImportOptions& options, double unit) {
+void CheckOptions(const ImportOptions& options) {
   if (!std::isfinite(options.scale) || options.scale <= 0)
     throw ImportFault("the scale is " + std::to_string(options.scale) +
                       ", it must be finite and above 0");
-  const float scale = float(unit * options.scale);
-  Matrix3 turn;
-  if (options.up != ImportOptions::Up::Z) turn.RotateX(1.0f, 0.0f);  // a quarter, +Y to +Z
-  turn.Scale({scale, scale, scale});
+  if (options.mostBytes < ImportOptions::kLeastBytes)
+    throw ImportFault("the limit of memory is " + std::to_string(options.mostBytes) +
+                      " bytes, it must be at least " + std::to_string(ImportOptions::kLeastBytes));
+  if (!(options.mostSeconds > 0 && options.mostSeconds <= ImportOptions::kMostSeconds))
+    throw ImportFault("the limit of time is " + std::to_string(options.mostSeconds) +
+                      " s, it must be above 0 and at most " +
+                      std::to_string(int(ImportOptions::kMostSeconds)));
+}
+
+// Brings the file's axes and unit to the scene's, in the matrices of the top nodes.
+void Place(ImportPlan& plan, const ImportOptions& options, const Interface& ip) {
+  const double sceneUnit = MetresPer(ip.MasterUnitType()) * double(ip.MasterUnitScale());
+  const float scale = float((plan.metres > 0 ? plan.metres / sceneUnit : 1) * options.scale);
+  const bool quarter = options.up == ImportOptions::Up::Y ||
+                       (options.up == ImportOptions::Up::FromFormat && !plan.zUp);
 
   std::vector<Matrix3> world(plan.nodes.size());
   for (size_t i = 0; i < plan.nodes.size(); ++i) {
     PlannedNode& node = plan.nodes[i];
     const bool own = IsUsable(node.local);
-    if (node.parent < 0) node.local = node.local * turn;
+    if (node.parent < 0) TurnTopNode(node, quarter, scale);
     world[i] = node.parent < 0 ? node.local : node.local * world[size_t(node.parent)];
     if (!own || !IsUsable(node.local) || !IsUsable(world[i]))
       throw ImportFault(NodeLabel(node.name, i) + ": its matrix " +
@@ -88,20 +100,28 @@ void Place(ImportPlan& plan, const ImportOptions& options, double unit) {
   }
 }
 
-Mtl* MaterialOf(const PlannedMesh& mesh, const std::vector<Mtl*>& materials) {
-  const auto of = [&](int i) { return i < 0 ? nullptr : materials[size_t(i)]; };
-  if (mesh.slots.size() <= 1) return mesh.slots.empty() ? nullptr : of(mesh.slots[0]);
-  auto* multi = new MultiMtl;
-  for (size_t i = 0; i < mesh.slots.size(); ++i) multi->SetSubMtl(int(i), of(mesh.slots[i]));
-  return multi;
+BitmapTex* MakePicture(PlannedImage& image) {
+  auto* made = new BitmapTex;
+  made->SetName(FromUtf8(image.name));
+  if (image.path.empty())
+    made->SetPicture(FromUtf8(image.name),
+                     std::make_shared<const std::vector<std::byte>>(std::move(image.bytes)));
+  else
+    made->SetPicture(FromUtf8(image.path));
+  return made;
 }
 
-// All was checked before; nothing here fails.
-std::vector<INode*> AddToScene(Interface& ip, ImportPlan& plan) {
+// One a planned material; null for those that no mesh shows.
+std::vector<Mtl*> MakeMaterials(ImportPlan& plan) {
   std::vector<bool> shown(plan.materials.size(), false);
   for (const PlannedMesh& mesh : plan.meshes)
     for (const int slot : mesh.slots)
       if (slot >= 0) shown[size_t(slot)] = true;
+  std::vector<BitmapTex*> pictures(plan.images.size(), nullptr);
+  for (size_t i = 0; i < plan.materials.size(); ++i)
+    if (const int image = plan.materials[i].image; image >= 0 && shown[i])
+      if (auto& made = pictures[size_t(image)]; !made)
+        made = MakePicture(plan.images[size_t(image)]);
   std::vector<Mtl*> materials;
   for (size_t i = 0; i < plan.materials.size(); ++i) {
     auto* made = shown[i] ? new StdMtl : nullptr;
@@ -109,86 +129,73 @@ std::vector<INode*> AddToScene(Interface& ip, ImportPlan& plan) {
     if (!made) continue;
     made->SetName(FromUtf8(plan.materials[i].name));
     made->SetDiffuse(plan.materials[i].diffuse, 0);
+    if (const int image = plan.materials[i].image; image >= 0)
+      made->SetSubTexmap(StdMtl::kDiffuseMap, pictures[size_t(image)]);
   }
-  std::vector<TriObject*> objects;
-  std::vector<Mtl*> materialOf;
-  for (PlannedMesh& mesh : plan.meshes) {
-    objects.push_back(new TriObject);
-    objects.back()->mesh = std::move(mesh.mesh);
-    materialOf.push_back(MaterialOf(mesh, materials));
-  }
-
-  std::vector<INode*> nodes;
-  for (const PlannedNode& planned : plan.nodes) {
-    Object* object = nullptr;
-    if (planned.mesh >= 0) object = objects[size_t(planned.mesh)];
-    if (planned.fov) {
-      auto* camera = new CameraObject;
-      camera->SetFOV(0, *planned.fov);
-      object = camera;
-    }
-    INode* node = ip.CreateObjectNode(object);
-    if (!planned.name.empty()) node->SetName(FromUtf8(planned.name));
-    if (planned.mesh >= 0) node->SetMtl(materialOf[size_t(planned.mesh)]);
-    node->SetNodeTM(0, planned.local);
-    // The matrix stays what it is, so it is the one under the parent from here on.
-    if (planned.parent >= 0) nodes[size_t(planned.parent)]->AttachChild(node, false);
-    nodes.push_back(node);
-  }
-  return nodes;
+  return materials;
 }
 
-std::optional<ImportResult> Import(Interface& ip, const std::string& what, double unit,
+std::optional<ImportResult> Import(Interface& ip, const std::string& what,
                                    const ImportOptions& options, std::string& error,
                                    const std::function<ImportPlan()>& read) {
   ImportPlan plan;
   try {
+    CheckOptions(options);
     plan = read();
     if (plan.meshes.empty()) throw ImportFault("holds no mesh");
-    Place(plan, options, unit);
+    CheckMotion(plan);
+    Place(plan, options, ip);
   } catch (const ImportFault& fault) {
     return error = OneLine(what + ": " + fault.what()), std::nullopt;
   } catch (const std::bad_alloc&) {
     return error = OneLine(what + ": not enough memory"), std::nullopt;
   }
   ImportResult result;
-  for (const std::string& w : plan.warnings) result.warnings.push_back(OneLine(what + ": " + w));
-  result.nodes = AddToScene(ip, plan);
+  for (const std::string& w : plan.warnings) {
+    if (result.warnings.size() == kMostWarnings) {
+      const size_t left = plan.warnings.size() - kMostWarnings;
+      result.warnings.push_back(what + ": and " + std::to_string(left) + " warnings more");
+      break;
+    }
+    result.warnings.push_back(OneLine(what + ": " + w));
+  }
+  result.nodes = AddToScene(ip, plan, MakeMaterials(plan));
   return result;
 }
 
-double UnitOfGltf(const Interface& ip) {
-  return 1.0 / (MetresPer(ip.MasterUnitType()) * double(ip.MasterUnitScale()));
+void CheckFile(const std::string& path) {
+  const std::string extension = ExtensionOf(path);
+  if (!IsModelExtension(extension))
+    throw ImportFault("\"" + extension +
+                      "\" files cannot be imported, but .gltf, .glb, .fbx, .dae, .obj, .blend, "
+                      ".3ds, .ply, .stl and others");
+  std::error_code code;
+  if (!std::filesystem::is_regular_file(path, code))
+    throw ImportFault(code ? code.message() : "it is not a regular file");
 }
 
 }  // namespace
 
 std::optional<ImportResult> ImportModel(Interface& ip, const std::string& path,
                                         const ImportOptions& options, std::string& error) {
-  const std::filesystem::path file(path);
-  std::string extension = file.extension().string();
-  for (char& c : extension) c = c >= 'A' && c <= 'Z' ? char(c + 32) : c;
-  const bool gltf = extension == ".gltf" || extension == ".glb";
-  if (!gltf && extension != ".obj")
-    return error = OneLine(path + ": cannot import \"" + extension +
-                           "\" files, only .gltf, .glb and .obj"),
-           std::nullopt;
-  std::vector<std::byte> bytes;
-  if (!ReadFile(path, bytes, error)) return std::nullopt;
-  const std::string folder = file.has_parent_path() ? file.parent_path().string() : ".";
-  return Import(ip, path, gltf ? UnitOfGltf(ip) : 1.0, options, error, [&] {
-    return gltf ? ReadGltf(bytes, folder) : ReadObj(bytes, folder, file.filename().string());
+  return Import(ip, path, options, error, [&] {
+    CheckFile(path);
+    return ReadModelApart(path, {options.mostBytes, options.mostSeconds});
   });
 }
 
 std::optional<ImportResult> ImportGltfBytes(Interface& ip, std::span<const std::byte> bytes,
                                             const ImportOptions& options, std::string& error) {
-  return Import(ip, "glTF", UnitOfGltf(ip), options, error, [&] { return ReadGltf(bytes, ""); });
+  return Import(ip, "glTF", options, error, [&] {
+    ImportPlan plan = ReadGltf(bytes, "");
+    plan.metres = 1;
+    return plan;
+  });
 }
 
 std::optional<ImportResult> ImportObjBytes(Interface& ip, std::span<const std::byte> bytes,
                                            const ImportOptions& options, std::string& error) {
-  return Import(ip, "OBJ", 1.0, options, error, [&] { return ReadObj(bytes, "", "model.obj"); });
+  return Import(ip, "OBJ", options, error, [&] { return ReadAssimp(bytes, "", "model.obj"); });
 }
 
 }  // namespace host

@@ -1,15 +1,18 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "host/core/track.h"
 #include "host/math/color.h"
 #include "host/math/matrix3.h"
 #include "host/scene/mesh.h"
+#include "host/scene/vertexbones.h"
 
 namespace host {
 
@@ -19,15 +22,45 @@ class ImportFault : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// A picture that a material shows: a file that was found, or the encoded bytes (PNG, JPEG and so
+/// on) that the model holds.
+struct PlannedImage {
+  std::string name;
+  std::string path;
+  std::vector<std::byte> bytes;
+};
+
 struct PlannedMtl {
   std::string name;
   Color diffuse;
+  int image = -1;  // diffuse texture, on map channel 1
+};
+
+/// Values over time; before the first key and after the last one they stay. Empty: not animated.
+struct PlannedTrack {
+  KeyShape shape = KeyShape::Linear;
+  std::vector<float> times;   // seconds, rising
+  std::vector<float> values;  // `width` of them a key, three times as many in a cubic track
+  bool IsEmpty() const { return times.empty(); }
+};
+
+struct PlannedSkin {
+  std::vector<int> nodes;            // of the plan, one a bone
+  std::vector<Matrix3> inverseBind;  // mesh to bone, one a bone
+  std::vector<VertexBones> vertices;
 };
 
 struct PlannedMesh {
   Mesh mesh;
   /// The plan's material for each material id, -1 for none.
   std::vector<int> slots;
+  /// Morph targets: differences from the mesh's vertices, one list a target, as many as vertices.
+  std::vector<std::vector<Point3>> targets;
+  std::vector<float> weights;  // at rest, one a target
+  std::optional<PlannedSkin> skin;
+  /// Whole shapes over time, for files that store them: one list of vertices a frame.
+  std::vector<float> frameTimes;  // seconds, rising
+  std::vector<std::vector<Point3>> frames;
 };
 
 struct PlannedNode {
@@ -36,10 +69,19 @@ struct PlannedNode {
   int parent = -1;   // earlier in the plan
   int mesh = -1;
   std::optional<float> fov;  // a camera, horizontal, radians
+  // An animated node's matrix is scale, then rotation, then position; parts without a track stay
+  // as `local` has them.
+  PlannedTrack position;  // width 3
+  PlannedTrack rotation;  // width 4: unit quaternions x, y, z, w, of points taken as columns
+  PlannedTrack scale;     // width 3
+  PlannedTrack weights;   // of the mesh's morph targets
 };
 
 /// A model that was read and checked, and is not in the scene yet.
 struct ImportPlan {
+  bool zUp = false;   // of the file's axes, else Y
+  double metres = 0;  // a file unit; 0 where neither file nor format says: then it is a scene unit
+  std::vector<PlannedImage> images;
   std::vector<PlannedMtl> materials;
   std::vector<PlannedMesh> meshes;
   std::vector<PlannedNode> nodes;
@@ -54,10 +96,7 @@ inline constexpr int kDeepestNode = 256;
 /// How to call a node in a message: its name in quotes, else its number.
 std::string NodeLabel(const std::string& name, size_t number);
 
-/// `folder` is where files named by the model lie, empty for none. Throw ImportFault.
+/// `folder` is where files named by the model lie, empty for none. Throws ImportFault.
 ImportPlan ReadGltf(std::span<const std::byte> bytes, const std::string& folder);
-/// `fileName` is the file's own name, without folders.
-ImportPlan ReadObj(std::span<const std::byte> bytes, const std::string& folder,
-                   const std::string& fileName);
 
 }  // namespace host

@@ -1,46 +1,13 @@
 #include "host/math/elementary.h"
 
+#include "host/math/sincos_kernel.h"
+
 #include <array>
 #include <cmath>
 #include <limits>
 
 namespace host {
 namespace {
-
-// pi/2 in three parts. The first two hold 33 bits each, so that their products with a whole number
-// of up to 20 bits are exact (Cody and Waite, "Software Manual for the Elementary Functions",
-// 1980).
-constexpr double kHalfPi1 = 0x1.921fb544p+0;
-constexpr double kHalfPi2 = 0x1.0b4611a6p-34;
-constexpr double kHalfPi3 = 0x1.3198a2e037073p-69;
-constexpr double kLargestDirect = 1048576.0;
-
-// Taylor polynomials on |x| <= pi/4: the first term left out is below 1e-19.
-double SinKernel(double x) {
-  const double s = x * x;
-  double p = 1.0 / 355687428096000.0;
-  p = p * s - 1.0 / 1307674368000.0;
-  p = p * s + 1.0 / 6227020800.0;
-  p = p * s - 1.0 / 39916800.0;
-  p = p * s + 1.0 / 362880.0;
-  p = p * s - 1.0 / 5040.0;
-  p = p * s + 1.0 / 120.0;
-  p = p * s - 1.0 / 6.0;
-  return x + x * (s * p);
-}
-
-double CosKernel(double x) {
-  const double s = x * x;
-  double p = -1.0 / 6402373705728000.0;
-  p = p * s + 1.0 / 20922789888000.0;
-  p = p * s - 1.0 / 87178291200.0;
-  p = p * s + 1.0 / 479001600.0;
-  p = p * s - 1.0 / 3628800.0;
-  p = p * s + 1.0 / 40320.0;
-  p = p * s - 1.0 / 720.0;
-  p = p * s + 1.0 / 24.0;
-  return 1.0 - 0.5 * s + s * s * p;
-}
 
 // Arc tangents of 0, 1/8, ... 1.
 constexpr std::array<double, 9> kAtanOfEighths = {0.0,
@@ -76,12 +43,13 @@ SinCos SinCosOf(double a) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     return {nan, nan};
   }
-  if (std::fabs(a) > kLargestDirect) a = std::fmod(a, 2.0 * kPi);  // exact for its two arguments
+  if (std::fabs(a) > kernel::kLargestDirect)
+    a = std::fmod(a, 2.0 * kPi);  // exact for its two arguments
 
-  const double turns = std::floor(a * (2.0 / kPi) + 0.5);
-  const double r = ((a - turns * kHalfPi1) - turns * kHalfPi2) - turns * kHalfPi3;
-  const double s = SinKernel(r);
-  const double c = CosKernel(r);
+  const double turns = std::floor(a * kernel::kTwoOverPi + 0.5);
+  const double r = kernel::Reduced(a, turns);
+  const double s = kernel::SinPolynomial(r);
+  const double c = kernel::CosPolynomial(r);
   switch ((long long)(turns)&3) {
     case 0:
       return {s, c};

@@ -10,7 +10,7 @@
 #include "host/math/elementary.h"
 #include "host/painter/painterinterface.h"
 #include "host/painter/raycaster.h"
-#include "host/scene/builtinclass.h"
+#include "host/core/builtinclass.h"
 
 namespace host {
 namespace {
@@ -24,6 +24,16 @@ struct WayPoint {
   bool hit = false;
   Point3 world{0, 0, 0};
   Point3 normal{0, 0, 1};
+};
+
+/// Two unit vectors across a normal, from an axis that it doesn't run along.
+struct Disc {
+  explicit Disc(const Point3& n) : normal(n) {
+    const Point3 axis = std::fabs(n.x) < 0.6f ? Point3(1, 0, 0) : Point3(0, 1, 0);
+    a = Normalize(CrossProd(axis, n));
+    b = CrossProd(n, a);
+  }
+  Point3 normal, a, b;
 };
 
 }  // namespace
@@ -90,6 +100,7 @@ class PaintSystem : public ReferenceTarget, public IPainterInterface_V7, public 
   IPainterRightClickHandler* handler_ = nullptr;
   std::deque<WayPoint> way_;
   std::mt19937_64 random_{kRandomSeed};
+  Disc disc_{Point3(0, 0, 1)};  // of the last random hit
   float radius_ = 1;
   bool eventsOffSurface_ = true;
   bool session_ = false;
@@ -171,10 +182,8 @@ PainterHit PaintSystem::RandomHit(int pointIndex) {
   const double r = radius_ * std::sqrt(Uniform());
   const SinCos turn = SinCosOf(2 * kPi * Uniform());
 
-  // Two unit vectors across the normal, from an axis that it doesn't run along.
-  const Point3 n = point.normal;
-  const Point3 axis = std::fabs(n.x) < 0.6f ? Point3(1, 0, 0) : Point3(0, 1, 0);
-  const Point3 a = Normalize(CrossProd(axis, n)), b = CrossProd(n, a);
+  if (!(point.normal == disc_.normal)) disc_ = Disc(point.normal);
+  const Point3 &n = disc_.normal, &a = disc_.a, &b = disc_.b;
   const double along = r * turn.cos, across = r * turn.sin;
   Point3 from;
   for (int i = 0; i < 3; ++i)

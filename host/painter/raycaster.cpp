@@ -70,17 +70,19 @@ struct RayCaster::Search : RTCIntersectContext {
 
   Vec from, dir;  // dir has unit length
   double reach;
+  unsigned onlyTarget = RTC_INVALID_GEOMETRY_ID;  // where there are no instances
   bool hit = false;
   double distance = 0;
   unsigned target = 0, triangle = 0;
-  Vec point{0, 0, 0}, normal{0, 0, 1};
+  Vec point{0, 0, 0}, across{0, 0, 1};  // the latter of any length
 
   static void Consider(const RTCFilterFunctionNArguments* args) {
     auto& search = *static_cast<Search*>(args->context);
     const auto& mesh = *static_cast<const NodeMesh*>(args->geometryUserPtr);
     for (unsigned i = 0; i < args->N; ++i) {
       if (args->valid[i] == 0) continue;
-      search.Meet(mesh, RTCHitN_instID(args->hit, args->N, i, 0),
+      const unsigned instance = RTCHitN_instID(args->hit, args->N, i, 0);
+      search.Meet(mesh, instance == RTC_INVALID_GEOMETRY_ID ? search.onlyTarget : instance,
                   RTCHitN_primID(args->hit, args->N, i));
       args->valid[i] = 0;
     }
@@ -93,10 +95,10 @@ struct RayCaster::Search : RTCIntersectContext {
     const Vec a(mesh.verts[corner[0]]);
     const Vec e1 = Vec(mesh.verts[corner[1]]) - a, e2 = Vec(mesh.verts[corner[2]]) - a;
     const Vec p = Cross(dir, e2);
-    const double det = Dot(e1, p);
+    const double overDet = 1.0 / Dot(e1, p);
     const Vec s = from - a;
-    double u = Dot(s, p) / det;
-    double v = Dot(dir, Cross(s, e1)) / det;
+    double u = Dot(s, p) * overDet;
+    double v = Dot(dir, Cross(s, e1)) * overDet;
     if (!std::isfinite(u) || !std::isfinite(v)) return;  // the ray runs in the triangle's plane
     u = std::clamp(u, 0.0, 1.0);
     v = std::clamp(v, 0.0, 1.0);
@@ -109,13 +111,16 @@ struct RayCaster::Search : RTCIntersectContext {
     if (hit && way == distance &&
         std::pair(targetIndex, triangleIndex) > std::pair(target, triangle))
       return;
-    const Vec n = Cross(e1, e2);
-    const double length = std::sqrt(Dot(n, n));
     hit = true;
     distance = way;
     target = targetIndex, triangle = triangleIndex;
     point = at;
-    normal = n * ((Dot(n, dir) > 0.0 ? -1.0 : 1.0) / length);
+    across = Cross(e1, e2);
+  }
+
+  // Of unit length, towards where the ray came from.
+  Vec Normal() const {
+    return across * ((Dot(across, dir) > 0.0 ? -1.0 : 1.0) / std::sqrt(Dot(across, across)));
   }
 };
 
@@ -230,28 +235,43 @@ void RayCaster::Build(NodeMesh& entry, const Mesh& mesh) {
 void RayCaster::BuildTop() {
   if (!topStale_) return;
   top_.reset();
-  box_ = {};
-  SceneHandle top;
+  Box3 box;
+  only_ = nullptr;
+  size_t scenes = 0;
   for (size_t i = 0; i < targets_.size(); ++i) {
     const NodeMesh& entry = meshes_.at(targets_[i]);
     if (!entry.scene) continue;
-    if (!top) {
-      top.reset(rtcNewScene(Device()));
-      rtcSetSceneFlags(top.get(), RTC_SCENE_FLAG_ROBUST);
-    }
+    only_ = ++scenes == 1 ? entry.scene.get() : nullptr;
+    onlyTarget_ = unsigned(i);
+    box += entry.box;
+  }
+  SetBounds(box);
+  if (scenes > 1) top_ = Instances();
+  topStale_ = false;
+}
+
+void RayCaster::SetBounds(const Box3& box) {
+  const Vec lower(box.pmin), upper(box.pmax);
+  const Vec middle = (lower + upper) * 0.5, half = (upper - lower) * 0.5;
+  bounds_ = {{middle.x, middle.y, middle.z}, std::sqrt(Dot(half, half)), 0};
+  bounds_.room = 1.0e-5 * (std::sqrt(Dot(middle, middle)) + bounds_.radius);
+}
+
+RayCaster::SceneHandle RayCaster::Instances() {
+  SceneHandle top(rtcNewScene(Device()));
+  rtcSetSceneFlags(top.get(), RTC_SCENE_FLAG_ROBUST);
+  for (size_t i = 0; i < targets_.size(); ++i) {
+    const NodeMesh& entry = meshes_.at(targets_[i]);
+    if (!entry.scene) continue;
     RTCGeometry instance = rtcNewGeometry(Device(), RTC_GEOMETRY_TYPE_INSTANCE);
     rtcSetGeometryInstancedScene(instance, entry.scene.get());
     rtcCommitGeometry(instance);
     rtcAttachGeometryByID(top.get(), instance, unsigned(i));
     rtcReleaseGeometry(instance);
-    box_ += entry.box;
   }
-  if (top) {
-    rtcCommitScene(top.get());
-    CheckDevice();
-  }
-  top_ = std::move(top);
-  topStale_ = false;
+  rtcCommitScene(top.get());
+  CheckDevice();
+  return top;
 }
 
 void RayCaster::Forget(INode* node) {
@@ -268,18 +288,17 @@ PainterHit RayCaster::Cast(const Ray& ray, double reach) {
   BuildTop();
   const Vec given(ray.dir);
   const double length = std::sqrt(Dot(given, given));
-  if (!top_ || !IsFinite(ray.p) || !(length > 0.0) || !std::isfinite(length)) return result;
+  RTCSceneTy* scene = only_ ? only_ : top_.get();
+  if (!scene || !IsFinite(ray.p) || !(length > 0.0) || !std::isfinite(length)) return result;
   Search search(Vec(ray.p), given * (1.0 / length), reach);
+  search.onlyTarget = onlyTarget_;
 
   // Embree works in float: let it start where the ray comes to the meshes, however far off its
   // origin is, and give its rounding some room at both ends.
-  const Vec lower(box_.pmin), upper(box_.pmax);
-  const Vec middle = (lower + upper) * 0.5, half = (upper - lower) * 0.5;
-  const double radius = std::sqrt(Dot(half, half));
-  const double room = 1.0e-5 * (std::sqrt(Dot(middle, middle)) + radius);
+  const Vec middle(bounds_.middle[0], bounds_.middle[1], bounds_.middle[2]);
   const double nearest = Dot(middle - search.from, search.dir);
-  const double start = std::max(nearest - radius, 0.0) - room;
-  const double end = std::min(nearest + radius, reach) + room;
+  const double start = std::max(nearest - bounds_.radius, 0.0) - bounds_.room;
+  const double end = std::min(nearest + bounds_.radius, reach) + bounds_.room;
   if (!(start < end)) return result;
 
   const Point3 origin = (search.from + search.dir * start).Rounded();
@@ -290,12 +309,12 @@ PainterHit RayCaster::Cast(const Ray& ray, double reach) {
   query.ray.tfar = float(end - start);
   query.ray.mask = ~0u;
   query.hit.geomID = query.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
-  rtcIntersect1(top_.get(), &search, &query);
+  rtcIntersect1(scene, &search, &query);
 
   if (!search.hit) return result;
   result.hit = true;
   result.worldPoint = search.point.Rounded();
-  result.worldNormal = search.normal.Rounded();
+  result.worldNormal = search.Normal().Rounded();
   result.node = targets_[search.target];
   return result;
 }

@@ -69,14 +69,21 @@ class RayCaster {
   void Refresh(INode* node, TimeValue t);
   void Build(NodeMesh& entry, const Mesh& mesh);
   void BuildTop();
+  SceneHandle Instances();
+  void SetBounds(const Box3& box);
   RTCDeviceTy* Device();
   void CheckDevice() const;
 
   std::unique_ptr<RTCDeviceTy, ReleaseDevice> device_;  // made for the first mesh
   std::unordered_map<const INode*, NodeMesh> meshes_;   // of present and earlier targets
   std::vector<INode*> targets_;
-  SceneHandle top_;  // instance i is target i
-  Box3 box_;         // of all instances
+  SceneHandle top_;             // instance i is target i; none for a single mesh
+  RTCSceneTy* only_ = nullptr;  // that of a single mesh, without the cost of an instance
+  unsigned onlyTarget_ = 0;
+  struct Bounds {
+    double middle[3] = {0, 0, 0}, radius = 0;
+    double room = 0;  // for the rounding of float rays
+  } bounds_;          // a ball about all meshes
   bool topStale_ = false;
   int built_ = 0;
 };

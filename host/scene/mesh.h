@@ -9,6 +9,10 @@
 #include "host/math/buffer.h"
 #include "host/math/matrix3.h"
 
+class GraphicsWindow;
+class Mtl;
+struct HitRegion;
+
 using MtlID = std::uint16_t;
 
 inline constexpr std::uint32_t EDGE_A = 1, EDGE_B = 2, EDGE_C = 4, EDGE_ALL = 7;
@@ -73,6 +77,11 @@ class Mesh {
 
   /// Over all vertices, used by a face or not; empty for a mesh without any.
   Box3 getBoundingBox(const Matrix3* tm = nullptr) const;
+
+  /// 1 if the mesh, in the space of the window's transform, is seen in the region: with `crossing`
+  /// any part of a face, from either side, else all of the faces. Hidden by nothing, and the same
+  /// with and without a material or abortOnHit.
+  int select(GraphicsWindow* gw, Mtl* material, HitRegion* region, int abortOnHit) const;
 
   /// Tell that vertices or faces were written. Whoever keeps something made from a mesh compares
   /// Stamp: equal stamps mean equal content, also between copies.

@@ -4,12 +4,7 @@
 
 #include "host/core/classdesc.h"
 #include "host/core/hold.h"
-#include "host/scene/builtinclass.h"
-
-void Mtl::SetName(const WStr& name) {
-  RecordValue(this, &name_);
-  name_ = name;
-}
+#include "host/core/builtinclass.h"
 
 void StdMtl::SetDiffuse(const Color& c, TimeValue) {
   RecordValue(this, &diffuse_);
@@ -17,10 +12,25 @@ void StdMtl::SetDiffuse(const Color& c, TimeValue) {
   NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
 }
 
-ReferenceTarget* StdMtl::Clone(RemapDir&) {
+Texmap* StdMtl::GetSubTexmap(int i) const {
+  return i >= 0 && i < NumSubTexmaps() ? maps_[size_t(i)] : nullptr;
+}
+
+void StdMtl::SetSubTexmap(int i, Texmap* map) {
+  if (i < 0 || i >= NumSubTexmaps()) return;
+  RecordReference(this, i);
+  ReplaceReference(i, map);
+  NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
+}
+
+void StdMtl::SetReference(int i, ReferenceTarget* t) { maps_[size_t(i)] = static_cast<Texmap*>(t); }
+
+ReferenceTarget* StdMtl::Clone(RemapDir& remap) {
   auto* copy = new StdMtl;
   copy->diffuse_ = diffuse_;
   copy->SetName(GetName());
+  for (int i = 0; i < NumSubTexmaps(); ++i)
+    copy->ReplaceReference(i, remap.CloneRef(GetSubTexmap(i)));
   return copy;
 }
 
@@ -99,6 +109,8 @@ void RegisterMaterialClasses(ClassRegistry& classes) {
   static BuiltinClass<MultiMtl> multi(MATERIAL_CLASS_ID, MultiMtl::kClassID, L"Multi/Sub-Object");
   classes.Add(&standard);
   classes.Add(&multi);
+  static BuiltinClass<BitmapTex> bitmap(TEXMAP_CLASS_ID, BitmapTex::kClassID, L"Bitmap");
+  classes.Add(&bitmap);
 }
 
 }  // namespace host

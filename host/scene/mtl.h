@@ -1,17 +1,15 @@
 #pragma once
 
+#include <array>
 #include <vector>
 
-#include "host/core/reference.h"
 #include "host/math/color.h"
+#include "host/scene/texmap.h"
 
-/// A material. Recognised by its class name; sub-materials are references.
-class Mtl : public ReferenceTarget {
+/// A material. Sub-materials and texture maps are references.
+class Mtl : public MtlBase {
  public:
   SClass_ID SuperClassID() const override { return MATERIAL_CLASS_ID; }
-  const WStr& GetName() const { return name_; }
-  /// Recorded for undo.
-  void SetName(const WStr& name);
 
   virtual int NumSubMtls() const { return 0; }
   virtual Mtl* GetSubMtl(int) const { return nullptr; }
@@ -20,23 +18,33 @@ class Mtl : public ReferenceTarget {
   virtual Color GetDiffuse() const = 0;
   /// Recorded for undo.
   virtual void SetDiffuse(const Color& c, TimeValue t) = 0;
-
- private:
-  WStr name_;
 };
 
-/// "Standard": a diffuse colour.
+/// "Standard": a diffuse colour, and a texture map that stands in its place.
 class StdMtl : public Mtl {
  public:
   static constexpr Class_ID kClassID{2, 0};
+  /// Slots of texture maps: 0 ambient, 1 diffuse.
+  static constexpr int kAmbientMap = 0, kDiffuseMap = 1;
+  ~StdMtl() override { DeleteAllRefsFromMe(); }
   Class_ID ClassID() const override { return kClassID; }
   void GetClassName(WStr& name) const override { name = L"Standard"; }
   Color GetDiffuse() const override { return diffuse_; }
   void SetDiffuse(const Color& c, TimeValue t) override;
+  int NumSubTexmaps() const override { return int(maps_.size()); }
+  Texmap* GetSubTexmap(int i) const override;
+  void SetSubTexmap(int i, Texmap* map) override;
   ReferenceTarget* Clone(RemapDir& remap) override;
+
+  int NumRefs() const override { return NumSubTexmaps(); }
+  ReferenceTarget* GetReference(int i) const override { return GetSubTexmap(i); }
+
+ protected:
+  void SetReference(int i, ReferenceTarget* t) override;
 
  private:
   Color diffuse_{0.588f, 0.588f, 0.588f};
+  std::array<Texmap*, 2> maps_{};
 };
 
 /// "Multi/Sub-Object": a face takes the slot of its material id modulo the number of slots. Slots

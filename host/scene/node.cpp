@@ -17,14 +17,47 @@ void INode::SetName(const WStr& name) {
   Changed();
 }
 
+Matrix3 INode::LocalTM(TimeValue t) const {
+  if (!IsKeyed()) return local_;
+  Interval valid = FOREVER;
+  return control_->GetValue(t, valid);
+}
+
 Matrix3 INode::GetNodeTM(TimeValue t) const {
-  if (!parent_ || parent_->isRoot_) return local_;
-  return local_ * parent_->GetNodeTM(t);
+  if (!parent_ || parent_->isRoot_) return LocalTM(t);
+  return LocalTM(t) * parent_->GetNodeTM(t);
 }
 
 void INode::SetNodeTM(TimeValue t, const Matrix3& tm) {
+  const Matrix3 local = !parent_ || parent_->isRoot_ ? tm : tm * Inverse(parent_->GetNodeTM(t));
+  if (IsKeyed()) return control_->SetValue(t, local);  // whose message comes by here
   RecordValue(this, &local_);
-  local_ = !parent_ || parent_->isRoot_ ? tm : tm * Inverse(parent_->GetNodeTM(t));
+  local_ = local;
+  Changed();
+}
+
+Interval INode::TMValidity(TimeValue t) const {
+  Interval valid = FOREVER;
+  for (const INode* n = this; n; n = n->parent_)
+    if (n->control_) n->control_->GetValue(t, valid);
+  return valid;
+}
+
+TransformControl* INode::GetTMController() {
+  if (!control_) {
+    RecordReference(this, kTMRef);
+    ReplaceReference(kTMRef, new TransformControl);
+  }
+  if (!IsKeyed()) control_->Follow(local_);
+  return control_;
+}
+
+void INode::SetTMController(TransformControl* control) {
+  RecordValue(this, &local_);
+  Interval valid = FOREVER;
+  local_ = control ? control->GetValue(0, valid) : LocalTM(0);
+  RecordReference(this, kTMRef);
+  ReplaceReference(kTMRef, control);
   Changed();
 }
 
@@ -71,10 +104,17 @@ void INode::SetPivot(TimeValue t, const Matrix3& pivot) {
   } else {
     offset = GetObjectTM(t) * Inverse(pivot);
   }
-  RecordValue(this, &local_);
   RecordValue(this, &offset_);
-  local_ = !parent_ || parent_->isRoot_ ? pivot : pivot * Inverse(parent_->GetNodeTM(t));
   offset_ = offset;
+  if (IsKeyed()) {
+    // A moving pivot takes the same place in the object at all times.
+    control_->Precede(
+        onlyMoved ? TransMatrix(VectorTransform(pivot.GetTrans() - node.GetTrans(), Inverse(node)))
+                  : pivot * Inverse(node));
+  } else {
+    RecordValue(this, &local_);
+    local_ = !parent_ || parent_->isRoot_ ? pivot : pivot * Inverse(parent_->GetNodeTM(t));
+  }
   MoveChildrenBack(t, children);
   Changed();
 }
@@ -153,6 +193,8 @@ ReferenceTarget* INode::GetReference(int i) const {
       return object_;
     case kMtlRef:
       return material_;
+    case kTMRef:
+      return control_;
     case kLayerRef:
       return layer_;
     default:
@@ -168,6 +210,9 @@ void INode::SetReference(int i, ReferenceTarget* t) {
     case kMtlRef:
       material_ = static_cast<Mtl*>(t);
       break;
+    case kTMRef:
+      control_ = static_cast<TransformControl*>(t);
+      break;
     case kLayerRef:
       layer_ = static_cast<ILayer*>(t);
       break;
@@ -177,8 +222,14 @@ void INode::SetReference(int i, ReferenceTarget* t) {
 }
 
 RefResult INode::NotifyRefChanged(const Interval&, ReferenceTarget* target, PartID&, RefMessage) {
+  // Without keys the node's own matrix holds. Undo brings that one back by itself.
+  if (target == control_ && target && !IsKeyed() && theHold.RestoreOrRedoing() == 0) {
+    RecordValue(this, &local_);
+    Interval valid = FOREVER;
+    local_ = control_->GetValue(0, valid);
+  }
   // A child's change is no change of its parent, nor is a layer's.
-  return target == object_ || target == material_ ? REF_SUCCEED : REF_FAIL;
+  return target == object_ || target == material_ || target == control_ ? REF_SUCCEED : REF_FAIL;
 }
 
 void INode::InsertChild(INode* child, size_t at) {
@@ -199,7 +250,8 @@ size_t INode::RemoveChild(INode* child) {
 
 void INode::AttachChild(INode* child, bool keepPos) {
   const Pin<INode> alive(child);
-  const Matrix3 world = child->GetNodeTM(0);
+  const TimeValue now = keepPos ? host::CoreSession::InForce().time : 0;
+  const Matrix3 world = child->GetNodeTM(now);
   if (INode* old = child->parent_) {
     const size_t at = old->RemoveChild(child);
     theHold->Put(std::make_unique<NodeLinkRecord>(child, old, at, NodeLinkRecord::Kind::Detached));
@@ -207,7 +259,7 @@ void INode::AttachChild(INode* child, bool keepPos) {
   InsertChild(child, children_.size());
   theHold->Put(std::make_unique<NodeLinkRecord>(child, this, children_.size() - 1,
                                                 NodeLinkRecord::Kind::Attached));
-  if (keepPos) child->SetNodeTM(0, world);
+  if (keepPos) child->SetNodeTM(now, world);
 }
 
 bool INode::InScene() const {

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "host/core/control.h"
 #include "host/core/hold.h"
 #include "host/math/color.h"
 #include "host/math/matrix3.h"
@@ -23,7 +24,15 @@ class INode : public ReferenceTarget {
   void SetName(const WStr& name);
 
   Matrix3 GetNodeTM(TimeValue t) const;
+  /// The matrix at t becomes `tm`. The motion of a node with keys is moved along as a whole, its
+  /// keys stay where they are in time.
   void SetNodeTM(TimeValue t, const Matrix3& tm);
+  /// How long GetNodeTM and GetObjectTM stay what they are at t.
+  Interval TMValidity(TimeValue t) const;
+  /// What moves the node under its parent; made for a node that has none.
+  TransformControl* GetTMController();
+  /// Null leaves the matrix of time 0 for good.
+  void SetTMController(TransformControl* control);
   Matrix3 GetObjectTM(TimeValue t) const;
   const Matrix3& GetObjectOffset() const { return offset_; }
   void SetObjectOffset(const Matrix3& offset);
@@ -59,12 +68,13 @@ class INode : public ReferenceTarget {
   INode* GetChildNode(int i) const { return children_[size_t(i)]; }
   INode* GetParentNode() const { return parent_; }
   bool IsRootNode() const { return isRoot_; }
-  /// Takes a node under this one, at the end; keepPos keeps its world matrix.
+  /// Takes a node under this one, at the end; keepPos keeps its world matrix of the
+  /// present time.
   void AttachChild(INode* child, bool keepPos = true);
   /// True if the node hangs under a root.
   bool InScene() const;
 
-  static constexpr int kObjectRef = 0, kMtlRef = 1, kLayerRef = 6;
+  static constexpr int kObjectRef = 0, kMtlRef = 1, kTMRef = 2, kLayerRef = 6;
   int NumRefs() const override { return 7; }
   ReferenceTarget* GetReference(int i) const override;
   RefResult NotifyRefChanged(const Interval& changeInt, ReferenceTarget* target, PartID& partID,
@@ -80,6 +90,8 @@ class INode : public ReferenceTarget {
   friend class NodeLinkRecord;
   void InsertChild(INode* child, size_t at);
   size_t RemoveChild(INode* child);
+  bool IsKeyed() const { return control_ && control_->IsKeyed(); }
+  Matrix3 LocalTM(TimeValue t) const;
   void SetPivot(TimeValue t, const Matrix3& pivot);
   struct ChildPlace {
     Pin<INode> child;
@@ -90,7 +102,8 @@ class INode : public ReferenceTarget {
   void Changed() { NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE); }
 
   WStr name_;
-  Matrix3 local_;   // under the parent's node matrix
+  Matrix3 local_;  // under the parent's node matrix, for a node without keys
+  TransformControl* control_ = nullptr;
   Matrix3 offset_;  // object offset
   Object* object_ = nullptr;
   Mtl* material_ = nullptr;

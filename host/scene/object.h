@@ -10,7 +10,11 @@ class INode;
 class IParamBlock2;
 class Interface;
 class Object;
+class RenderItemContainer;
+class UpdateNodeContext;
 class ViewExp;
+struct UpdateDisplayContext;
+enum HitType : int;
 
 inline constexpr Class_ID triObjectClassID{9, 0};
 inline constexpr Class_ID polyObjectClassID{0x5d21369a, 0};
@@ -46,6 +50,21 @@ class Object : public ReferenceTarget {
   }
   /// Bits of what the object needs to be drawn with; 1 asks for Display at each redraw.
   virtual unsigned GetObjectDisplayRequirement() const { return 0; }
+  // A redraw calls Display, PrepareDisplay and UpdatePerNodeItems in this order for each node
+  // shown.
+  /// Draws into the view's window what isn't in the mesh. 1 if it drew.
+  virtual int Display(TimeValue, INode*, ViewExp*, int) { return 0; }
+  /// False if there is nothing to make items of. By default whether the object has a mesh.
+  virtual bool PrepareDisplay(UpdateDisplayContext& context);
+  /// Adds what is to be drawn for the node. False if there is nothing. By default the evaluated
+  /// mesh.
+  virtual bool UpdatePerNodeItems(UpdateDisplayContext& context, UpdateNodeContext& nodeContext,
+                                  RenderItemContainer& container);
+  /// 1 if what the object shows at the node lies in the region of a pick: `p` is one point of the
+  /// window or, for a rectangle, two. By default the evaluated mesh is tested.
+  virtual int HitTest(TimeValue t, INode* node, HitType type, int crossing, int flags, IPoint2* p,
+                      ViewExp* view);
+
   /// 1 if a ray meets the object's own surface, `at` along it; 0 also where the object leaves the
   /// answer to its mesh.
   virtual int IntersectRay(TimeValue, const Ray&, float&, Point3&) { return 0; }

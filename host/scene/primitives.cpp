@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "host/math/elementary.h"
-#include "host/scene/builtinclass.h"
+#include "host/core/builtinclass.h"
 
 namespace {
 

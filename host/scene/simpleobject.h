@@ -20,6 +20,11 @@ class SimpleObject2 : public GeomObject {
   }
   Object* ConvertToType(TimeValue t, Class_ID id) override;
   void GetLocalBoundBox(TimeValue t, INode* node, ViewExp* view, Box3& box) override;
+  /// Builds the mesh for the redraw that asks.
+  int Display(TimeValue t, INode*, ViewExp*, int) override {
+    UpdateMesh(t);
+    return 0;
+  }
   Mesh* GetRenderMesh(TimeValue t, INode* node, ViewExp* view, bool& needDelete) override;
 
   IParamBlock2* pblock2 = nullptr;

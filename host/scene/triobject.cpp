@@ -1,6 +1,6 @@
 #include "host/scene/triobject.h"
 
-#include "host/scene/builtinclass.h"
+#include "host/core/builtinclass.h"
 #include "host/scene/node.h"
 
 bool TriObject::CanConvertToType(Class_ID id) {

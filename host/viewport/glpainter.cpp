@@ -5,14 +5,18 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <span>
 
 #include "host/viewport/glshaders.h"
+#include "host/viewport/graphicswindow.h"
+#include "host/viewport/windowtext.h"
 
 namespace host {
 
 namespace {
 
-constexpr double kNear = 1e-4;  // world units; depth precision doesn't depend on it
+constexpr double kNear = kNearDepth;  // depth precision doesn't depend on it
+constexpr double kLift = 2;           // of what a window draws over surfaces, pixels
 constexpr int kMostSmoothedPixels = 1 << 24;
 constexpr size_t kFacesAtOnce = 1 << 15;
 // Beyond this a face is smaller than a pixel, and the tables of corner normals reach gigabytes.
@@ -58,7 +62,7 @@ GLuint Link(const char* vertex, const char* fragment, std::string& error) {
 
 /// What outlives a picture, for the one context of the process.
 struct Programs {
-  GLuint background = 0, mesh = 0, grid = 0;
+  GLuint background = 0, mesh = 0, grid = 0, dots = 0, lines = 0, text = 0;
   std::string error;
 };
 
@@ -68,6 +72,9 @@ const Programs& ThePrograms() {
     made.background = Link(kScreenVertexShader, kBackgroundShader, made.error);
     made.mesh = Link(kMeshVertexShader, kMeshShader, made.error);
     made.grid = Link(kScreenVertexShader, kGridShader, made.error);
+    made.dots = Link(kWindowVertexShader, kDotShader, made.error);
+    made.lines = Link(kWindowVertexShader, kPlainShader, made.error);
+    made.text = Link(kTextVertexShader, kPlainShader, made.error);
     return made;
   }();
   return programs;
@@ -83,6 +90,14 @@ void Set(GLuint program, const char* name, double x, double y) {
   glUniform2f(glGetUniformLocation(program, name), float(x), float(y));
 }
 
+void SetToView(GLuint program, const double (&rows)[4][3]) {
+  float toView[16] = {};
+  for (int i = 0; i < 4; ++i)
+    for (int k = 0; k < 3; ++k) toView[i * 4 + k] = float(rows[i][k]);
+  toView[15] = 1;
+  glUniformMatrix4fv(glGetUniformLocation(program, "toView"), 1, GL_FALSE, toView);
+}
+
 }  // namespace
 
 struct GlPainter::State {
@@ -91,7 +106,8 @@ struct GlPainter::State {
   Point3 up{0, 0, 1};
   std::string error;
   GLuint frame[2] = {}, color[2] = {}, depth = 0;
-  GLuint arrays[2] = {}, buffer = 0;
+  GLuint arrays[3] = {}, buffer = 0, windowBuffer = 0;
+  bool multisampled = false;
   std::vector<Vertex> staged;
 
   void MakeFrames();
@@ -99,6 +115,15 @@ struct GlPainter::State {
   void SetProjection(GLuint program) const;
   void Stage(const PaintedMesh& painted, const std::vector<Point3>& normals, size_t first,
              size_t last, const std::vector<std::array<std::uint8_t, 3>>& srgb);
+  struct Lift {
+    double factor, add;
+  };
+  Lift OfDepths() const;
+  std::vector<GraphicsWindow::Vertex> TextTriangles(const GraphicsWindow& window,
+                                                    const std::vector<BatchRows>& batches) const;
+  void DrawBatches(GLuint program, GLenum kind, size_t base, size_t end,
+                   size_t GraphicsWindow::Batch::*first, const GraphicsWindow& window,
+                   const std::vector<BatchRows>& batches) const;
 };
 
 // Frame 0 is drawn into, frame 1 gets its samples merged.
@@ -107,6 +132,7 @@ void GlPainter::State::MakeFrames() {
   glGetIntegerv(GL_MAX_SAMPLES, &most);
   const bool smooth = std::int64_t(width) * height <= kMostSmoothedPixels;
   const int samples = smooth ? std::min(4, int(most)) : 0;
+  multisampled = samples > 1;
   glGenFramebuffers(2, frame);
   glGenRenderbuffers(2, color);
   glGenRenderbuffers(1, &depth);
@@ -131,8 +157,9 @@ void GlPainter::State::MakeFrames() {
 
 // Arrays 0 hold nothing, for shaders that make their own vertices.
 void GlPainter::State::SetUpArrays() {
-  glGenVertexArrays(2, arrays);
+  glGenVertexArrays(3, arrays);
   glGenBuffers(1, &buffer);
+  glGenBuffers(1, &windowBuffer);
   glBindVertexArray(arrays[1]);
   glBindBuffer(GL_ARRAY_BUFFER, buffer);
   const auto at = [](size_t offset) { return reinterpret_cast<const void*>(offset); };
@@ -140,6 +167,12 @@ void GlPainter::State::SetUpArrays() {
   glVertexAttribPointer(1, 4, GL_UNSIGNED_BYTE, GL_TRUE, sizeof(Vertex), at(12));
   glVertexAttribPointer(2, 3, GL_SHORT, GL_TRUE, sizeof(Vertex), at(16));
   for (GLuint i = 0; i < 3; ++i) glEnableVertexAttribArray(i);
+  glBindVertexArray(arrays[2]);
+  glBindBuffer(GL_ARRAY_BUFFER, windowBuffer);
+  constexpr GLsizei stride = sizeof(GraphicsWindow::Vertex);
+  glVertexAttribPointer(0, 3, GL_FLOAT, GL_FALSE, stride, at(0));
+  glVertexAttribPointer(1, 4, GL_UNSIGNED_BYTE, GL_TRUE, stride, at(12));
+  for (GLuint i = 0; i < 2; ++i) glEnableVertexAttribArray(i);
 }
 
 // Depth runs from 1 in front to 0 far away: with floating point that keeps about the same relative
@@ -191,8 +224,9 @@ GlPainter::~GlPainter() {
   glDeleteFramebuffers(2, s_->frame);
   glDeleteRenderbuffers(2, s_->color);
   glDeleteRenderbuffers(1, &s_->depth);
-  glDeleteVertexArrays(2, s_->arrays);
+  glDeleteVertexArrays(3, s_->arrays);
   glDeleteBuffers(1, &s_->buffer);
+  glDeleteBuffers(1, &s_->windowBuffer);
 }
 
 void GlPainter::State::Stage(const PaintedMesh& painted, const std::vector<Point3>& normals,
@@ -229,10 +263,7 @@ void GlPainter::Draw(const PaintedMesh& painted) {
 
   // Normals go by the cofactors, which keep them on their side of a face in a mirrored mesh too.
   const auto& r = painted.toView;
-  float toView[16] = {}, cofactors[9] = {};
-  for (int i = 0; i < 4; ++i)
-    for (int k = 0; k < 3; ++k) toView[i * 4 + k] = float(r[i][k]);
-  toView[15] = 1;
+  float cofactors[9] = {};
   double largest = 0, c[9];
   for (int i = 0; i < 3; ++i) {
     const auto &a = r[(i + 1) % 3], &b = r[(i + 2) % 3];
@@ -243,7 +274,7 @@ void GlPainter::Draw(const PaintedMesh& painted) {
     }
   }
   for (int i = 0; i < 9; ++i) cofactors[i] = largest > 0 ? float(c[i] / largest) : 0.0f;
-  glUniformMatrix4fv(glGetUniformLocation(program, "toView"), 1, GL_FALSE, toView);
+  SetToView(program, painted.toView);
   glUniformMatrix3fv(glGetUniformLocation(program, "normalToView"), 1, GL_FALSE, cofactors);
 
   std::vector<std::array<std::uint8_t, 3>> srgb;
@@ -262,6 +293,99 @@ void GlPainter::Draw(const PaintedMesh& painted) {
                  GL_STREAM_DRAW);
     glDrawArrays(GL_TRIANGLES, 0, GLsizei(s_->staged.size()));
   }
+}
+
+GlPainter::State::Lift GlPainter::State::OfDepths() const {
+  const double pixels = kLift * 2 * lens.halfWidth / width;
+  return lens.parallel ? Lift{1, pixels * 0.5 / lens.reach} : Lift{1 + pixels, 0};
+}
+
+std::vector<GraphicsWindow::Vertex> GlPainter::State::TextTriangles(
+    const GraphicsWindow& window, const std::vector<BatchRows>& batches) const {
+  std::vector<GraphicsWindow::Vertex> triangles;
+  const Projection pixels{Matrix3(), lens.parallel, lens.halfWidth, lens.halfHeight, width, height};
+  for (size_t b = 0; b < batches.size(); ++b) {
+    const bool last = b + 1 == batches.size();
+    const size_t end = last ? window.Texts().size() : window.Batches()[b + 1].firstText;
+    for (size_t i = window.Batches()[b].firstText; batches[b].shown && i < end; ++i) {
+      const GraphicsWindow::Text& text = window.Texts()[i];
+      double v[3], x = 0, y = 0;
+      Through(batches[b].toView, text.at, v);
+      if (!pixels.ToPixel(v, x, y) || !std::isfinite(x) || !std::isfinite(y)) continue;
+      const double deep = lens.parallel ? 0.5 + 0.5 * v[2] / lens.reach : kNear / -v[2];
+      const Lift lift = OfDepths();
+      const auto z = float(std::clamp(deep * lift.factor + lift.add, 0.0, 1.0));
+      // On whole pixels, where its edges are sharp.
+      const auto left = float(std::lround(x)), foot = float(std::lround(y));
+      const std::vector<TextCorner> corners = TextRectangles(text.text);
+      for (size_t r = 0; r < corners.size(); r += 4)
+        for (const size_t c : {0, 1, 2, 0, 2, 3})
+          triangles.push_back({{left + corners[r + c].x, foot + corners[r + c].y, z}, text.rgba});
+    }
+  }
+  return triangles;
+}
+
+void GlPainter::State::DrawBatches(GLuint program, GLenum kind, size_t base, size_t end,
+                                   size_t GraphicsWindow::Batch::*first,
+                                   const GraphicsWindow& window,
+                                   const std::vector<BatchRows>& batches) const {
+  glUseProgram(program);
+  SetProjection(program);
+  const Lift lift = OfDepths();
+  Set(program, "lift", lift.factor, lift.add);
+  Set(program, "dotSize", kDotSize);
+  for (size_t b = 0; b < batches.size(); ++b) {
+    const size_t from = window.Batches()[b].*first;
+    const size_t to = b + 1 < batches.size() ? window.Batches()[b + 1].*first : end;
+    if (from == to || !batches[b].shown) continue;
+    SetToView(program, batches[b].toView);
+    glDrawArrays(kind, GLint(base + from), GLsizei(to - from));
+  }
+}
+
+void GlPainter::DrawWindow(const GraphicsWindow& window, const std::vector<BatchRows>& batches) {
+  const auto &dots = window.Dots(), &lines = window.Lines();
+  if (!s_->error.empty() || (dots.empty() && lines.empty() && window.Texts().empty())) return;
+  const std::vector<GraphicsWindow::Vertex> text = s_->TextTriangles(window, batches);
+
+  constexpr size_t size = sizeof(GraphicsWindow::Vertex);
+  glBindVertexArray(s_->arrays[2]);
+  glBindBuffer(GL_ARRAY_BUFFER, s_->windowBuffer);
+  glBufferData(GL_ARRAY_BUFFER, GLsizeiptr((dots.size() + lines.size() + text.size()) * size),
+               nullptr, GL_STREAM_DRAW);
+  size_t at = 0;
+  using Vertices = std::span<const GraphicsWindow::Vertex>;
+  for (const Vertices list : {Vertices(dots), Vertices(lines), Vertices(text)}) {
+    glBufferSubData(GL_ARRAY_BUFFER, GLintptr(at * size), GLsizeiptr(list.size() * size),
+                    list.data());
+    at += list.size();
+  }
+
+  // What a parallel view shows beyond the depth of its scene stays before or behind all of it; at
+  // the far end it has the depth of the background.
+  if (s_->lens.parallel) glEnable(GL_DEPTH_CLAMP);
+  glDepthFunc(GL_GEQUAL);
+  const Programs& programs = ThePrograms();
+  using Batch = GraphicsWindow::Batch;
+  glUseProgram(programs.dots);
+  Set(programs.dots, "least", s_->multisampled ? 0 : 0.5);
+  glEnable(GL_PROGRAM_POINT_SIZE);
+  if (s_->multisampled) glEnable(GL_SAMPLE_ALPHA_TO_COVERAGE);
+  s_->DrawBatches(programs.dots, GL_POINTS, 0, dots.size(), &Batch::firstDot, window, batches);
+  glDisable(GL_SAMPLE_ALPHA_TO_COVERAGE);
+
+  GLfloat widths[2] = {1, 1};
+  glGetFloatv(GL_ALIASED_LINE_WIDTH_RANGE, widths);
+  glLineWidth(std::clamp(float(kLineWidth), widths[0], widths[1]));
+  s_->DrawBatches(programs.lines, GL_LINES, dots.size(), lines.size(), &Batch::firstLine, window,
+                  batches);
+
+  glUseProgram(programs.text);
+  Set(programs.text, "size", s_->width, s_->height);
+  glDrawArrays(GL_TRIANGLES, GLint(dots.size() + lines.size()), GLsizei(text.size()));
+  glDisable(GL_DEPTH_CLAMP);
+  glDepthFunc(GL_GREATER);
 }
 
 void GlPainter::DrawGrid(const GridPlane& grid) {

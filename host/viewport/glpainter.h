@@ -9,6 +9,8 @@
 #include "host/math/matrix3.h"
 #include "host/scene/mesh.h"
 
+class GraphicsWindow;
+
 namespace host {
 
 /// How view space goes to the picture. View space has its origin in the eye (in the middle of the
@@ -37,6 +39,12 @@ struct PaintedMesh {
   std::vector<Color> colors;
 };
 
+/// Rows from the space of a window's batch to view space.
+struct BatchRows {
+  double toView[4][3] = {};
+  bool shown = false;  // false for a batch whose matrix isn't finite
+};
+
 /// Draws one picture into the current OpenGL context.
 class GlPainter {
  public:
@@ -47,7 +55,10 @@ class GlPainter {
   ~GlPainter();
 
   void Draw(const PaintedMesh& painted);
-  /// After the meshes.
+  /// The dots, lines and texts that a window has recorded, with rows for each of its batches. They
+  /// are seen as two pixels nearer than they are, so that they show on a surface.
+  void DrawWindow(const GraphicsWindow& window, const std::vector<BatchRows>& batches);
+  /// After all else: what lies behind the plane shows its lines.
   void DrawGrid(const GridPlane& grid);
   /// Rows from the top. False with `error` set if anything failed.
   bool Finish(std::vector<std::uint8_t>& rgb, std::string& error);

@@ -78,6 +78,54 @@ void main() {
 }
 )";
 
+inline constexpr const char* kWindowVertexShader = R"(#version 330 core
+layout(location = 0) in vec3 position;
+layout(location = 1) in vec4 srgb;
+uniform mat4 toView;
+uniform mat4 projection;
+uniform vec2 lift;  // of the depth: a factor and what is added
+uniform float dotSize;
+flat out vec4 shade;
+void main() {
+  gl_Position = projection * (toView * vec4(position, 1.0));
+  gl_Position.z = gl_Position.z * lift.x + lift.y;
+  gl_PointSize = dotSize + 1.0;
+  shade = srgb;
+}
+)";
+
+// Texts come as pixels from the upper left corner, and a depth.
+inline constexpr const char* kTextVertexShader = R"(#version 330 core
+layout(location = 0) in vec3 position;
+layout(location = 1) in vec4 srgb;
+uniform vec2 size;
+flat out vec4 shade;
+void main() {
+  vec2 at = 2.0 * position.xy / size - 1.0;
+  gl_Position = vec4(at.x, -at.y, position.z, 1.0);
+  shade = srgb;
+}
+)";
+
+inline constexpr const char* kPlainShader = R"(#version 330 core
+flat in vec4 shade;
+out vec4 color;
+void main() { color = vec4(shade.rgb, 1.0); }
+)";
+
+// The alpha of the rim becomes a share of the pixel's samples.
+inline constexpr const char* kDotShader = R"(#version 330 core
+flat in vec4 shade;
+uniform float dotSize, least;
+out vec4 color;
+void main() {
+  float away = length(gl_PointCoord - 0.5) * (dotSize + 1.0);
+  float alpha = clamp(0.5 * dotSize + 0.5 - away, 0.0, 1.0);
+  if (alpha <= least) discard;
+  color = vec4(shade.rgb, alpha);
+}
+)";
+
 inline constexpr const char* kGridShader = R"(#version 330 core
 in vec2 at;
 uniform vec2 halfSize;

@@ -5,22 +5,15 @@
 
 #include "host/interface.h"
 #include "host/math/elementary.h"
-#include "host/scene/simpleobject.h"
 #include "host/viewport/glcontext.h"
 #include "host/viewport/glpainter.h"
+#include "host/viewport/scenedrawing.h"
 
 namespace host {
 
 namespace {
 
 constexpr int kLargestSide = 8192;
-
-struct Shown {
-  const Mesh* mesh = nullptr;
-  EvaluatedMesh kept;
-  Matrix3 tm;
-  std::vector<Color> colors;
-};
 
 bool IsFiniteMatrix(const Matrix3& tm) {
   for (int i = 0; i < 4; ++i)
@@ -37,26 +30,6 @@ std::vector<Color> FaceColors(const INode* node) {
     colors.push_back(m ? m->GetDiffuse() : wire);
   }
   return colors;
-}
-
-Shown ShownBy(INode* node, TimeValue t) {
-  Shown shown;
-  const ILayer* layer = node->GetLayer();
-  if (node->IsHidden() || (layer && layer->IsHidden())) return shown;
-  shown.tm = node->GetObjectTM(t);
-  if (!IsFiniteMatrix(shown.tm)) return shown;
-  Object* object = node->EvalWorldState(t).obj;
-  if (auto* simple = dynamic_cast<SimpleObject2*>(object)) {
-    // Without the copy that a conversion would make.
-    simple->UpdateMesh(t);
-    shown.mesh = &simple->mesh;
-  } else {
-    shown.kept = MeshOf(object, t);
-    shown.mesh = shown.kept.mesh;
-  }
-  if (shown.mesh && !shown.mesh->FirstFault().empty()) shown.mesh = nullptr;
-  if (shown.mesh) shown.colors = FaceColors(node);
-  return shown;
 }
 
 double Dot(const double* a, const Point3& b) { return a[0] * b.x + a[1] * b.y + a[2] * b.z; }
@@ -82,25 +55,64 @@ struct Frame {
   }
 };
 
+/// How far a scene reaches along the view's backward axis.
+struct Depths {
+  double nearest = -1e30, farthest = 1e30;
+  void Add(double z) {
+    if (!std::isfinite(z)) return;
+    nearest = std::max(nearest, z);
+    farthest = std::min(farthest, z);
+  }
+};
+
+void AddWindow(const GraphicsWindow& window, const std::vector<BatchRows>& batches, Depths& reach) {
+  const auto add = [&](const auto& list, size_t GraphicsWindow::Batch::*first) {
+    for (size_t b = 0; b < batches.size(); ++b) {
+      const bool last = b + 1 == batches.size();
+      const size_t end = last ? list.size() : window.Batches()[b + 1].*first;
+      const auto& rows = batches[b].toView;
+      for (size_t i = window.Batches()[b].*first; batches[b].shown && i < end; ++i) {
+        const Point3& p = list[i].at;
+        reach.Add(p.x * rows[0][2] + p.y * rows[1][2] + p.z * rows[2][2] + rows[3][2]);
+      }
+    }
+  };
+  add(window.Dots(), &GraphicsWindow::Batch::firstDot);
+  add(window.Lines(), &GraphicsWindow::Batch::firstLine);
+  add(window.Texts(), &GraphicsWindow::Batch::firstText);
+}
+
+std::vector<BatchRows> RowsOf(const GraphicsWindow& window, const Frame& frame) {
+  std::vector<BatchRows> rows(window.Batches().size());
+  for (size_t b = 0; b < rows.size(); ++b) {
+    const Matrix3& toWorld = window.Batches()[b].toWorld;
+    rows[b].shown = IsFiniteMatrix(toWorld);
+    if (rows[b].shown) frame.ToView(toWorld, rows[b].toView);
+  }
+  return rows;
+}
+
 // A parallel view sees what lies before and behind the eye: the frame moves into the middle of the
 // scene's depth, and the lens reaches over all of it.
-void FitDepth(const std::vector<Shown>& scene, Frame& frame, Lens& lens) {
-  double nearest = -1e30, farthest = 1e30;
-  for (const Shown& s : scene) {
-    const Box3 box = s.mesh->getBoundingBox(&s.tm);
-    if (box.IsEmpty()) continue;
-    for (int i = 0; i < 8; ++i) {
-      const double d[3] = {(i & 1 ? box.pmax : box.pmin).x - frame.origin[0],
-                           (i & 2 ? box.pmax : box.pmin).y - frame.origin[1],
-                           (i & 4 ? box.pmax : box.pmin).z - frame.origin[2]};
-      nearest = std::max(nearest, Dot(d, frame.back));
-      farthest = std::min(farthest, Dot(d, frame.back));
+void FitDepth(const std::vector<ShownNode>& scene, const GraphicsWindow& window, Frame& frame,
+              Lens& lens) {
+  Depths reach;
+  AddWindow(window, RowsOf(window, frame), reach);
+  for (const ShownNode& node : scene)
+    for (const RenderItem& item : node.items.Items()) {
+      const Box3 box = item.mesh->getBoundingBox(&node.tm);
+      for (int i = 0; i < 8 && !box.IsEmpty(); ++i) {
+        const double d[3] = {(i & 1 ? box.pmax : box.pmin).x - frame.origin[0],
+                             (i & 2 ? box.pmax : box.pmin).y - frame.origin[1],
+                             (i & 4 ? box.pmax : box.pmin).z - frame.origin[2]};
+        reach.Add(Dot(d, frame.back));
+      }
     }
-  }
-  if (nearest < farthest) nearest = farthest = 0;
-  const double middle = 0.5 * (nearest + farthest);
+  if (reach.nearest < reach.farthest) reach = {0, 0};
+  const double middle = 0.5 * (reach.nearest + reach.farthest);
   for (int k = 0; k < 3; ++k) frame.origin[k] += middle * frame.back[k];
-  lens.reach = 1.01 * (0.5 * (nearest - farthest) + 2 * lens.halfWidth + 2 * lens.halfHeight);
+  lens.reach =
+      1.01 * (0.5 * (reach.nearest - reach.farthest) + 2 * lens.halfWidth + 2 * lens.halfHeight);
 }
 
 // The plane on which ViewExp::SnapPoint puts points.
@@ -139,45 +151,106 @@ bool SetUp(const ViewExp& view, Frame& frame, Lens& lens, std::string& error) {
     return false;
   }
   if (!view.IsAlive()) return error = "the view's camera has left the scene", false;
-  const Matrix3 axes = view.ViewToWorld();
-  lens.parallel = view.GetKind() == ViewExp::Kind::Orthographic;
-  lens.halfWidth = lens.parallel ? 0.5 * view.Span() : double(host::Tan(0.5 * view.Fov()));
-  lens.halfHeight = lens.halfWidth * h / w;
+  const Projection seen = view.GetProjection();
+  lens = {seen.parallel, seen.halfWidth, seen.halfHeight};
   const bool sound = std::isfinite(lens.halfWidth) && lens.halfWidth > 0;
-  if (!sound || !IsFiniteMatrix(axes) || !axes.IsInvertible())
+  if (!sound || !IsFiniteMatrix(seen.axes) || !seen.axes.IsInvertible())
     return error = "the view has no sound direction or opening", false;
-  frame = {axes.GetRow(0),
-           axes.GetRow(1),
-           axes.GetRow(2),
-           {axes.GetTrans().x, axes.GetTrans().y, axes.GetTrans().z}};
+  const Point3 eye = seen.axes.GetTrans();
+  frame = {seen.axes.GetRow(0), seen.axes.GetRow(1), seen.axes.GetRow(2), {eye.x, eye.y, eye.z}};
   return true;
 }
 
+/// One picture, drawn in the two halves of a redraw. Between them the meshes may go away: they are
+/// with OpenGL then.
+class PictureDrawing {
+ public:
+  PictureDrawing(Interface& ip, ViewExp& view, bool grid) : ip_(ip), view_(view), grid_(grid) {}
+  PictureDrawing(const PictureDrawing&) = delete;
+  PictureDrawing& operator=(const PictureDrawing&) = delete;
+  ~PictureDrawing() {
+    const GlScope scope;
+    painter_.reset();
+  }
+
+  void Draw(TimeValue t) {
+    const std::vector<ShownNode> scene = ShowNodes(ip_, view_, t);
+    if (!SetUp(view_, frame_, lens_, error_)) return;
+    if (lens_.parallel) FitDepth(scene, *view_.getGW(), frame_, lens_);
+    const GlScope scope;
+    error_ = scope.Error();
+    if (!error_.empty()) return;
+    painter_.reset();  // of the pass before
+    painter_.emplace(view_.Width(), view_.Height(), lens_, frame_.Turned({0, 0, 1}));
+    for (const ShownNode& node : scene) {
+      PaintedMesh painted;
+      painted.colors = FaceColors(node.node.get());
+      frame_.ToView(node.tm, painted.toView);
+      for (const RenderItem& item : node.items.Items()) {
+        painted.mesh = item.mesh;
+        painter_->Draw(painted);
+      }
+    }
+  }
+
+  void Present(Picture& picture) {
+    if (!error_.empty()) return;
+    const GlScope scope;
+    const GraphicsWindow& window = *view_.getGW();
+    painter_->DrawWindow(window, RowsOf(window, frame_));
+    if (grid_) painter_->DrawGrid(GridOf(view_, frame_, lens_));
+    picture.width = view_.Width(), picture.height = view_.Height();
+    painter_->Finish(picture.rgb, error_);
+  }
+
+  const std::string& Error() const { return error_; }
+
+ private:
+  Interface& ip_;
+  ViewExp& view_;
+  bool grid_;
+  Frame frame_;
+  Lens lens_;
+  std::optional<GlPainter> painter_;
+  std::string error_;
+};
+
+/// Makes a view the active one with the pointer in it, and puts back what was before.
+class PointerInView {
+ public:
+  PointerInView(Viewports& views, ViewExp& view, const IPoint2& at)
+      : views_(views), viewBefore_(views.ActiveView()), pointerBefore_(views.MousePosition()) {
+    views.PointInto({std::shared_ptr<ViewExp>(), &view}, at);
+  }
+  PointerInView(const PointerInView&) = delete;
+  PointerInView& operator=(const PointerInView&) = delete;
+  ~PointerInView() { views_.PointInto(viewBefore_, pointerBefore_); }
+
+ private:
+  Viewports& views_;
+  std::shared_ptr<ViewExp> viewBefore_;
+  IPoint2 pointerBefore_;
+};
+
 }  // namespace
 
-std::optional<Picture> DrawScene(Interface& ip, const ViewExp& view, const PictureOptions& options,
+std::optional<Picture> DrawScene(Interface& ip, ViewExp& view, const PictureOptions& options,
                                  std::string& error) {
+  Viewports& views = ip.Views();
   Frame frame;
   Lens lens;
   if (!SetUp(view, frame, lens, error)) return std::nullopt;
-  std::vector<Shown> scene;
-  for (INode* node : ip.GetScene().AllNodes())
-    if (Shown shown = ShownBy(node, ip.GetTime()); shown.mesh) scene.push_back(std::move(shown));
-  if (lens.parallel) FitDepth(scene, frame, lens);
+  if (views.IsDrawing()) return error = "the views are being redrawn", std::nullopt;
+  std::optional<PointerInView> pointer;
+  if (options.pointer) pointer.emplace(views, view, *options.pointer);
 
-  const GlScope scope;
-  if (!scope.Error().empty()) return error = scope.Error(), std::nullopt;
-  GlPainter painter(view.Width(), view.Height(), lens, frame.Turned({0, 0, 1}));
-  for (const Shown& s : scene) {
-    PaintedMesh painted;
-    painted.mesh = s.mesh;
-    painted.colors = s.colors;
-    frame.ToView(s.tm, painted.toView);
-    painter.Draw(painted);
-  }
-  if (options.grid) painter.DrawGrid(GridOf(view, frame, lens));
-  Picture picture{view.Width(), view.Height(), {}};
-  if (!painter.Finish(picture.rgb, error)) return std::nullopt;
+  Picture picture;
+  PictureDrawing drawing(ip, view, options.grid);
+  views.RedrawApart(
+      view, ip.GetTime(),
+      {[&](TimeValue t) { drawing.Draw(t); }, [&](TimeValue) { drawing.Present(picture); }});
+  error = drawing.Error();
+  if (!error.empty()) return std::nullopt;
   return picture;
 }
 

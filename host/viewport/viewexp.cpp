@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/interface.h"
 #include "host/math/elementary.h"
 #include "host/scene/camera.h"
 
@@ -55,7 +56,7 @@ bool ViewExp::IsAlive() const { return kind_ != Kind::Camera || (camera_ && came
 
 Matrix3 ViewExp::ViewToWorld() const {
   if (kind_ != Kind::Camera) return viewToWorld_;
-  const Matrix3 tm = camera_->GetNodeTM(0);
+  const Matrix3 tm = camera_->GetNodeTM(GetCOREInterface()->GetTime());
   const Point3 back = Normalize(tm.GetRow(2));
   const Point3 right = Normalize(CrossProd(tm.GetRow(1), back));
   return {right, CrossProd(back, right), back, tm.GetTrans()};
@@ -70,9 +71,10 @@ float ViewExp::Fov() const {
     case Kind::Camera:
       break;
   }
-  Object* object = camera_->EvalWorldState(0).obj;
+  const TimeValue t = GetCOREInterface()->GetTime();
+  Object* object = camera_->EvalWorldState(t).obj;
   if (!object || object->SuperClassID() != CAMERA_CLASS_ID) return fov_;
-  return static_cast<CameraObject*>(object)->GetFOV(0);
+  return static_cast<CameraObject*>(object)->GetFOV(t);
 }
 
 void ViewExp::RayThrough(double x, double y, double (&p)[3], double (&dir)[3]) const {
@@ -104,27 +106,26 @@ Ray ViewExp::MapScreenToWorldRay(float x, float y) const {
           Point3(float(dir[0]), float(dir[1]), float(dir[2]))};
 }
 
+host::Projection ViewExp::GetProjection() const {
+  host::Projection p;
+  p.axes = ViewToWorld();
+  p.parallel = kind_ == Kind::Orthographic;
+  p.halfWidth = p.parallel ? 0.5 * span_ : host::Tan(0.5 * Fov());
+  p.halfHeight = p.halfWidth * (double(height_) / width_);
+  p.width = width_, p.height = height_;
+  return p;
+}
+
+GraphicsWindow* ViewExp::getGW() {
+  if (IsAlive()) window_.SetProjection(GetProjection());
+  return &window_;
+}
+
 bool ViewExp::ProjectToScreen(const Point3& world, double& x, double& y) const {
-  const Matrix3 view = ViewToWorld();
-  double px = 0, py = 0, depth = 0;
-  for (int i = 0; i < 3; ++i) {
-    const double d = double(world[i]) - view.GetTrans()[i];
-    px += d * view.GetRow(0)[i], py += d * view.GetRow(1)[i], depth -= d * view.GetRow(2)[i];
-  }
-  const double aspect = double(height_) / width_;
-  double u, v;
-  if (kind_ == Kind::Orthographic) {
-    u = px / (0.5 * span_);
-    v = py / (0.5 * span_ * aspect);
-  } else {
-    if (depth <= 0) return false;
-    const double k = host::Tan(0.5 * Fov());
-    u = px / (depth * k);
-    v = py / (depth * k * aspect);
-  }
-  x = (u + 1.0) * 0.5 * width_ - 0.5;
-  y = (1.0 - v) * 0.5 * height_ - 0.5;
-  return true;
+  const host::Projection projection = GetProjection();
+  double rows[4][3];
+  projection.ToView(TransMatrix(world), rows);
+  return projection.ToPixel(rows[3], x, y);
 }
 
 Point3 ViewExp::GridAxis() const {

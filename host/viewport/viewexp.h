@@ -3,6 +3,7 @@
 #include "host/math/matrix3.h"
 #include "host/math/ray.h"
 #include "host/scene/node.h"
+#include "host/viewport/graphicswindow.h"
 
 /// A view onto the scene, with a window of its own size in pixels. Pixel (x, y) counts from the
 /// upper left corner and is looked through at its middle.
@@ -33,6 +34,11 @@ class ViewExp {
   float Fov() const;
   /// World width shown by an orthographic view; 0 in the others.
   float Span() const { return kind_ == Kind::Orthographic ? span_ : 0.0f; }
+
+  /// How the view stands and sees at this moment.
+  host::Projection GetProjection() const;
+  /// The view's window, looking as the view does now. Never null.
+  GraphicsWindow* getGW();
 
   /// The half line through a point of the window. In an orthographic view it starts 1,000 times the
   /// width shown behind the eye's plane, 10,000 units at least.
@@ -70,4 +76,5 @@ class ViewExp {
   float span_ = 100;
   Pin<INode> camera_;
   int width_ = 640, height_ = 480;
+  GraphicsWindow window_;
 };

@@ -9,16 +9,38 @@ namespace host {
 void Viewports::Redraw(TimeValue t) {
   again_ = true;
   time_ = t;
-  if (drawing_) return;
+  if (!drawing_) RunPasses(painter_, true);
+}
+
+bool Viewports::RedrawApart(const ViewExp& view, TimeValue t, const Painter& painter) {
+  if (drawing_) return false;
+  again_ = true;
+  time_ = t;
+  if (RunPasses(painter, &view == Active()) > 1) Redraw(time_);
+  return true;
+}
+
+int Viewports::RunPasses(const Painter& painter, bool callBack) {
+  struct Mark {
+    bool& on;
+    ~Mark() { on = false; }
+  } const mark{drawing_};
   drawing_ = true;
-  for (int pass = 0; again_ && pass < kMostPasses; ++pass) {
+  int passes = 0;
+  for (; again_ && passes < kMostPasses; ++passes) {
     again_ = false;
-    if (draw_) draw_(time_);
-    const std::vector<RedrawViewsCallback*> list = callbacks_;
-    for (RedrawViewsCallback* c : list)
-      if (std::find(callbacks_.begin(), callbacks_.end(), c) != callbacks_.end()) c->proc(ip_);
+    if (active_) active_->getGW()->Clear();
+    if (painter.draw) painter.draw(time_);
+    if (callBack) CallBack();
+    if (painter.present) painter.present(time_);
   }
-  drawing_ = false;
+  return passes;
+}
+
+void Viewports::CallBack() {
+  const std::vector<RedrawViewsCallback*> list = callbacks_;
+  for (RedrawViewsCallback* c : list)
+    if (std::find(callbacks_.begin(), callbacks_.end(), c) != callbacks_.end()) c->proc(ip_);
 }
 
 void Viewports::Register(RedrawViewsCallback* callback) {
@@ -32,6 +54,14 @@ void Viewports::PointerAt(const IPoint2& at, Modifiers keys) {
   mouse_ = at;
   keys_ = keys;
   Redraw(ip_->GetTime());
+}
+
+void Viewports::PointInto(std::shared_ptr<ViewExp> view, const IPoint2& at) {
+  if (view != active_) {
+    active_ = std::move(view);
+    if (mouse_ == at) PointerAt({at.x > 0 ? at.x - 1 : at.x + 1, at.y}, keys_);
+  }
+  PointerAt(at, keys_);
 }
 
 void Viewports::Press(const IPoint2& at, Modifiers keys) {

@@ -41,13 +41,25 @@ class Viewports {
   /// Makes a view the active one; null leaves none.
   void SetActive(std::shared_ptr<ViewExp> view) { active_ = std::move(view); }
   ViewExp* Active() const { return active_.get(); }
+  const std::shared_ptr<ViewExp>& ActiveView() const { return active_; }
 
   /// Redraws at once; asked for inside a redraw it marks the views, which are then drawn once more
   /// when the running redraw ends, at the time asked for last, at most `kMostPasses` times in all.
   void Redraw(TimeValue t);
   bool IsDrawing() const { return drawing_; }
-  /// What draws a window's picture; none without a window.
-  void SetPainter(std::function<void(TimeValue)> draw) { draw_ = std::move(draw); }
+  /// What draws the scene, before the callbacks, and shows it with what they added, behind them.
+  struct Painter {
+    std::function<void(TimeValue)> draw, present;
+  };
+  /// None without a window.
+  void SetPainter(std::function<void(TimeValue)> draw,
+                  std::function<void(TimeValue)> present = nullptr) {
+    painter_ = {std::move(draw), std::move(present)};
+  }
+  /// A redraw of one view alone, such as a picture's, by a painter of its own. What asks for a
+  /// redraw meanwhile gets it as in Redraw, and the windows follow. The callbacks draw into the
+  /// active view, so they are called if it is that one. False inside a redraw: nothing is done.
+  bool RedrawApart(const ViewExp& view, TimeValue t, const Painter& painter);
 
   void Register(RedrawViewsCallback* callback);
   /// Harmless for one that isn't registered, and during the call.
@@ -62,6 +74,9 @@ class Viewports {
   void Move(const IPoint2& at, Modifiers keys = {});
   void Release(const IPoint2& at, Modifiers keys = {});
   void RightClick(const IPoint2& at);
+  /// Makes a view the active one and brings the pointer to a place in it. What follows the pointer
+  /// sees it move, be it to the same pixel of another view.
+  void PointInto(std::shared_ptr<ViewExp> view, const IPoint2& at);
   const IPoint2& MousePosition() const { return mouse_; }
   const Modifiers& Keys() const { return keys_; }
 
@@ -69,11 +84,13 @@ class Viewports {
 
  private:
   void PointerAt(const IPoint2& at, Modifiers keys);
+  int RunPasses(const Painter& painter, bool callBack);
+  void CallBack();
 
   Interface* ip_;
   std::shared_ptr<ViewExp> active_;
   std::vector<RedrawViewsCallback*> callbacks_;
-  std::function<void(TimeValue)> draw_;
+  Painter painter_;
   MouseOwner* owner_ = nullptr;
   IPoint2 mouse_;
   Modifiers keys_;

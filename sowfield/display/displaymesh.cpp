@@ -1,18 +1,20 @@
 #include "sowfield/display/displaymesh.h"
 
+#include <algorithm>
 #include <limits>
 #include <map>
 
+#include "host/core/parallel.h"
 #include "host/interface.h"
 #include "host/scene/triobject.h"
 #include "sowfield/display/budgets.h"
+#include "sowfield/display/displaymode.h"
+#include "sowfield/display/exclusionseam.h"
 #include "sowfield/display/figures.h"
-#include "sowfield/model/placement.h"
+#include "sowfield/model/placementbatch.h"
 
 namespace sowfield {
 namespace {
-
-constexpr int kPyramid = 4, kOriginal = 6;
 
 // What a type shows: vertices with the source's turn and pivot worked in, ready for a placement's
 // matrix, and faces.
@@ -36,7 +38,7 @@ class TypeShapes {
     }
     const Point3 a = d.block->GetPoint3(Geo_BoxMax, d.curTime, type.type);
     const Point3 b = d.block->GetPoint3(Geo_BoxMin, d.curTime, type.type);
-    if (mode == kOriginal) {
+    if (mode == kShowOriginal) {
       animated_ = type.kind == 0;
       if (type.kind == 0 || type.kind == 3) {
         base_ = ShapeAt(t, &valid_);
@@ -49,6 +51,9 @@ class TypeShapes {
     }
   }
 
+  const Shape& Base() const { return base_; }
+  // Whether the source looks different at other times.
+  bool Moves() const { return animated_ && !(valid_ == FOREVER); }
   const Shape& At(TimeValue t) {
     if (!animated_ || t == time_ || valid_.InInterval(t)) return base_;
     const auto [found, isNew] = others_.try_emplace(t);
@@ -61,7 +66,7 @@ class TypeShapes {
   Shape FigureShape(int mode, const Point3& a, const Point3& b) const {
     const Point3 top = a * turn_, bottom = b * turn_;
     Mesh figure =
-        mode == kPyramid ? MakePyramidMesh(top, bottom) : MakeSquirrelMesh(top.z - bottom.z);
+        mode == kShowPyramid ? MakePyramidMesh(top, bottom) : MakeSquirrelMesh(top.z - bottom.z);
     Point3 offset(0, 0, 0);
     if (node_) {
       const Matrix3 object = node_->GetObjectTM(time_);
@@ -97,76 +102,115 @@ class TypeShapes {
   std::map<TimeValue, Shape> others_;
 };
 
+// Placements are written in parts of this many, each with its own place in the mesh.
+constexpr size_t kPart = 4096;
+// Matrices worked out in one call.
+constexpr size_t kRun = 256;
+
+// A place in the mesh.
+struct MeshPlace {
+  size_t vert = 0, face = 0;
+  MeshPlace& operator+=(const Shape& shape) {
+    vert += shape.verts.size(), face += shape.faces.size();
+    return *this;
+  }
+};
+
 // The placements that a build shows, and their writing into the mesh.
 class Placements {
  public:
   Placements(Distribution& d, TimeValue t)
-      : d_(d),
-        mode_(d.block->GetInt(Display_Mode, t)),
+      : mode_(d.block->GetInt(Display_Mode, t)),
         shownType_(d.block->GetInt(Display_Type, t) - 1),
-        evaluator_(*d.block, t) {
+        evaluator_(*d.block, t),
+        batch_(evaluator_) {
     shapes_.resize(size_t(d.TypeCount()));
     for (const TypeRef& type : TypeWalk(*d.block))
       if (Shown(type.type)) shapes_[size_t(type.type)] = TypeShapes(d, type, mode_, t);
-    if (d.block->GetInt(Excl_On, t) && d.block->Count(Excl_Splines) > 0)
+    if (ExclusionAsked(d))
       GetCOREInterface()->PrintToListener(
           L"Sowfield: exclusion splines don't take effect yet; all placements are shown.\n");
   }
 
   // Appends all shapes to the mesh, which holds the logo or nothing.
   void WriteTo(Mesh& mesh, const Matrix3& worldToObject) {
-    size_t verts = mesh.verts.size(), faces = mesh.faces.size();
-    const size_t baseVerts = verts, baseFaces = faces;
-    ForEach([&](size_t, const Shape& shape) {
-      verts += shape.verts.size();
-      faces += shape.faces.size();
-    });
+    MeshPlace end{mesh.verts.size(), mesh.faces.size()};
+    const std::vector<MeshPlace> parts = PlaceParts(end);
     const auto most = size_t(std::numeric_limits<int>::max());
-    if (verts > most || faces > most) {
+    if (end.vert > most || end.face > most) {
       GetCOREInterface()->PrintToListener(
           L"Sowfield: the placements are too many for one display mesh; none is shown.\n");
       return;
     }
-
-    mesh.verts.resize(verts);
-    mesh.faces.resize(faces);
-    Point3* vert = mesh.verts.data() + baseVerts;
-    Face* face = mesh.faces.data() + baseFaces;
-    auto first = std::uint32_t(baseVerts);
-    const bool inWorld = worldToObject.IsIdentity();
-    ForEach([&](size_t p, const Shape& shape) {
-      const Matrix3 m = evaluator_.Matrix(p);
-      if (inWorld) {
-        for (const Point3& v : shape.verts) *vert++ = v * m;
-      } else {
-        for (const Point3& v : shape.verts) *vert++ = (v * m) * worldToObject;
-      }
-      const std::uint32_t id = std::uint32_t(evaluator_.Type(p) + 1) << 16;
-      for (const Face& f : shape.faces)
-        *face++ = {
-            {f.v[0] + first, f.v[1] + first, f.v[2] + first}, f.smGroup, f.edgeVisFlags() | id};
-      first += std::uint32_t(shape.verts.size());
+    mesh.verts.resize(end.vert);
+    mesh.faces.resize(end.face);
+    host::ParallelFor(parts.size(), 1, [&](size_t first, size_t last) {
+      for (size_t part = first; part < last; ++part)
+        WritePart(part, parts[part], mesh, worldToObject);
     });
   }
 
  private:
   bool Shown(int type) const { return shownType_ < 0 || type == shownType_; }
+  const Shape& ShapeOf(size_t p) const {
+    return timed_.empty() ? shapes_[size_t(evaluator_.Type(p))].Base() : *timed_[p];
+  }
 
-  template <class F>
-  void ForEach(F&& act) {
+  // Where each part begins; moves `end` behind the last. Shapes at times of their own are made
+  // here, since only this thread may ask the sources.
+  std::vector<MeshPlace> PlaceParts(MeshPlace& end) {
+    const bool timed = mode_ == kShowOriginal && std::any_of(shapes_.begin(), shapes_.end(),
+                                                             [](auto& s) { return s.Moves(); });
+    if (timed) timed_.resize(evaluator_.Count(), nullptr);
+    std::vector<MeshPlace> parts;
     for (size_t p = 0; p < evaluator_.Count(); ++p) {
+      if (p % kPart == 0) parts.push_back(end);
       const int type = evaluator_.Type(p);
       if (!Shown(type)) continue;
-      const TimeValue t = mode_ == kOriginal ? evaluator_.Time(p) : d_.curTime;
-      act(p, shapes_[size_t(type)].At(t));
+      if (timed) timed_[p] = &shapes_[size_t(type)].At(evaluator_.Time(p));
+      end += ShapeOf(p);
+    }
+    return parts;
+  }
+
+  void WritePart(size_t part, MeshPlace at, Mesh& mesh, const Matrix3& worldToObject) const {
+    Matrix3 matrices[kRun];
+    const size_t last = std::min(evaluator_.Count(), (part + 1) * kPart);
+    for (size_t p = part * kPart; p < last;) {
+      size_t end = p;
+      while (end < last && end - p < kRun && Shown(evaluator_.Type(end))) ++end;
+      batch_.Matrices(p, end - p, matrices);
+      for (const Matrix3* m = matrices; p < end; ++p, ++m) {
+        const Shape& shape = ShapeOf(p);
+        WriteVerts(shape, *m, worldToObject, mesh.verts.data() + at.vert);
+        WriteFaces(shape, evaluator_.Type(p), std::uint32_t(at.vert), mesh.faces.data() + at.face);
+        at += shape;
+      }
+      while (p < last && !Shown(evaluator_.Type(p))) ++p;
     }
   }
 
-  Distribution& d_;
+  static void WriteVerts(const Shape& shape, const Matrix3& m, const Matrix3& worldToObject,
+                         Point3* out) {
+    if (worldToObject.IsIdentity()) {
+      for (const Point3& v : shape.verts) *out++ = v * m;
+    } else {
+      for (const Point3& v : shape.verts) *out++ = (v * m) * worldToObject;
+    }
+  }
+
+  static void WriteFaces(const Shape& shape, int type, std::uint32_t first, Face* out) {
+    const std::uint32_t id = std::uint32_t(type + 1) << 16;
+    for (const Face& f : shape.faces)
+      *out++ = {{f.v[0] + first, f.v[1] + first, f.v[2] + first}, f.smGroup, f.edgeVisFlags() | id};
+  }
+
   int mode_;
   int shownType_;
   PlacementEvaluator evaluator_;
+  PlacementBatch batch_;
   std::vector<TypeShapes> shapes_;
+  std::vector<const Shape*> timed_;  // by placement, where shapes have times of their own
 };
 
 }  // namespace
@@ -206,7 +250,7 @@ void DisplayBuilder::Build(TimeValue t, Mesh& mesh) {
     mesh.setNumFaces(0);
   }
   INode* own = d_.OwnNode();
-  if (d_.block->GetInt(Display_Mode, t) >= kPyramid && own && d_.TypeCount() > 0)
+  if (!IsLightMode(d_.block->GetInt(Display_Mode, t)) && own && d_.TypeCount() > 0)
     Placements(d_, t).WriteTo(mesh, Inverse(own->GetNodeTM(t)));
   mesh.InvalidateGeomCache();
   mesh.InvalidateTopologyCache();

@@ -30,6 +30,12 @@ class PlacementEvaluator {
   size_t Count() const { return positions_.size(); }
   const Point3& Position(size_t p) const { return positions_[p]; }
   int Type(size_t p) const { return types_[p]; }
+  int TypeCount() const { return int(random_.size()) - 1; }
+  // Whole tables, one entry a placement.
+  std::span<const Point3> Positions() const { return positions_; }
+  std::span<const Point3> Angles() const { return normals_; }
+  std::span<const int> Types() const { return types_; }
+  std::span<const int> Rows() const { return rands_; }
 
   PlacementForm Form(int type, int row) const;
   /// The first steps of a placement, applied to `start`: scale, three turns, Z offset.
@@ -40,8 +46,10 @@ class PlacementEvaluator {
                        const Point3& position);
 
   /// Placement p in world space. It holds no part of the source's own transform.
-  Matrix3 Matrix(size_t p) const {
-    return Apply(Matrix3(), Form(types_[p], rands_[p]), normals_[p], positions_[p]);
+  Matrix3 Matrix(size_t p) const { return Matrix(p, positions_[p]); }
+  /// The same at another position, such as the stored one seen from the object's own space.
+  Matrix3 Matrix(size_t p, const Point3& position) const {
+    return Apply(Matrix3(), Form(types_[p], rands_[p]), normals_[p], position);
   }
   /// The time at which placement p shows its source: the evaluator's time plus the type's offset.
   TimeValue Time(size_t p) const;

@@ -1,10 +1,13 @@
 #include "sowfield/paint/cursor.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "host/interface.h"
 #include "host/math/quat.h"
+#include "host/viewport/graphicswindow.h"
 #include "sowfield/model/units.h"
+#include "sowfield/paint/cursorshapes.h"
 #include "sowfield/paint/painter.h"
 
 namespace sowfield {
@@ -13,6 +16,10 @@ namespace {
 constexpr float kPi = 3.1415927f;
 // The stroke's direction is taken from this many entries before the end of the record.
 constexpr int kDirectionSpan = 20;
+// What a redraw takes off the radius, as a share, or multiplies it by, while the keys are held.
+constexpr float kShrink = 0.02f, kGrowth = 1.02f;
+
+Param RadiusOf(int tool) { return tool == kLineTool ? Brush_LineSize : Brush_Size; }
 
 }  // namespace
 
@@ -63,8 +70,21 @@ void Paint_Cursor::proc(Interface* ip) {
 
   const Matrix3 normalMatrix =
       hit ? MatrixFromNormal(host->GetStrokeNormalWorld(newest)) : Matrix3();
+  ChangeSize(ip->GetKeys());
   if (painter_.State().paintTool == kLineTool && !ip->GetKeys().ctrl && moved)
     UpdateLineDirection(*view, current, normalMatrix);
+  Draw(*view->getGW(), current, normalMatrix);
+}
+
+void Paint_Cursor::ChangeSize(const host::Modifiers& keys) {
+  if (!keys.ctrl || (!keys.alt && !keys.shift)) return;
+  Distribution& d = painter_.Dist();
+  const Param id = RadiusOf(painter_.State().paintTool);
+  const float r = d.block->GetFloat(id, d.curTime);
+  const float changed = keys.alt ? r - r * kShrink : r * kGrowth;
+  const auto most = float(FindParam(id)->high);
+  d.block->SetValue(id, d.curTime, std::min(std::max(changed, d.brushMinimum), most));
+  d.Tell(Event::BrushSizeChanged);
 }
 
 void Paint_Cursor::UpdateLineDirection(const ViewExp& view, const Point3& current,
@@ -82,6 +102,26 @@ void Paint_Cursor::UpdateLineDirection(const ViewExp& view, const Point3& curren
   Distribution& d = painter_.Dist();
   painter_.State().brushAngle =
       LineBrushAngle(lineDirection_, float(d.block->GetInt(Brush_Snap, d.curTime)));
+}
+
+void Paint_Cursor::Draw(GraphicsWindow& gw, const Point3& current,
+                        const Matrix3& normalMatrix) const {
+  const int tool = painter_.State().paintTool;
+  Matrix3 brush;
+  if (tool == kLineTool) brush.RotateZ(painter_.State().brushAngle);
+  brush = brush * normalMatrix;
+  brush.SetTrans(current);
+  gw.setTransform(brush);
+  gw.setColor(LINE_COLOR, 0.85f, 0.5f, 0);
+
+  const Distribution& d = painter_.Dist();
+  const float r = d.block->GetFloat(RadiusOf(tool), d.curTime);
+  for (const CursorLine& line : CursorLines(tool)) {
+    Point3 points[kMostCursorPoints];
+    std::transform(line.points.begin(), line.points.end(), points,
+                   [&](const Point3& p) { return p * r; });
+    gw.polyline(int(line.points.size()), points, line.closed);
+  }
 }
 
 }  // namespace sowfield

@@ -5,14 +5,14 @@
 #include "host/math/matrix3.h"
 #include "host/viewport/viewports.h"
 
-struct PainterEvent;
-
 namespace sowfield {
 
 class SowfieldPainter;
 
 /// Follows the mouse in each redraw while paint mode runs: adds the pointer's way to the stroke
-/// record, keeps the targets under it current and works out the direction of the line brush.
+/// record, keeps the targets under it current, works out the direction of the line brush, changes
+/// the brush's size while its keys are held, and draws the brush onto the surface under the mouse.
+/// Where the pointer meets neither a surface nor the ground there is no brush, and nothing changes.
 class Paint_Cursor : public RedrawViewsCallback {
  public:
   explicit Paint_Cursor(SowfieldPainter& painter) : painter_(painter) {}
@@ -21,7 +21,9 @@ class Paint_Cursor : public RedrawViewsCallback {
   void Restart() { lastMouse_ = {INT_MIN, INT_MIN}; }
 
  private:
+  void ChangeSize(const host::Modifiers& keys);
   void UpdateLineDirection(const ViewExp& view, const Point3& current, const Matrix3& normalMatrix);
+  void Draw(GraphicsWindow& gw, const Point3& current, const Matrix3& normalMatrix) const;
 
   SowfieldPainter& painter_;
   IPoint2 lastMouse_{INT_MIN, INT_MIN};  // pixels of the active view

@@ -2,6 +2,10 @@
 
 #include "host/interface.h"
 #include "host/scene/mtl.h"
+#include "host/viewport/renderitems.h"
+#include "host/viewport/viewexp.h"
+#include "sowfield/display/bounds.h"
+#include "sowfield/display/displaymode.h"
 #include "sowfield/model/classids.h"
 #include "sowfield/model/palette.h"
 #include "sowfield/model/typedata.h"
@@ -12,6 +16,8 @@
 
 namespace sowfield {
 namespace {
+
+constexpr int kPickSize = 4;  // pixels round the mouse
 
 constexpr int kNotifications[] = {NOTIFY_PRE_RENDER,     NOTIFY_POST_RENDER,
                                   NOTIFY_RENDER_PREEVAL, NOTIFY_POST_RENDERFRAME,
@@ -44,7 +50,7 @@ Mtl* MakeDisplayMtl(TimeValue t) {
 
 }  // namespace
 
-Sowfield::Sowfield() : distribution(*this), builder_(distribution) {
+Sowfield::Sowfield() : distribution(*this), builder_(distribution), light_(distribution) {
   GetSowfieldDesc()->MakeAutoParamBlocks(this);
   for (const int code : kNotifications) RegisterNotification(OnNotification, this, code);
 }
@@ -134,6 +140,73 @@ void Sowfield::UpdateMesh(TimeValue t) {
 void Sowfield::BuildMesh(TimeValue t) {
   builder_.Build(t, mesh);
   ivalid = {t, t};
+}
+
+bool Sowfield::InLightMode(TimeValue t) const {
+  return IsLightMode(pblock2->GetInt(Display_Mode, t));
+}
+
+int Sowfield::Display(TimeValue t, INode* node, ViewExp* view, int) {
+  if (!view || !view->IsAlive()) return 0;
+  GraphicsWindow& gw = *view->getGW();
+  gw.setTransform(node->GetObjectTM(t));
+  UpdateMesh(t);
+  if (!proxyFilesFound) {
+    gw.setColor(TEXT_COLOR, 1, 0, 0);
+    gw.text(Point3(0, 0, 0), L"Cannot find external file !");
+  }
+  light_.Draw(t, gw);  // by the mode that the build has left
+  return 1;
+}
+
+int Sowfield::HitTest(TimeValue t, INode* node, HitType type, int crossing, int flags, IPoint2* p,
+                      ViewExp* view) {
+  if (!view || !view->IsAlive()) return 0;
+  UpdateMesh(t);
+  GraphicsWindow& gw = *view->getGW();
+  HitRegion region = MakeHitRegion(type, crossing != 0, kPickSize, p);
+  gw.setHitRegion(region);
+  gw.clearHitCode();
+  const unsigned limits = gw.getRndLimits();
+  gw.setRndLimits((limits & ~GW_ILLUM) | GW_PICK);
+
+  gw.setTransform(node->GetObjectTM(t));
+  int hit = mesh.select(&gw, nullptr, &region, flags & HIT_ABORTONHIT);
+  light_.Draw(t, gw);
+  if (gw.checkHitCode()) hit = 1;
+  gw.setRndLimits(limits);
+  return hit;
+}
+
+void Sowfield::GetLocalBoundBox(TimeValue t, INode* node, ViewExp* view, Box3& box) {
+  SimpleObject2::GetLocalBoundBox(t, node, view, box);
+  if (InLightMode(t))
+    box = LightBounds(distribution, t, view, box, node ? node->GetObjectTM(t) : Matrix3());
+}
+
+bool Sowfield::PrepareDisplay(UpdateDisplayContext& context) {
+  // A refresh asks for another redraw, which would refresh again: once for each mesh is enough. In
+  // the middle of a change the tables may disagree; its end refreshes by itself.
+  if (mesh.verts.empty() && mesh.Stamp() != emptyMesh_ && distribution.ListReady()) {
+    RefreshObject();
+    if (mesh.verts.empty()) emptyMesh_ = mesh.Stamp();
+  }
+  if (mesh.verts.empty()) return false;
+  GenerateMeshRenderItemsContext elements;
+  elements.GenerateDefaultContext(context);
+  if (const auto display = GetMeshDisplay(mesh)) display->PrepareDisplay(elements);
+  return true;
+}
+
+bool Sowfield::UpdatePerNodeItems(UpdateDisplayContext& context, UpdateNodeContext& nodeContext,
+                                  RenderItemContainer& container) {
+  if (mesh.verts.empty()) return false;
+  GenerateMeshRenderItemsContext elements;
+  elements.GenerateDefaultContext(context);
+  elements.RemoveInvisibleMeshElementDescriptions(nodeContext.GetRenderNode());
+  const auto display = GetMeshDisplay(mesh);
+  if (display) display->UpdateNodeItems(elements, nodeContext, container);
+  return display.has_value();
 }
 
 Mesh* Sowfield::GetRenderMesh(TimeValue, INode*, ViewExp*, bool& needDelete) {

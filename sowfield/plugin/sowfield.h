@@ -3,6 +3,7 @@
 #include "host/core/notify.h"
 #include "host/scene/simpleobject.h"
 #include "sowfield/display/displaymesh.h"
+#include "sowfield/display/lightmodes.h"
 #include "sowfield/model/distribution.h"
 #include "sowfield/model/messages.h"
 #include "sowfield/paint/paintstate.h"
@@ -23,6 +24,8 @@ class Sowfield : public SimpleObject2, public ObjectSide {
   PaintState paint;
   /// Given to the object's node by InitNewObject; the user may replace it.
   Mtl* displayMtl = nullptr;
+  /// 0 when the file of a type can't be found: the views then say so.
+  int proxyFilesFound = 1;
 
   /// First set-up of an object that the user has just placed; its node must exist.
   void InitNewObject();
@@ -57,6 +60,17 @@ class Sowfield : public SimpleObject2, public ObjectSide {
   Mesh* GetRenderMesh(TimeValue t, INode* node, ViewExp* view, bool& needDelete) override;
   CreateMouseCallBack* GetCreateMouseCallBack();
 
+  // Display. In the light modes placements are drawn here, in the others with the mesh.
+  /// 0 if the view isn't alive.
+  int Display(TimeValue t, INode* node, ViewExp* view, int flags) override;
+  int HitTest(TimeValue t, INode* node, HitType type, int crossing, int flags, IPoint2* p,
+              ViewExp* view) override;
+  /// The display mesh's box; in the light modes an estimate that covers all placements.
+  void GetLocalBoundBox(TimeValue t, INode* node, ViewExp* view, Box3& box) override;
+  bool PrepareDisplay(UpdateDisplayContext& context) override;
+  bool UpdatePerNodeItems(UpdateDisplayContext& context, UpdateNodeContext& nodeContext,
+                          RenderItemContainer& container) override;
+
   // SimpleObject2.
   /// A redraw that comes in the middle of a table change keeps the last mesh.
   void UpdateMesh(TimeValue t) override;
@@ -69,7 +83,11 @@ class Sowfield : public SimpleObject2, public ObjectSide {
   static void OnNotification(void* param, NotifyInfo* info);
   void CarryOut(Effect effect);
 
+  bool InLightMode(TimeValue t) const;
+
   DisplayBuilder builder_;
+  LightDrawer light_;
+  std::uint64_t emptyMesh_ = 0;  // stamp of a mesh that a refresh has left empty
   Interface* ip_ = nullptr;
   bool panelsOpen_ = false;
   bool refreshing_ = false;

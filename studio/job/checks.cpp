@@ -50,6 +50,9 @@ class FieldCheck {
       case FieldType::Sizes:
         Numbers(v, 1, 3, "a list of one to three numbers");
         break;
+      case FieldType::Rect:
+        Numbers(v, 4, 4, "[x0, y0, x1, y1]");
+        break;
       case FieldType::Texts:
         Texts(v);
         break;
@@ -136,8 +139,6 @@ class FieldCheck {
     if (v.IsText() && std::find(choices.begin(), choices.end(), v.text) != choices.end()) return;
     const std::string all = fmt::format("{}", fmt::join(choices, ", "));
     if (!v.IsText()) return Wrong(v, "one of " + all);
-    if (std::string_view(field_.name) == "mode" && DisplayModeByName(v.text) >= 0)
-      return report_(v.place, fmt::format("the display mode \"{}\" is not drawn yet", v.text));
     report_(v.place,
             fmt::format("\"{}\" can't be \"{}\": it is one of {}", field_.name, v.text, all));
   }
@@ -322,6 +323,18 @@ class TogetherCheck {
     if (end != ".png")
       report_(file.place,
               fmt::format("pictures are PNG files: \"{}\" doesn't end in .png", file.text));
+    if (const Value* cursor = Given("cursor"))
+      Inside("view", cursor->place, cursor->items[0], cursor->items[1]);
+  }
+
+  void Pick() {
+    const Value *at = Given("at"), *rect = Given("rect");
+    if (!at == !rect)
+      return report_(step_.place, "where to pick is told by \"at\" or by \"rect\": give one");
+    OnlyFor("crossing", rect != nullptr, "a rectangle");
+    if (at) Inside("pick", at->place, at->items[0], at->items[1]);
+    for (size_t i = 0; rect && i < 4; i += 2)
+      Inside("pick", rect->place, rect->items[i], rect->items[i + 1]);
   }
 
   void Set() {
@@ -337,6 +350,28 @@ class TogetherCheck {
     } else {
       SetOne(param->text, param->place, *value);
     }
+  }
+
+  void Key() {
+    const Value *node = Given("node"), *param = Given("param"), *value = Given("value");
+    if (!node == !param)
+      return report_(step_.place, "what is keyed is told by \"node\" or by \"param\": give one");
+    bool parts = false;
+    for (const char* part : {"position", "rotation", "scale"}) {
+      OnlyFor(part, node != nullptr, "a node");
+      parts = parts || Given(part);
+    }
+    OnlyFor("value", param != nullptr, "a parameter");
+    if (node && !parts)
+      report_(step_.place, "a key of a node needs \"position\", \"rotation\" or \"scale\"");
+    if (!param) return;
+    std::string why;
+    const sowfield::ParamEntry* entry = FindParamByName(param->text, why);
+    if (entry && !entry->IsAnimatable()) why = fmt::format("\"{}\" can't be animated", param->text);
+    if (!why.empty()) return report_(param->place, why);
+    if (!value) return report_(step_.place, "the field \"value\" is missing");
+    double number;
+    if (!NumberToStore(*entry, *value, number, why)) report_(value->place, why);
   }
 
   void Get() {
@@ -356,18 +391,22 @@ class TogetherCheck {
   }
 
   void CheckMouse(const Value& mouse) {
-    const std::vector<double> size = Args(*FindStep("stroke"), step_).Numbers("size");
     for (const Value& p : mouse.items) {
       if (p.items.size() != 2) {
         report_(p.place, "a mouse position is [x, y]");
-      } else if (std::round(p.items[0].number) >= size[0] ||
-                 std::round(p.items[1].number) >= size[1]) {
-        report_(p.place,
-                fmt::format("the mouse position [{}, {}] lies outside of the view, which is "
-                            "{} x {} pixels",
-                            p.items[0].number, p.items[1].number, size[0], size[1]));
+      } else {
+        Inside("stroke", p.place, p.items[0], p.items[1]);
       }
     }
+  }
+
+  // A mouse position told in a step with the fields of a view.
+  void Inside(const char* step, Place place, const Value& x, const Value& y) {
+    const std::vector<double> size = Args(*FindStep(step), step_).Numbers("size");
+    if (std::round(x.number) < size[0] && std::round(y.number) < size[1]) return;
+    report_(place, fmt::format("the mouse position [{}, {}] lies outside of the view, which is "
+                               "{} x {} pixels",
+                               x.number, y.number, size[0], size[1]));
   }
 
   void SetOne(const std::string& name, Place place, const Value& value) {
@@ -434,8 +473,10 @@ void CheckTogether(const StepDecl& decl, const Value& object, const Report& repo
   if (name == "primitive") check.Primitive();
   if (name == "stroke") check.Stroke();
   if (name == "view") check.Picture();
+  if (name == "pick") check.Pick();
   if (name == "set") check.Set();
   if (name == "get") check.Get();
+  if (name == "key") check.Key();
   if (name == "camera")
     FieldCheck(*decl.Find("eye"), report).CheckApart(*object.Find("eye"), *object.Find("target"));
 }

@@ -19,7 +19,6 @@ using sowfield::ParamEntry;
 namespace {
 
 constexpr int kModes = 7;
-constexpr int kFirstDrawnMode = 4;
 
 std::string RangeOf(const ParamEntry& entry) {
   return RangeText(
@@ -116,10 +115,6 @@ bool NumberToStore(const ParamEntry& entry, const Value& value, double& number, 
       whole ? double(std::numeric_limits<int>::max()) : double(std::numeric_limits<float>::max());
   if (std::fabs(number) > most) {
     why = fmt::format("\"{}\" can't be {}: it is too large to store", name, number);
-    return false;
-  }
-  if (entry.id == sowfield::Display_Mode && number < kFirstDrawnMode) {
-    why = fmt::format("the display mode \"{}\" is not drawn yet", DisplayModeName(int(number)));
     return false;
   }
   return true;

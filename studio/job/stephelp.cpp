@@ -32,6 +32,8 @@ const char* TypeName(FieldType type) {
       return "[a, b], whole";
     case FieldType::Sizes:
       return "list of 1 to 3 numbers";
+    case FieldType::Rect:
+      return "[x0, y0, x1, y1]";
     case FieldType::Texts:
       return "text or list of texts";
     case FieldType::Rows:

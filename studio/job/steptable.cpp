@@ -93,7 +93,8 @@ constexpr FieldDecl kOpen[] = {
     {.name = "file",
      .type = Text,
      .required = true,
-     .meaning = "glTF 2 (.gltf, .glb) or OBJ (.obj)"},
+     .meaning = "glTF 2 (.gltf, .glb), .fbx, .dae, .obj, .blend, .3ds, .ply, .stl or another kind "
+                "that assimp reads"},
     {.name = "up",
      .type = Choice,
      .choices = "y|z",
@@ -332,7 +333,7 @@ constexpr FieldDecl kPicture[] = {
     SOWFIELD_VIEW_FIELDS("what is looked at"),
     {.name = "mode",
      .type = Choice,
-     .choices = "Pyramid|Squirrel|Original",
+     .choices = "None|Dot|Bounding Box|Point Cloud|Pyramid|Squirrel|Original",
      .meaning = "display mode of all Sowfield objects for this picture alone"},
     {.name = "type",
      .type = Row,
@@ -341,6 +342,32 @@ constexpr FieldDecl kPicture[] = {
      .meaning = "for this picture the edited object shows this type alone, by name or number from "
                 "0, or \"all\""},
     {.name = "grid", .type = Flag, .initial = "true", .meaning = "draw the ground grid"},
+    {.name = "cursor",
+     .type = Point2,
+     .low = 0,
+     .high = 8191,
+     .unit = "pixels",
+     .meaning = "show the brush with the mouse there; needs paint mode, as a stroke leaves it"},
+};
+
+constexpr FieldDecl kPick[] = {
+    SOWFIELD_VIEW_FIELDS("what is looked at"),
+    {.name = "at",
+     .type = Point2,
+     .low = 0,
+     .high = 8191,
+     .unit = "pixels",
+     .meaning = "a click there, 4 pixels around count; this or `rect`"},
+    {.name = "rect",
+     .type = Rect,
+     .low = 0,
+     .high = 8191,
+     .unit = "pixels",
+     .meaning = "a rectangle between two corners"},
+    {.name = "crossing",
+     .type = Flag,
+     .initial = "true",
+     .meaning = "with `rect`: whatever touches it; false for what lies inside as a whole"},
 };
 
 constexpr FieldDecl kCount[] = {
@@ -363,6 +390,41 @@ constexpr FieldDecl kTime[] = {
      .low = -100000,
      .high = 100000,
      .meaning = "30 frames are a second"},
+};
+
+constexpr FieldDecl kKey[] = {
+    {.name = "frame",
+     .type = Number,
+     .required = true,
+     .low = -100000,
+     .high = 100000,
+     .meaning = "where the key stands; 30 frames are a second"},
+    {.name = "node",
+     .type = Text,
+     .meaning = "name of a node that moves; its matrix is scale, then rotation, then position, "
+                "under its parent"},
+    {.name = "position",
+     .type = Point3,
+     .low = -kFar,
+     .high = kFar,
+     .unit = "scene units",
+     .meaning = "of the node's pivot"},
+    {.name = "rotation",
+     .type = Point3,
+     .low = -360,
+     .high = 360,
+     .unit = "degrees",
+     .meaning = "of the node, about X, then Y, then Z; between keys it turns the shorter way"},
+    {.name = "scale",
+     .type = Point3,
+     .low = kSmall,
+     .high = kFar,
+     .meaning = "of the node, along its three axes"},
+    {.name = "param",
+     .type = Text,
+     .meaning = "instead of `node`: \"Hue Shift\", \"Saturation\", \"Brightness\" or "
+                "\"Contrast\" of the edited object"},
+    {.name = "value", .type = Number, .meaning = "of the parameter"},
 };
 
 constexpr FieldDecl kCheck[] = {
@@ -409,7 +471,9 @@ constexpr StepDecl kSteps[] = {
     {"redo", "does again what was taken back last", true, kCount},
     {"delete", "deletes nodes from the scene; children stay", false, kDelete},
     {"time", "moves the scene's time", false, kTime},
+    {"key", "sets a key of a node's motion, or of a parameter that can be animated", false, kKey},
     {"view", "draws a picture of the scene", true, kPicture},
+    {"pick", "prints the names of the nodes that are seen at a place of a view", true, kPick},
     {"check", "fails unless all objects are sound, and the edited one as large as told", true,
      kCheck},
     {"placements", "writes all placements of the edited object as JSON", true, kPlacements},

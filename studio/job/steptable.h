@@ -19,6 +19,7 @@ enum class FieldType {
   Point3,   // [x, y, z]
   Cells,    // two whole numbers
   Sizes,    // one to three numbers
+  Rect,     // [x0, y0, x1, y1]
   Texts,    // a text, or a list of them
   Rows,     // a list of whole numbers and texts
   Row,      // a whole number or a text

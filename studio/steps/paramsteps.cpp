@@ -101,32 +101,34 @@ void Carry(Sowfield& object, TimeValue t, const Write& w) {
     Store(object, t, *upper, w.index, w.number);
 }
 
+// At the present time, where a parameter is animated.
 void WriteEntry(JsonOut& json, const IParamBlock2& block, const ParamEntry& param, int index) {
+  const TimeValue t = GetCOREInterface()->GetTime();
   const auto name = [&](const WStr* text) { text ? json.Text(ToUtf8(*text)) : json.Null(); };
   switch (param.type) {
     case ParamType::Int:
     case ParamType::Bool:
-      json.Int(block.GetInt(param.id, 0, index));
+      json.Int(block.GetInt(param.id, t, index));
       break;
     case ParamType::Float:
-      json.Float(block.GetFloat(param.id, 0, index));
+      json.Float(block.GetFloat(param.id, t, index));
       break;
     case ParamType::Point3:
-      json.Point(block.GetPoint3(param.id, 0, index));
+      json.Point(block.GetPoint3(param.id, t, index));
       break;
     case ParamType::String:
     case ParamType::Filename: {
-      const wchar_t* text = block.GetStr(param.id, 0, index);
+      const wchar_t* text = block.GetStr(param.id, t, index);
       json.Text(text ? ToUtf8(text) : std::string());
       break;
     }
     case ParamType::Node: {
-      const INode* node = block.GetINode(param.id, 0, index);
+      const INode* node = block.GetINode(param.id, t, index);
       name(node ? &node->GetName() : nullptr);
       break;
     }
     case ParamType::Mtl: {
-      const Mtl* material = block.GetMtl(param.id, 0, index);
+      const Mtl* material = block.GetMtl(param.id, t, index);
       name(material ? &material->GetName() : nullptr);
       break;
     }

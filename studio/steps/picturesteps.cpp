@@ -1,9 +1,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "host/io/png.h"
 #include "host/viewport/picture.h"
+#include "host/viewport/scenedrawing.h"
 #include "sowfield/model/placement.h"
 #include "studio/job/paramrules.h"
 #include "studio/steps/steps.h"
@@ -14,8 +16,6 @@ namespace studio {
 using sowfield::Sowfield;
 
 namespace {
-
-constexpr int kFirstDrawnMode = 4;
 
 int ModeOf(const Sowfield& object) { return object.pblock2->GetInt(sowfield::Display_Mode); }
 
@@ -48,15 +48,8 @@ class ForThisPicture {
   std::optional<UndoStep> step_;
 };
 
-void NeedDrawnModes(Stage& stage, const Call& call) {
-  for (INode* node : stage.SowfieldNodes()) {
-    const Sowfield& object = *Stage::SowfieldOf(node);
-    if (ModeOf(object) >= kFirstDrawnMode || object.distribution.PlacementCount() == 0) continue;
-    throw StepFailure{call.place,
-                      fmt::format("\"{}\" shows its placements as {}, which is not drawn yet: the "
-                                  "display budget lowered it; set \"ForceDisplay\" to 1",
-                                  ToUtf8(node->GetName()), DisplayModeName(ModeOf(object)))};
-  }
+IPoint2 PixelAt(const Value& x, const Value& y) {
+  return {int(std::lround(x.number)), int(std::lround(y.number))};
 }
 
 }  // namespace
@@ -65,9 +58,15 @@ void Picture(Stage& stage, const Call& call, Outcome& out) {
   const Args& args = call.args;
   if (SceneBox(stage).IsEmpty())
     throw StepFailure{call.place, "the scene is empty: there is nothing to look at"};
+  host::PictureOptions options{.grid = args.Flag("grid")};
+  if (const Value* cursor = args.Given("cursor")) {
+    if (!stage.Painting())
+      throw StepFailure{cursor->place,
+                        "there is no brush to show: paint mode is off, a stroke goes before"};
+    options.pointer = PixelAt(cursor->items[0], cursor->items[1]);
+  }
   const std::shared_ptr<ViewExp> view = MakeView(stage, args);
   const ForThisPicture changed(stage, call);
-  NeedDrawnModes(stage, call);
   if (args.Has("mode"))
     for (INode* node : stage.SowfieldNodes())
       if (const int mode = ModeOf(*Stage::SowfieldOf(node));
@@ -76,8 +75,7 @@ void Picture(Stage& stage, const Call& call, Outcome& out) {
                                 DisplayModeName(mode));
 
   std::string error;
-  const std::optional<host::Picture> picture =
-      host::DrawScene(stage.Ip(), *view, {args.Flag("grid")}, error);
+  const std::optional<host::Picture> picture = host::DrawScene(stage.Ip(), *view, options, error);
   if (!picture) throw StepFailure{call.place, "the picture can't be drawn: " + error};
   std::vector<std::byte> png;
   if (!host::EncodePng(picture->width, picture->height, picture->rgb, png, error))
@@ -86,6 +84,28 @@ void Picture(Stage& stage, const Call& call, Outcome& out) {
   stage.Write(file, png);
   out.AddText("file", file.text);
   out.text = fmt::format("{}, {} x {}{}", file.text, picture->width, picture->height, out.text);
+}
+
+void Pick(Stage& stage, const Call& call, Outcome& out) {
+  const Args& args = call.args;
+  const std::shared_ptr<ViewExp> view = MakeView(stage, args);
+  const Value *at = args.Given("at"), *rect = args.Given("rect");
+  const std::vector<Value>& numbers = (at ? at : rect)->items;
+  const IPoint2 corners[] = {PixelAt(numbers[0], numbers[1]),
+                             rect ? PixelAt(numbers[2], numbers[3]) : IPoint2{}};
+  // Objects answer as they were last drawn, so this view of them is.
+  stage.TheHost().Views().RedrawApart(
+      *view, stage.Now(), {[&](TimeValue t) { host::ShowNodes(stage.Ip(), *view, t); }, nullptr});
+  JsonOut json;
+  json.BeginList();
+  for (const INode* node : host::PickNodes(stage.Ip(), *view, rect ? HITTYPE_RECT : HITTYPE_POINT,
+                                           args.Flag("crossing"), corners)) {
+    const std::string name = ToUtf8(node->GetName());
+    json.Text(name);
+    out.answer += (out.answer.empty() ? "" : ", ") + name;
+  }
+  if (out.answer.empty()) out.answer = "nothing";
+  out.Add("nodes", json.End().Str());
 }
 
 void DumpPlacements(Stage& stage, const Call& call, Outcome& out) {

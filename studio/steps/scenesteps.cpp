@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "host/io/import.h"
@@ -32,6 +33,10 @@ INode* Joined(Stage& stage, const std::vector<INode*>& parts, const Value& name)
   throw StepFailure{name.place, "the parts don't fit into one mesh"};
 }
 
+bool Moves(INode* node) {
+  return !(node->TMValidity(0) == FOREVER) || !(node->EvalWorldState(0).valid == FOREVER);
+}
+
 void Report(Outcome& out, INode* node) {
   const std::string name = ToUtf8(node->GetName());
   out.AddText("node", name);
@@ -55,6 +60,8 @@ void Open(Stage& stage, const Call& call, Outcome& out) {
   if (!result) throw StepFailure{args.PlaceOf("file"), error};
   for (const std::string& w : result->warnings) stage.Notices() << "warning: " << w << '\n';
 
+  if (args.Has("join") && std::any_of(result->nodes.begin(), result->nodes.end(), Moves))
+    stage.Notices() << "warning: " << args.Text("file") << ": joined parts don't move any more\n";
   if (args.Has("join")) result->nodes = {Joined(stage, result->nodes, *args.Given("join"))};
   std::vector<INode*> roots;
   for (INode* n : result->nodes)

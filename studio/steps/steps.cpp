@@ -18,7 +18,8 @@ StepFunction FunctionOf(std::string_view name) {
                                          {"seed", Seed},         {"stroke", Stroke},
                                          {"leave", Leave},       {"undo", Undo},
                                          {"redo", Redo},         {"delete", Delete},
-                                         {"time", Time},         {"view", Picture},
+                                         {"time", Time},         {"key", Key},
+                                         {"view", Picture},      {"pick", Pick},
                                          {"check", Check},       {"stats", ShowStats},
                                          {"params", DumpParams}, {"placements", DumpPlacements}};
   const auto found = std::find_if(std::begin(kFunctions), std::end(kFunctions),

@@ -37,6 +37,7 @@ void Primitive(Stage& stage, const Call& call, Outcome& out);
 void Camera(Stage& stage, const Call& call, Outcome& out);
 void Delete(Stage& stage, const Call& call, Outcome& out);
 void Time(Stage& stage, const Call& call, Outcome& out);
+void Key(Stage& stage, const Call& call, Outcome& out);
 void Undo(Stage& stage, const Call& call, Outcome& out);
 void Redo(Stage& stage, const Call& call, Outcome& out);
 // Object.
@@ -56,6 +57,7 @@ void DumpParams(Stage& stage, const Call& call, Outcome& out);
 void Stroke(Stage& stage, const Call& call, Outcome& out);
 void Leave(Stage& stage, const Call& call, Outcome& out);
 void Picture(Stage& stage, const Call& call, Outcome& out);
+void Pick(Stage& stage, const Call& call, Outcome& out);
 void DumpPlacements(Stage& stage, const Call& call, Outcome& out);
 
 }  // namespace studio

@@ -9,52 +9,19 @@
 #include <nlohmann/json.hpp>
 
 #include "host/host.h"
+#include "host/io/png.h"
 #include "host/math/wstr.h"
 #include "host/scene/camera.h"
 #include "host/scene/mtl.h"
 #include "host/scene/triobject.h"
 #include "tests/host/apart.h"
+#include "tests/host/gltfbuilder.h"
 
 namespace {
 
 using host::ImportOptions;
 using host::ImportResult;
 using nlohmann::json;
-
-std::string Raw(const auto& values) {
-  return {reinterpret_cast<const char*>(values.data()), values.size() * sizeof(values[0])};
-}
-
-/// A glTF under construction; each list of numbers becomes a view and an accessor of its own.
-struct Gltf {
-  json root = {{"asset", {{"version", "2.0"}}}, {"scene", 0}, {"scenes", {{{"nodes", {0}}}}}};
-  std::string data;
-
-  int Add(const std::string& bytes, int componentType, const char* type, size_t count) {
-    const size_t at = (data.size() + 3) / 4 * 4;
-    data.resize(at);
-    data += bytes;
-    root["bufferViews"].push_back(
-        {{"buffer", 0}, {"byteOffset", at}, {"byteLength", bytes.size()}});
-    root["accessors"].push_back({{"bufferView", root["bufferViews"].size() - 1},
-                                 {"componentType", componentType},
-                                 {"type", type},
-                                 {"count", count}});
-    return int(root["accessors"].size()) - 1;
-  }
-  int Floats(const std::vector<float>& v, const char* type, size_t components) {
-    return Add(Raw(v), 5126, type, v.size() / components);
-  }
-  std::string Glb() {
-    root["buffers"] = {{{"byteLength", data.size()}}};
-    std::string text = root.dump(), binary = data;
-    text.resize((text.size() + 3) / 4 * 4, ' ');
-    binary.resize((binary.size() + 3) / 4 * 4);
-    const auto word = [](size_t n) { return Raw(std::vector<std::uint32_t>{std::uint32_t(n)}); };
-    return "glTF" + word(2) + word(28 + text.size() + binary.size()) + word(text.size()) + "JSON" +
-           text + word(binary.size()) + std::string("BIN\0", 4) + binary;
-  }
-};
 
 /// A unit square in the file's XY plane as two triangles, each with corners of its own.
 Gltf Square() {
@@ -168,6 +135,40 @@ TEST_F(Import, PrimitivesBecomeMaterialIds) {
   EXPECT_EQ(MtlOfFace(material, 2), nullptr);
 }
 
+TEST_F(Import, BaseColourTexturesOfAGltfAreItsMaterialsMaps) {
+  std::vector<std::byte> png;
+  ASSERT_TRUE(host::EncodePng(1, 1, std::vector<std::uint8_t>{1, 2, 3}, png, error_)) << error_;
+  const std::string picture(reinterpret_cast<const char*>(png.data()), png.size());
+  Gltf g = Square();
+  const int view = g.Add(picture, 5121, "SCALAR", picture.size());
+  json& mesh = g.root["meshes"][0]["primitives"];
+  const json square = mesh[0];
+  g.root["images"] = {{{"bufferView", view}, {"mimeType", "image/png"}},
+                      {{"uri", "data:image/png;base64,bm8gcGljdHVyZQ=="}},
+                      {{"uri", "gone%20away.png"}}};
+  g.root["textures"] = {{{"source", 1}}, {{"source", 0}}, {{"source", 2}}, json::object()};
+  mesh = json::array();
+  for (int i = 0; i < 6; ++i) {
+    mesh.push_back(square);
+    mesh[size_t(i)]["material"] = i;
+    // The second texture twice; the fifth material names a texture that isn't there.
+    g.root["materials"].push_back(
+        {{"pbrMetallicRoughness", {{"baseColorTexture", {{"index", i == 5 ? 1 : i}}}}}});
+  }
+  const auto result = FromGltf(g.Glb());
+  ASSERT_TRUE(result) << error_;
+  const auto mapOf = [&](int i) {
+    return MtlOfFace(result->nodes[0]->GetMtl(), i)->GetSubTexmap(StdMtl::kDiffuseMap);
+  };
+  const auto* map = dynamic_cast<BitmapTex*>(mapOf(1));
+  ASSERT_TRUE(map && map->GetBytes());
+  EXPECT_EQ(*map->GetBytes(), png);
+  EXPECT_EQ(mapOf(5), map);
+  for (const int i : {0, 2, 3, 4}) EXPECT_EQ(mapOf(i), nullptr) << i;
+  ASSERT_EQ(result->warnings.size(), 4u);
+  EXPECT_NE(result->warnings[1].find("\"gone away.png\""), std::string::npos);
+}
+
 TEST_F(Import, ObjObjectsBecomeNodesWithTheirMaterials) {
   const std::string folder = testing::TempDir();
   std::ofstream(folder + "import_test.mtl") << "newmtl red\nKd 0.9 0.1 0.2\nnewmtl blue\n";
@@ -273,7 +274,7 @@ TEST_F(Import, BrokenObjFilesAreRefused) {
       {three + "vt 0 0\nf 1/1 2/1 3/2\n", "texture vertex 2, but there are only 1"}};
   for (const auto& [text, says] : cases) ExpectRefused(text, says, true);
   EXPECT_FALSE(host::ImportModel(Ip(), "/none.glb", {}, error_));
-  EXPECT_NE(error_.find("none.glb\": No such file"), std::string::npos) << error_;
+  EXPECT_NE(error_.find("/none.glb: No such file"), std::string::npos) << error_;
 }
 
 }  // namespace

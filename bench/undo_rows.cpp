@@ -1,0 +1,64 @@
+#include <malloc.h>
+
+#include "bench/painted.h"
+#include "bench/rows.h"
+
+namespace bench {
+namespace {
+
+using namespace sowfield;
+
+constexpr int kMillion = 1000000;
+
+// One step, as a stroke of 1,000 ends.
+void AppendStep(Painted& scene) {
+  theHold.Begin();
+  scene.Append(1000);
+  theHold.Accept(L"Vorn_Painter");
+}
+
+double StepKilobytes() {
+  Painted& scene = SceneOf(kMillion);
+  scene.host.Undo().Clear();
+  AppendStep(scene);
+  const auto held = [] {
+    const struct mallinfo2 info = mallinfo2();
+    return double(info.uordblks + info.hblkhd);
+  };
+  // Undone and redone, so that the step has held what goes as well as what comes.
+  scene.host.Undo().Undo();
+  const double undone = held();
+  scene.host.Undo().Clear();
+  return (undone - held()) / 1024;
+}
+
+void UndoRedo(benchmark::State& state) {
+  Painted& scene = SceneOf(kMillion);
+  scene.Set(Display_Mode, 4);
+  scene.host.Undo().Clear();
+  AppendStep(scene);
+  for (auto _ : state) {
+    scene.host.Undo().Undo();
+    scene.host.Undo().Redo();
+  }
+  scene.host.Undo().Undo();
+  scene.host.Undo().Clear();
+  scene.Set(Display_Mode, 0);
+}
+
+void TwoRebuilds(benchmark::State& state) {
+  Painted& scene = SceneOf(kMillion);
+  scene.Set(Display_Mode, 4);
+  for (auto _ : state)
+    for (int i = 0; i < 2; ++i) scene.object->BuildMesh(0);
+  scene.Set(Display_Mode, 0);
+}
+
+}  // namespace
+
+void AddUndoRows() {
+  AddFigure("undo step of a stroke of 1,000 on 1,000,000", "KB", StepKilobytes, AtMost(200));
+  AddRow("its undo and redo, pyramids", UndoRedo, "two rebuilds", TwoRebuilds);
+}
+
+}  // namespace bench

@@ -1,0 +1,38 @@
+#include "host/core/parallel.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+TEST(ParallelFor, CoversEachPlaceOnceInPartsOfTheGrain) {
+  for (const int threads : {1, 2, 4}) {
+    host::SetParallelThreads(threads);
+    for (const size_t count : {size_t(0), size_t(1), size_t(999), size_t(1000), size_t(1001)}) {
+      std::vector<std::atomic<int>> seen(count);
+      std::atomic<bool> sound = true;
+      host::ParallelFor(count, 100, [&](size_t first, size_t last) {
+        if (first >= last || last - first > 100) sound = false;
+        for (size_t i = first; i < last; ++i) ++seen[i];
+      });
+      EXPECT_TRUE(sound);
+      for (const auto& n : seen) ASSERT_EQ(n, 1);
+    }
+  }
+}
+
+TEST(ParallelFor, PassesAnExceptionOn) {
+  for (const int threads : {1, 3}) {
+    host::SetParallelThreads(threads);
+    EXPECT_THROW(host::ParallelFor(1000, 10,
+                                   [](size_t first, size_t) {
+                                     if (first == 500) throw std::runtime_error("no");
+                                   }),
+                 std::runtime_error);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,113 @@
+// The brush cursor: what it draws, and the keys that change its size.
+
+#include <gtest/gtest.h>
+
+#include "host/math/quat.h"
+#include "tests/sowfield/paint_fixture.h"
+
+namespace sowfield {
+namespace {
+
+struct CursorScene : PaintScene {
+  explicit CursorScene(int tool) : PaintScene(1, kScripted) {
+    EXPECT_TRUE(PressToolButton(tool));
+    Set(Brush_Size, 2.0f), Set(Brush_LineSize, 3.0f);
+    Surface({0, 0, 0}, {0, 0, 1});
+  }
+  /// A plane through `at`, on which the pointer moves a unit a pixel.
+  void Surface(const Point3& at, const Point3& normal) {
+    Scripted().cast = [=](const IPoint2& m) {
+      const Point3 moved = at + Point3(float(m.x), float(m.y), 0) * MatrixFromNormal(normal);
+      return ScriptedPaintSystem::WayPoint{m, true, moved, normal};
+    };
+  }
+  /// Points of the lines that a redraw with the pointer there shows, two a segment, world space.
+  std::vector<Point3> Lines(const IPoint2& at, host::Modifiers keys = {}) {
+    host.Views().Move(at, keys);
+    std::vector<Point3> all;
+    for (const auto& v : View().getGW()->Lines()) {
+      EXPECT_EQ(v.rgba & 0xFFFFFF, 0x0080D9u);
+      all.push_back(v.at * View().getGW()->Batches().back().toWorld);
+    }
+    return all;
+  }
+};
+
+TEST(BrushCursor, LiesOnTheSurfaceInItsToolsShape) {
+  const size_t segments[] = {1 + 16 + 35 + 6, 1 + 16 + 15, 1 + 16 + 12};
+  for (const int tool : {kLineTool, kMultiTool, kEraseTool}) {
+    CursorScene s(tool);
+    const Point3 at(3, -2, 5), normal = Normalize({0.3f, -0.4f, 1});
+    const Matrix3 frame = MatrixFromNormal(normal);
+    s.Surface(at, normal);
+    s.object->paint.brushAngle = 1;
+    s.Lines({0, 1});  // the line's direction from here is the surface's +Y
+    const std::vector<Point3> lines = s.Lines({0, 9});
+    const Point3 now = at + Point3(0, 9, 0) * frame;
+    const float r = tool == kLineTool ? 3.0f : 2.0f;
+    ASSERT_EQ(lines.size(), 2 * segments[tool]);
+    EXPECT_LT(Apart(lines[2], now + Point3(r, 0, 0) * frame), 1e-4);
+    EXPECT_LT(Length(lines[1] - lines[0] - normal * (1.434803f * r)), 1e-4f);
+    for (size_t i = 2; i < lines.size(); ++i) {
+      EXPECT_NEAR(DotProd(lines[i] - now, normal), 0, 1e-4f);
+      const float away = Length(lines[i] - now) / r;
+      EXPECT_TRUE(i >= 34 || std::fabs(away - 1) < 1e-3f) << "the rim";
+    }
+    const Point3 tip = now + Point3(0.0021f, 1.8558f, 0) * r * frame;
+    EXPECT_TRUE(tool != kLineTool || Apart(lines[109], tip) < 1e-4);
+  }
+}
+
+TEST(BrushCursor, LiesFlatOnTheGridAndVanishesAboveTheHorizon) {
+  CursorScene s(kMultiTool);
+  s.Scripted().cast = nullptr;
+  s.Look(ViewExp::Perspective({0, -20, 5}, {0, 0, 5}, 1, 200, 200));
+  const std::vector<Point3> lines = s.Lines({120, 160});
+  ASSERT_EQ(lines.size(), 64u);
+  for (size_t i = 2; i < lines.size(); ++i) EXPECT_EQ(lines[i].z, 0);
+  EXPECT_EQ(s.Pixel((lines[2] + lines[18]) * 0.5f), (IPoint2{120, 160})) << "the rim's middle";
+  EXPECT_TRUE(s.Lines({120, 40}, {true, false, true}).empty());
+  EXPECT_EQ(s.Block().GetFloat(Brush_Size), 2) << "no brush, no change";
+}
+
+TEST(BrushCursor, TheArrowSnapsAndStandsStillWithCtrl) {
+  CursorScene s(kLineTool);
+  // Degrees from +Y to the arrow's tip, which stands a little aside.
+  const auto arrow = [&](const IPoint2& at, bool ctrl) {
+    const Point3 tip = s.Lines(at, {ctrl, false, false})[109];
+    const double angle = std::atan2(tip.y - float(at.y), tip.x - float(at.x));
+    return std::remainder((angle + std::atan(0.0021 / 1.8558)) * 57.29578 - 90, 360);
+  };
+  s.Lines({0, 0});
+  EXPECT_NEAR(arrow({40, 10}, false), 14.036 - 90, 1e-2);
+  s.Set(Brush_Snap, 90);
+  EXPECT_NEAR(arrow({40, 11}, false), -90, 1e-2);
+  EXPECT_NEAR(arrow({40, 70}, false), 0, 1e-2);
+  EXPECT_NEAR(arrow({-90, 0}, true), 0, 1e-2);
+  EXPECT_NEAR(arrow({-91, 0}, false), 90, 1e-2);
+}
+
+TEST(BrushCursor, KeysChangeTheSizeOfTheToolInHandByTwoPercent) {
+  const host::Modifiers shrink{true, true, true}, grow{true, false, true};
+  for (const int tool : {kLineTool, kMultiTool, kEraseTool}) {
+    CursorScene s(tool);
+    const float& mine = s.Block().Floats(tool == kLineTool ? Brush_LineSize : Brush_Size)[0];
+    const float& other = s.Block().Floats(tool == kLineTool ? Brush_Size : Brush_LineSize)[0];
+    const double before = mine, kept = other;
+    s.log.Clear();
+    // Each redraw counts, whether the pointer moved or not.
+    for (int i = 0; i < 3; ++i) s.Lines({5, 5}, grow);
+    EXPECT_NEAR(mine, before * 1.061208, 1e-5 * before);
+    EXPECT_NEAR(Length(s.Lines({5, 5}, shrink)[2] - Point3(5, 5, 0)), before * 1.03998384, 1e-4);
+    EXPECT_EQ(s.log.Count(Event::BrushSizeChanged), 4);
+    for (int i = 0; i < 250; ++i) s.Lines({5, 5}, shrink);
+    for (const host::Modifiers& idle : {host::Modifiers{}, {true}, {false, true, true}})
+      s.Lines({6, 6}, idle);
+    EXPECT_EQ(mine, s.D().brushMinimum);
+    EXPECT_NEAR(mine, 0.125, 1e-6) << "a quarter of 0.2 and 0.3";
+    EXPECT_EQ(other, kept);
+  }
+}
+
+}  // namespace
+}  // namespace sowfield

@@ -1,0 +1,216 @@
+// What the object draws by itself: the light modes, their picking, the text, the display's items.
+
+#include <gtest/gtest.h>
+
+#include "host/viewport/renderitems.h"
+#include "sowfield/display/displaymode.h"
+#include "sowfield/display/lightmodes.h"
+#include "sowfield/model/palette.h"
+#include "tests/sowfield/placement_twin.h"
+
+namespace sowfield {
+namespace {
+
+using Drawn = std::vector<std::pair<Point3, std::uint32_t>>;  // points and colours
+
+/// Types with turned, scaled and shifted sources, and placements of all of them.
+struct LightScene : SowfieldScene {
+  LightScene(int types, int count, std::uint32_t seed, float spread = 1000) : draw(seed) {
+    for (int t = 0; t < types; ++t) {
+      INode* source = AddSphere(L"ball", draw.Float(1, 4), 3 + 2 * t);
+      AddAsType(source);
+      source->SetNodeTM(0, Turned()), source->SetObjectOffset(TransMatrix(draw.Point(-3, 3)));
+    }
+    if (types > 0) ScrambleRows(*this, draw, types);
+    ScatterPlacements(*this, draw, types, count);
+    for (int p = 0; p < count; ++p) Set(Ins_Pos, draw.Point(-spread, spread), p);
+    Set(Show_Logo, 0);
+  }
+  Matrix3 Turned() {
+    Matrix3 m;
+    m.RotateX(draw.Float(-3, 3)), m.RotateY(draw.Float(-3, 3)), m.RotateZ(draw.Float(-3, 3));
+    m.Scale(draw.Point(0.5f, 2)), m.Translate(draw.Point(-9, 9));
+    return m;
+  }
+  GraphicsWindow& Redraw(int mode, int only = 0) {
+    Set(Display_Mode, mode), Set(Display_Type, only);
+    view.getGW()->Clear();
+    EXPECT_EQ(object->Display(0, node, &view, 0), 1);
+    return *view.getGW();
+  }
+  int Hit(HitType type, std::vector<IPoint2> at) {
+    view.getGW()->setTransform(TransMatrix({99, 0, 0}));  // as another object left it
+    return object->HitTest(0, node, type, 0, 0, at.data(), &view);
+  }
+  /// All dots of a redraw, point by point from the tables.
+  Drawn Plainly() {
+    const IParamBlock2& b = Block();
+    const int mode = b.GetInt(Display_Mode), only = b.GetInt(Display_Type);
+    const Matrix3 toObject = Inverse(node->GetObjectTM(0));
+    Drawn all;
+    for (int p = 0; p < D().PlacementCount(); ++p) {
+      const int t = b.GetInt(Ins_Type, 0, p);
+      if (only && t != only - 1) continue;
+      const Point3 stored = b.GetPoint3(Ins_Pos, 0, p);
+      Set(Ins_Pos, stored * toObject, p);
+      const Matrix3 m = PlacementTwin(b, p).Matrix();
+      Set(Ins_Pos, stored, p);
+
+      const INode* source = b.GetINode(Geo_Nodes, 0, t);
+      Matrix3 turn = source->GetNodeTM(0);
+      const Point3 offset = turn.GetTrans() - source->GetObjectTM(0).GetTrans();
+      turn.NoTrans();
+      GraphicsWindow color;
+      color.setColor(LINE_COLOR, UnpackColor(kTypePalette[size_t(t % 26)]));
+      color.marker({}, DOT_MRKR);
+      const auto add = [&](const Point3& at) { all.push_back({at, color.Dots()[0].rgba}); };
+      if (mode == kShowDot) add(m.GetTrans());
+      if (mode == kShowDot) continue;
+      int s = 0;
+      for (int k = 0; k < t; ++k) s += b.GetInt(Geo_PointCount, 0, k);
+      const int n = b.GetInt(Geo_PointCount, 0, t);
+      const double end = n > 25 ? (n - 10) / 99.0 * (b.GetInt(PointCloud) - 1) + 10 : n;
+      for (int i = 0; i < end - 1e-3; ++i)
+        add((b.GetPoint3(Geo_Points, 0, s + i) * turn - offset) * m);
+    }
+    return all;
+  }
+
+  Draws draw;
+  ViewExp view = ViewExp::Orthographic({0, 0, 100}, {0, 0, 0}, 100, 100, 100);
+};
+
+Drawn Found(const GraphicsWindow& gw) {
+  Drawn all;
+  for (const auto& v : gw.Lines().empty() ? gw.Dots() : gw.Lines()) all.push_back({v.at, v.rgba});
+  return all;
+}
+
+TEST(LightDisplay, DrawsTheDotsThatThePlainChainGives) {
+  LightScene s(27, 400, 5);  // more than there are colours
+  for (const bool moved : {false, true}) {
+    if (moved) s.node->SetNodeTM(0, s.Turned()), s.node->SetObjectOffset(TransMatrix({1, 2, 3}));
+    for (const int mode : {kShowDot, kShowCloud})
+      for (int only = 0; only <= 3; ++only) {
+        s.Set(PointCloud, 1 + 33 * only);
+        const GraphicsWindow& gw = s.Redraw(mode, only);
+        EXPECT_EQ(gw.Transform(), s.node->GetObjectTM(0));
+        EXPECT_EQ(Found(gw), s.Plainly()) << "mode " << mode << ", type " << only;
+      }
+  }
+  for (const int mode : {kShowNone, kShowPyramid, kShowSquirrel, kShowOriginal})
+    EXPECT_TRUE(Found(s.Redraw(mode)).empty());
+}
+
+TEST(LightDisplay, ABoxStandsOnItsPlacementTurnedAndScaledAsItsSource) {
+  LightScene s(0, 0, 1);
+  INode* source = s.AddBox(L"box", 2, 4, 6);
+  s.AddAsType(source);
+  source->SetNodeTM(0, {{0, 2, 0}, {-1, 0, 0}, {0, 0, 1}, {50, 60, 70}});
+  source->SetObjectOffset(TransMatrix({7, 8, 9}));
+  s.Set(Geo_BoxMin, Point3(-1, -2, -3)), s.Set(Geo_BoxMax, Point3(1, 2, 3));
+  s.AppendPlacements({{{10, 20, 30}}});
+  s.Set(Tr_ZPos_Min, 5.0f, 1), s.Set(Tr_ZScale_Min, 200.0f, 0), s.Set(Tr_Unify, 0, 0);
+  s.node->SetNodeTM(0, TransMatrix({1, 1, 1}));
+  Box3 box;
+  for (const auto& v : s.Redraw(kShowBox).Lines()) box += v.at;
+  // Its floor lies at (7, 8, 6) from the pivot: turned (-8, 14, 6), and grown upward.
+  EXPECT_EQ(box, Box3({-1, 31, 46}, {3, 35, 58}));
+  EXPECT_EQ(s.view.getGW()->Lines().size(), 24u);
+}
+
+TEST(LightDisplay, CloudsThinOutFromAllToTen) {
+  // 99 steps from 10 samples to all; what is begun counts.
+  const int expected[][4] = {{0, 0, 0, 0},     {10, 10, 10, 10},  {25, 25, 25, 25},
+                             {26, 10, 16, 18}, {100, 10, 40, 55}, {3000, 10, 1007, 1490}};
+  for (const auto& [samples, one, third, half] : expected) {
+    EXPECT_TRUE(CloudPoints(samples, 1) == one && CloudPoints(samples, 34) == third) << samples;
+    EXPECT_EQ(CloudPoints(samples, 50), half) << samples;
+  }
+  for (int samples = 0; samples <= 3000; ++samples) ASSERT_EQ(CloudPoints(samples, 100), samples);
+}
+
+TEST(LightDisplay, WhatIsDrawnIsHitAndNothingIsBesideIt) {
+  for (std::uint32_t seed = 1; seed <= 32; ++seed) {
+    LightScene s(2, 25, seed, 40);
+    s.node->SetNodeTM(0, TransMatrix(s.draw.Point(-9, 9)));
+    const Point3 eye = s.draw.Point(400, 800);
+    s.view = seed % 2 ? ViewExp::Perspective(eye, {0, 0, 0}, 0.5f, 320, 240)
+                      : ViewExp::Orthographic(eye, {0, 0, 0}, 400, 320, 240);
+    const int mode = int(seed / 2 % 4);  // without placements the logo stands in the middle
+    const GraphicsWindow& gw = s.Redraw(mode, int(seed % 3));
+    const unsigned limits = gw.getRndLimits();
+    int left = mode ? 999 : 120, right = mode ? -999 : 200;
+    for (const auto& [at, color] : Found(gw)) {
+      double x, y;
+      ASSERT_TRUE(s.view.ProjectToScreen(at * s.node->GetObjectTM(0), x, y));
+      ASSERT_TRUE(s.Hit(HITTYPE_POINT, {{int(x) + 2, int(y) - 2}})) << seed;
+      left = std::min(left, int(x)), right = std::max(right, int(x));
+    }
+    for (int y = 0; y < 240; y += 5)
+      ASSERT_EQ(s.Hit(HITTYPE_POINT, {{left - 9, y}}) + s.Hit(HITTYPE_POINT, {{right + 9, y}}), 0);
+    EXPECT_EQ(gw.getRndLimits(), limits);
+  }
+}
+
+TEST(LightDisplay, TheMarkerIsHitInsideItsFacesAndADeadViewGivesNothing) {
+  LightScene s(0, 0, 1);
+  s.Set(Logo_size, 20.0f), s.D().RefreshObject();
+  const Mesh& logo = s.object->mesh;
+  const Face& f = logo.faces[0];
+  double x, y;
+  s.view.ProjectToScreen((logo.verts[f.v[0]] + logo.verts[f.v[1]] + logo.verts[f.v[2]]) * 0.3333f,
+                         x, y);
+  EXPECT_TRUE(s.Hit(HITTYPE_POINT, {{int(x), int(y)}}) && !s.Hit(HITTYPE_POINT, {{3, 3}}));
+  EXPECT_FALSE(s.Hit(HITTYPE_RECT, {{0, 0}, {50, 99}})) << "half of it";
+  INode* camera = s.AddNode(L"eye", new CameraObject);
+  s.view = ViewExp::FromCamera(camera, 100, 100);
+  s.host.Services().DeleteNode(camera, false, false);
+  EXPECT_EQ(s.Hit(HITTYPE_POINT, {{50, 50}}) + s.object->Display(0, s.node, &s.view, 0), 0);
+}
+
+TEST(LightDisplay, ARedrawInTheMiddleOfAChangeDrawsOnlyTablesThatAgree) {
+  LightScene s(2, 40, 3);
+  const size_t all = s.Redraw(kShowCloud).Dots().size();
+  s.D().SetListReady(0);
+  EXPECT_EQ(s.Redraw(kShowCloud).Dots().size(), all) << "as while a control is dragged";
+  s.Block().Delete(Ins_Normal, 39, 1);
+  Box3 box;
+  s.object->GetLocalBoundBox(0, s.node, &s.view, box);
+  EXPECT_TRUE(s.Redraw(kShowCloud).Dots().empty() && box.IsEmpty());
+}
+
+TEST(LightDisplay, SaysInTheViewThatAFileIsMissing) {
+  LightScene s(1, 3, 4);
+  EXPECT_TRUE(s.Redraw(kShowDot).Texts().empty());
+  s.object->proxyFilesFound = 0;
+  for (const int mode : {kShowDot, kShowPyramid}) {
+    const auto& texts = s.Redraw(mode).Texts();
+    ASSERT_TRUE(texts.size() == 1 && texts[0].text == L"Cannot find external file !");
+    EXPECT_TRUE((texts[0].rgba & 0xFFFFFF) == 0xFF && texts[0].at == Point3(0, 0, 0));
+  }
+}
+
+TEST(DisplayItems, AnEmptyMeshIsRefreshedOnceAndHasNone) {
+  LightScene s(1, 3, 4);
+  UpdateDisplayContext context{0, &s.view};
+  const auto items = [&] {
+    UpdateNodeContext ofNode(s.node);
+    RenderItemContainer container;
+    s.object->UpdatePerNodeItems(context, ofNode, container);
+    return container.Items().size();
+  };
+  s.Set(Display_Mode, 1), s.redraws = 0;
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(s.object->PrepareDisplay(context));
+  EXPECT_EQ(s.redraws, 1) << "its own request for a redraw may not come back for ever";
+  EXPECT_EQ(items(), 0u);
+  s.Set(Display_Mode, 4), s.object->mesh.setNumFaces(0), s.object->mesh.setNumVerts(0);
+  EXPECT_TRUE(s.object->PrepareDisplay(context));
+  EXPECT_EQ(s.object->mesh.getNumVerts(), 12) << "emptied behind the object's back";
+  EXPECT_EQ(items(), 1u);
+  s.node->Hide(true);
+  EXPECT_EQ(items(), 0u);
+}
+
+}  // namespace
+}  // namespace sowfield

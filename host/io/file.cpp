@@ -45,16 +45,6 @@ struct Neighbour {
   }
 };
 
-bool WriteAll(int fd, std::span<const std::byte> bytes) {
-  while (!bytes.empty()) {
-    const ssize_t n = ::write(fd, bytes.data(), bytes.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return false;
-    bytes = bytes.subspan(size_t(n));
-  }
-  return true;
-}
-
 // The mask can only be read by setting it.
 mode_t NewFileMode() {
   const mode_t mask = ::umask(022);
@@ -69,6 +59,16 @@ bool SyncFolder(const std::string& folder) {
 }
 
 }  // namespace
+
+bool WriteAll(int fd, std::span<const std::byte> bytes) {
+  while (!bytes.empty()) {
+    const ssize_t n = ::write(fd, bytes.data(), bytes.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return false;
+    bytes = bytes.subspan(size_t(n));
+  }
+  return true;
+}
 
 bool WriteFileSafely(const std::string& path, std::span<const std::byte> bytes,
                      std::string& error) {

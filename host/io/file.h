@@ -17,4 +17,7 @@ bool WriteFileSafely(const std::string& path, std::span<const std::byte> bytes, 
 /// untouched and `error` names the path and the reason.
 bool ReadFile(const std::string& path, std::vector<std::byte>& bytes, std::string& error);
 
+/// Writes all of it, however many calls it takes; false with errno set.
+bool WriteAll(int fd, std::span<const std::byte> bytes);
+
 }  // namespace host

@@ -192,16 +192,6 @@ std::vector<std::byte> Content(const Descriptor& file) {
   return bytes;
 }
 
-bool WriteAll(int fd, std::span<const std::byte> bytes) {
-  while (!bytes.empty()) {
-    const ssize_t n = ::write(fd, bytes.data(), bytes.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return false;
-    bytes = bytes.subspan(size_t(n));
-  }
-  return true;
-}
-
 bool HandOver(std::byte kind, std::span<const std::byte> bytes) {
   return WriteAll(kResultFd, std::span(&kind, 1)) && WriteAll(kResultFd, bytes);
 }

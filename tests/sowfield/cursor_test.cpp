@@ -39,22 +39,18 @@ TEST(BrushCursor, LiesOnTheSurfaceInItsToolsShape) {
     CursorScene s(tool);
     const Point3 at(3, -2, 5), normal = Normalize({0.3f, -0.4f, 1});
     const Matrix3 frame = MatrixFromNormal(normal);
-    s.Surface(at, normal);
-    s.object->paint.brushAngle = 1;
+    s.Surface(at, normal), s.object->paint.brushAngle = 1;
     s.Lines({0, 1});  // the line's direction from here is the surface's +Y
     const std::vector<Point3> lines = s.Lines({0, 9});
-    const Point3 now = at + Point3(0, 9, 0) * frame;
     const float r = tool == kLineTool ? 3.0f : 2.0f;
+    const Point3 now = at + Point3(0, 9, 0) * frame, tip(0.0021f * r, 1.8558f * r, 0);
     ASSERT_EQ(lines.size(), 2 * segments[tool]);
     EXPECT_LT(Apart(lines[2], now + Point3(r, 0, 0) * frame), 1e-4);
     EXPECT_LT(Length(lines[1] - lines[0] - normal * (1.434803f * r)), 1e-4f);
-    for (size_t i = 2; i < lines.size(); ++i) {
+    for (size_t i = 2; i < lines.size(); ++i)
       EXPECT_NEAR(DotProd(lines[i] - now, normal), 0, 1e-4f);
-      const float away = Length(lines[i] - now) / r;
-      EXPECT_TRUE(i >= 34 || std::fabs(away - 1) < 1e-3f) << "the rim";
-    }
-    const Point3 tip = now + Point3(0.0021f, 1.8558f, 0) * r * frame;
-    EXPECT_TRUE(tool != kLineTool || Apart(lines[109], tip) < 1e-4);
+    for (size_t i = 2; i < 34; ++i) EXPECT_NEAR(Length(lines[i] - now), r, 1e-3f * r) << "the rim";
+    EXPECT_TRUE(tool != kLineTool || Apart(lines[109], now + tip * frame) < 1e-4);
   }
 }
 
@@ -91,8 +87,8 @@ TEST(BrushCursor, KeysChangeTheSizeOfTheToolInHandByTwoPercent) {
   const host::Modifiers shrink{true, true, true}, grow{true, false, true};
   for (const int tool : {kLineTool, kMultiTool, kEraseTool}) {
     CursorScene s(tool);
-    const float& mine = s.Block().Floats(tool == kLineTool ? Brush_LineSize : Brush_Size)[0];
-    const float& other = s.Block().Floats(tool == kLineTool ? Brush_Size : Brush_LineSize)[0];
+    const float &one = s.Block().Floats(Brush_Size)[0], &line = s.Block().Floats(Brush_LineSize)[0];
+    const float &mine = tool == kLineTool ? line : one, &other = tool == kLineTool ? one : line;
     const double before = mine, kept = other;
     s.log.Clear();
     // Each redraw counts, whether the pointer moved or not.

@@ -1,4 +1,4 @@
-// What the object draws by itself: the light modes, their picking, the text, the display's items.
+// What the object draws by itself, what of it is hit, its boxes, and the display's items.
 
 #include <gtest/gtest.h>
 
@@ -29,8 +29,7 @@ struct LightScene : SowfieldScene {
   Matrix3 Turned() {
     Matrix3 m;
     m.RotateX(draw.Float(-3, 3)), m.RotateY(draw.Float(-3, 3)), m.RotateZ(draw.Float(-3, 3));
-    m.Scale(draw.Point(0.5f, 2)), m.Translate(draw.Point(-9, 9));
-    return m;
+    return m.Scale(draw.Point(0.5f, 2)), m.Translate(draw.Point(-9, 9)), m;
   }
   GraphicsWindow& Redraw(int mode, int only = 0) {
     Set(Display_Mode, mode), Set(Display_Type, only);
@@ -60,25 +59,59 @@ struct LightScene : SowfieldScene {
       Matrix3 turn = source->GetNodeTM(0);
       const Point3 offset = turn.GetTrans() - source->GetObjectTM(0).GetTrans();
       turn.NoTrans();
-      GraphicsWindow color;
-      color.setColor(LINE_COLOR, UnpackColor(kTypePalette[size_t(t % 26)]));
-      color.marker({}, DOT_MRKR);
-      const auto add = [&](const Point3& at) { all.push_back({at, color.Dots()[0].rgba}); };
-      if (mode == kShowDot) add(m.GetTrans());
-      if (mode == kShowDot) continue;
+      const auto rgba = GraphicsWindow::PackedColor(UnpackColor(kTypePalette[size_t(t % 26)]));
+      if (mode == kShowDot) all.push_back({m.GetTrans(), rgba});
       int s = 0;
       for (int k = 0; k < t; ++k) s += b.GetInt(Geo_PointCount, 0, k);
       const int n = b.GetInt(Geo_PointCount, 0, t);
       const double end = n > 25 ? (n - 10) / 99.0 * (b.GetInt(PointCloud) - 1) + 10 : n;
-      for (int i = 0; i < end - 1e-3; ++i)
-        add((b.GetPoint3(Geo_Points, 0, s + i) * turn - offset) * m);
+      for (int i = 0; mode == kShowCloud && i < end - 1e-3; ++i)
+        all.push_back({(b.GetPoint3(Geo_Points, 0, s + i) * turn - offset) * m, rgba});
     }
     return all;
+  }
+  Box3 Local() {
+    Box3 box;
+    object->GetLocalBoundBox(0, node, nullptr, box);
+    return box;
+  }
+  /// The estimated box, placement by placement and row by row.
+  Box3 PlainBounds() {
+    const IParamBlock2& b = Block();
+    const Matrix3 tm = node->GetObjectTM(0);
+    Box3 box = TransformCorners(object->mesh.getBoundingBox(), tm);
+    const Point3 center = box.IsEmpty() ? tm.GetTrans() : box.Center();
+    const auto range = [&](int low, int slot) {
+      const float a = b.GetFloat(ParamID(low), 0, slot);
+      return std::minmax({a, b.GetInt(11, 0, slot) ? b.GetFloat(ParamID(low + 1), 0, slot) : a});
+    };
+    const auto scale = [&](int r) { return range(b.GetInt(62, 0, r) ? 16 : 65, r).second * 0.01f; };
+    float extra = 0.01f;
+    for (int r = 1; r <= D().TypeCount(); ++r) extra = std::max(extra, scale(r) - 1);
+    const float margin = 0.01f + scale(0) + extra;
+    for (int p = 0; p < D().PlacementCount(); ++p) {
+      INode* source = b.GetINode(Geo_Nodes, 0, b.GetInt(Ins_Type, 0, p));
+      Matrix3 turn = source->GetNodeTM(0);
+      turn.NoTrans();
+      const Box3 of = TransformCorners(EvalMesh(source, 0).mesh->getBoundingBox(), turn);
+      const Point3 at = b.GetPoint3(Ins_Pos, 0, p);
+      box += at + of.pmin * margin, box += at + of.pmax * margin;
+    }
+    box.pmin -= center, box.pmax -= center;
+    for (int slot = 0; slot <= D().TypeCount(); ++slot) {
+      const auto [low, high] = range(12, slot);
+      box.pmax.z += std::max(high, 0.0f), box.pmin.z += std::min(low, 0.0f);
+    }
+    return box;
   }
 
   Draws draw;
   ViewExp view = ViewExp::Orthographic({0, 0, 100}, {0, 0, 0}, 100, 100, 100);
 };
+
+void ExpectNear(const Box3& a, const Point3& lower, const Point3& upper) {
+  EXPECT_LT(Apart(a.pmin, lower) + Apart(a.pmax, upper), 2e-4);
+}
 
 Drawn Found(const GraphicsWindow& gw) {
   Drawn all;
@@ -105,13 +138,11 @@ TEST(LightDisplay, DrawsTheDotsThatThePlainChainGives) {
 TEST(LightDisplay, ABoxStandsOnItsPlacementTurnedAndScaledAsItsSource) {
   LightScene s(0, 0, 1);
   INode* source = s.AddBox(L"box", 2, 4, 6);
-  s.AddAsType(source);
+  s.AddAsType(source), source->SetObjectOffset(TransMatrix({7, 8, 9}));
   source->SetNodeTM(0, {{0, 2, 0}, {-1, 0, 0}, {0, 0, 1}, {50, 60, 70}});
-  source->SetObjectOffset(TransMatrix({7, 8, 9}));
   s.Set(Geo_BoxMin, Point3(-1, -2, -3)), s.Set(Geo_BoxMax, Point3(1, 2, 3));
-  s.AppendPlacements({{{10, 20, 30}}});
+  s.AppendPlacements({{{10, 20, 30}}}), s.node->SetNodeTM(0, TransMatrix({1, 1, 1}));
   s.Set(Tr_ZPos_Min, 5.0f, 1), s.Set(Tr_ZScale_Min, 200.0f, 0), s.Set(Tr_Unify, 0, 0);
-  s.node->SetNodeTM(0, TransMatrix({1, 1, 1}));
   Box3 box;
   for (const auto& v : s.Redraw(kShowBox).Lines()) box += v.at;
   // Its floor lies at (7, 8, 6) from the pivot: turned (-8, 14, 6), and grown upward.
@@ -121,12 +152,8 @@ TEST(LightDisplay, ABoxStandsOnItsPlacementTurnedAndScaledAsItsSource) {
 
 TEST(LightDisplay, CloudsThinOutFromAllToTen) {
   // 99 steps from 10 samples to all; what is begun counts.
-  const int expected[][4] = {{0, 0, 0, 0},     {10, 10, 10, 10},  {25, 25, 25, 25},
-                             {26, 10, 16, 18}, {100, 10, 40, 55}, {3000, 10, 1007, 1490}};
-  for (const auto& [samples, one, third, half] : expected) {
-    EXPECT_TRUE(CloudPoints(samples, 1) == one && CloudPoints(samples, 34) == third) << samples;
-    EXPECT_EQ(CloudPoints(samples, 50), half) << samples;
-  }
+  const int expected[][3] = {{25, 1, 25}, {26, 1, 10}, {26, 50, 18}, {3000, 34, 1007}};
+  for (const auto& [all, percent, some] : expected) EXPECT_EQ(CloudPoints(all, percent), some);
   for (int samples = 0; samples <= 3000; ++samples) ASSERT_EQ(CloudPoints(samples, 100), samples);
 }
 
@@ -156,11 +183,10 @@ TEST(LightDisplay, WhatIsDrawnIsHitAndNothingIsBesideIt) {
 TEST(LightDisplay, TheMarkerIsHitInsideItsFacesAndADeadViewGivesNothing) {
   LightScene s(0, 0, 1);
   s.Set(Logo_size, 20.0f), s.D().RefreshObject();
-  const Mesh& logo = s.object->mesh;
-  const Face& f = logo.faces[0];
+  const auto& v = s.object->mesh.verts;
+  const auto& f = s.object->mesh.faces[0].v;
   double x, y;
-  s.view.ProjectToScreen((logo.verts[f.v[0]] + logo.verts[f.v[1]] + logo.verts[f.v[2]]) * 0.3333f,
-                         x, y);
+  s.view.ProjectToScreen((v[f[0]] + v[f[1]] + v[f[2]]) * 0.3333f, x, y);
   EXPECT_TRUE(s.Hit(HITTYPE_POINT, {{int(x), int(y)}}) && !s.Hit(HITTYPE_POINT, {{3, 3}}));
   EXPECT_FALSE(s.Hit(HITTYPE_RECT, {{0, 0}, {50, 99}})) << "half of it";
   INode* camera = s.AddNode(L"eye", new CameraObject);
@@ -169,33 +195,60 @@ TEST(LightDisplay, TheMarkerIsHitInsideItsFacesAndADeadViewGivesNothing) {
   EXPECT_EQ(s.Hit(HITTYPE_POINT, {{50, 50}}) + s.object->Display(0, s.node, &s.view, 0), 0);
 }
 
-TEST(LightDisplay, ARedrawInTheMiddleOfAChangeDrawsOnlyTablesThatAgree) {
+TEST(LightDisplay, DrawsOnlyTablesThatAgreeAndSaysThatAFileIsMissing) {
   LightScene s(2, 40, 3);
   const size_t all = s.Redraw(kShowCloud).Dots().size();
   s.D().SetListReady(0);
   EXPECT_EQ(s.Redraw(kShowCloud).Dots().size(), all) << "as while a control is dragged";
-  s.Block().Delete(Ins_Normal, 39, 1);
-  Box3 box;
-  s.object->GetLocalBoundBox(0, s.node, &s.view, box);
-  EXPECT_TRUE(s.Redraw(kShowCloud).Dots().empty() && box.IsEmpty());
-}
-
-TEST(LightDisplay, SaysInTheViewThatAFileIsMissing) {
-  LightScene s(1, 3, 4);
-  EXPECT_TRUE(s.Redraw(kShowDot).Texts().empty());
+  EXPECT_TRUE(s.view.getGW()->Texts().empty());
   s.object->proxyFilesFound = 0;
   for (const int mode : {kShowDot, kShowPyramid}) {
     const auto& texts = s.Redraw(mode).Texts();
     ASSERT_TRUE(texts.size() == 1 && texts[0].text == L"Cannot find external file !");
     EXPECT_TRUE((texts[0].rgba & 0xFFFFFF) == 0xFF && texts[0].at == Point3(0, 0, 0));
   }
+  s.Block().Delete(Ins_Normal, 39, 1);
+  EXPECT_TRUE(s.Redraw(kShowCloud).Dots().empty() && s.Local().IsEmpty());
+}
+
+TEST(Bounds, ByHand) {
+  LightScene s(0, 0, 1);
+  s.Set(Logo_size, 10.0f), s.Set(Show_Logo, 1), s.Set(Display_Mode, 1);
+  s.Set(Tr_ZPos_Min, -4.0f), s.node->SetNodeTM(0, TransMatrix({5, 6, 7}));
+  const Box3 logo = s.object->mesh.getBoundingBox();
+  ExpectNear(s.Local(), logo.pmin - logo.Center() - Point3(0, 0, 4), logo.pmax - logo.Center());
+
+  s.AddAsType(s.AddBox(L"box", 2, 4, 6, {50, 60, 70}));
+  s.AppendPlacements({{{15, 6, 7}}, {{-15, 11, 107}}});
+  s.Set(Show_Logo, 0), s.Set(Tr_ZPos_Min, 0.0f), s.Set(Display_Mode, 4);
+  ExpectNear(s.Local(), {-21, -2, 0}, {11, 7, 106});  // of the pyramids, seen from the node
+  // All scales at 100 leave 2 percent to spare.
+  s.Set(Display_Mode, 2), s.Set(Display_Type, 7);
+  ExpectNear(s.Local(), {-21.02f, -2.04f, 0}, {11.02f, 7.04f, 106.12f});
+  // Offsets of rows add; the negative one takes nothing off the top.
+  s.Set(Tr_ZPos_Min, 3.0f, 0), s.Set(Tr_ZPos_Min, -2.0f, 1), s.Set(Tr_ZPos_Max, 50.0f, 1);
+  ExpectNear(s.Local(), {-21.02f, -2.04f, -2}, {11.02f, 7.04f, 109.12f});
+  s.Set(Tr_Random, 1, 1);
+  ExpectNear(s.Local(), {-21.02f, -2.04f, -2}, {11.02f, 7.04f, 159.12f});
+}
+
+TEST(Bounds, TheEstimateIsThatOfAllPlacementsOneByOne) {
+  for (std::uint32_t seed = 1; seed <= 20; ++seed) {
+    LightScene s(3, int(seed) * 7, seed);
+    s.node->SetNodeTM(0, s.Turned()), s.node->SetObjectOffset(TransMatrix({1, 2, 3}));
+    s.Set(Show_Logo, int(seed % 2)), s.Set(Display_Mode, int(seed % 4));
+    EXPECT_EQ(s.Local(), s.PlainBounds()) << seed;
+    Box3 world;
+    s.object->GetWorldBoundBox(0, s.node, nullptr, world);
+    EXPECT_EQ(world, TransformCorners(s.Local(), s.node->GetObjectTM(0)));
+  }
 }
 
 TEST(DisplayItems, AnEmptyMeshIsRefreshedOnceAndHasNone) {
   LightScene s(1, 3, 4);
   UpdateDisplayContext context{0, &s.view};
+  UpdateNodeContext ofNode(s.node);
   const auto items = [&] {
-    UpdateNodeContext ofNode(s.node);
     RenderItemContainer container;
     s.object->UpdatePerNodeItems(context, ofNode, container);
     return container.Items().size();

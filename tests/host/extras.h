@@ -1,7 +1,12 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <array>
 #include <functional>
 
+#include "host/host.h"
+#include "host/scene/primitives.h"
 #include "host/scene/simpleobject.h"
 #include "host/viewport/viewexp.h"
 
@@ -9,7 +14,9 @@
 class Extras : public SimpleObject2 {
  public:
   using Draw = std::function<void(GraphicsWindow& gw)>;
-  explicit Extras(Draw draw) : draw_(std::move(draw)) {}
+  /// `items` is called when the node's items are asked for.
+  explicit Extras(Draw draw, std::function<void()> items = nullptr)
+      : draw_(std::move(draw)), items_(std::move(items)) {}
   Class_ID ClassID() const override { return {0x5e57, 1}; }
   void GetClassName(WStr& name) const override { name = L"Extras"; }
   const wchar_t* GetObjectName() override { return L"Extras"; }
@@ -20,7 +27,45 @@ class Extras : public SimpleObject2 {
     draw_(*view->getGW());
     return 1;
   }
+  bool UpdatePerNodeItems(UpdateDisplayContext& context, UpdateNodeContext& node,
+                          RenderItemContainer& container) override {
+    if (items_) items_();
+    return SimpleObject2::UpdatePerNodeItems(context, node, container);
+  }
 
  private:
   Draw draw_;
+  std::function<void()> items_;
+};
+
+/// Sees `wide` units of the XY plane, the origin in the middle, +Y up; X is mirrored from below.
+inline ViewExp FlatView(float wide = 100, int width = 100, int height = 100, float z = 9) {
+  return ViewExp::Orthographic({0, 0, z}, {0, 0, 0}, wide, width, height);
+}
+/// Along +Y; left and right, up and down lie at -1 and 1 at depth 1, at 50 pixels a unit.
+inline ViewExp SquareView() {
+  return ViewExp::Perspective({0, 0, 0}, {0, 1, 0}, 1.5707964f, 100, 100);
+}
+
+inline std::array<Point3, 4> Square(const Point3& p, float half) {
+  return {p + Point3(-half, -half, 0), p + Point3(half, -half, 0), p + Point3(half, half, 0),
+          p + Point3(-half, half, 0)};
+}
+
+class Staged : public testing::Test {
+ protected:
+  INode* Add(Object* object, const Point3& at = {0, 0, 0},
+             ColorRef color = PackColor(220, 30, 30)) {
+    INode* node = ip_.CreateObjectNode(object);
+    node->SetNodeTM(0, TransMatrix(at));
+    node->SetWireColor(color);
+    return node;
+  }
+  INode* Plane(const Point3& middle, float side, int segments = 1, ColorRef color = 0) {
+    auto* plane = new PlaneObject;
+    plane->SetSize(side, side, segments, segments);
+    return Add(plane, middle, color);
+  }
+  host::Host host_;
+  Interface& ip_ = host_.Services();
 };

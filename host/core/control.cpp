@@ -2,8 +2,8 @@
 
 #include <cmath>
 
-#include "host/math/quat.h"
 #include "host/core/builtinclass.h"
+#include "host/math/quat.h"
 
 namespace host {
 

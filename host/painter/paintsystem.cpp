@@ -5,12 +5,12 @@
 #include <exception>
 #include <random>
 
+#include "host/core/builtinclass.h"
 #include "host/core/notify.h"
 #include "host/interface.h"
 #include "host/math/elementary.h"
 #include "host/painter/painterinterface.h"
 #include "host/painter/raycaster.h"
-#include "host/core/builtinclass.h"
 
 namespace host {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "host/core/builtinclass.h"
 #include "host/core/classdesc.h"
 #include "host/core/hold.h"
-#include "host/core/builtinclass.h"
 
 void StdMtl::SetDiffuse(const Color& c, TimeValue) {
   RecordValue(this, &diffuse_);

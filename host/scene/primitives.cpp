@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "host/math/elementary.h"
 #include "host/core/builtinclass.h"
+#include "host/math/elementary.h"
 
 namespace {
 

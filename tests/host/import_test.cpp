@@ -1,6 +1,7 @@
 #include "host/io/import.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstring>
@@ -97,7 +98,8 @@ class Import : public testing::Test {
 
   host::Host host_;
   Interface& ip_ = host_.Services();
-  const fs::path folder_ = fs::path(testing::TempDir()) / "import_test";
+  const fs::path folder_ =
+      fs::path(testing::TempDir()) / ("import_test_" + std::to_string(getpid()));
   std::string error_;
 };
 

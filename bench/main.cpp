@@ -131,6 +131,7 @@ int main(int argc, char** argv) {
   bench::AddLightRows();
   bench::AddPaintRows();
   bench::AddUndoRows();
+  bench::AddProxyRows();
   bench::Medians medians;
   benchmark::RunSpecifiedBenchmarks(&medians);
   bench::Print(medians);

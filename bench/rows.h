@@ -34,5 +34,6 @@ void AddDisplayRows();
 void AddLightRows();
 void AddPaintRows();
 void AddUndoRows();
+void AddProxyRows();
 
 }  // namespace bench

@@ -1,5 +1,7 @@
 #include <malloc.h>
 
+#include <algorithm>
+
 #include "bench/painted.h"
 #include "bench/rows.h"
 
@@ -54,10 +56,39 @@ void TwoRebuilds(benchmark::State& state) {
   scene.Set(Display_Mode, 0);
 }
 
+// One of 20 types, the one in the middle: a twentieth of the placements goes, half of the others
+// get a lower type.
+void DeleteType(benchmark::State& state) {
+  Painted& scene = SceneOf(kMillion, 20);
+  for (auto _ : state) {
+    scene.object->distribution.lists.SelectObjectRows({10});
+    if (DeleteSelectedTypes(scene.object->distribution) != 1)
+      return state.SkipWithError("no type was deleted");
+    state.PauseTiming();
+    scene.host.Undo().Undo();
+    state.ResumeTiming();
+  }
+}
+
+// Each of the five tables read and written once.
+void OnePass(benchmark::State& state) {
+  const IParamBlock2& b = SceneOf(kMillion, 20).Block();
+  std::vector<Point3> points(kMillion);
+  std::vector<int> numbers(kMillion);
+  for (auto _ : state) {
+    for (const Param id : {Ins_Pos, Ins_Normal})
+      std::copy_n(b.Points(id).data(), kMillion, points.data());
+    for (const Param id : {Ins_Type, Ins_Rand, Ins_AnimRand})
+      std::copy_n(b.Ints(id).data(), kMillion, numbers.data());
+    benchmark::ClobberMemory();
+  }
+}
+
 }  // namespace
 
 void AddUndoRows() {
   AddFigure("undo step of a stroke of 1,000 on 1,000,000", "KB", StepKilobytes, AtMost(200));
+  AddRow("one of 20 types of 1,000,000 deleted", DeleteType, "the five tables copied", OnePass);
   AddRow("its undo and redo, pyramids", UndoRedo, "two rebuilds", TwoRebuilds);
 }
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes the seeds of the import fuzz targets into the folder corpus beside this script."""
+"""Writes the seeds of the fuzz targets into the folder corpus beside this script."""
 
 import base64
 import json
@@ -133,8 +133,34 @@ def job_seeds():
     yield "broken.json", '{"steps": [{"do": "stats", "do": "\\u00e9\\n"},'
 
 
+def mokset_seeds():
+    """A square of two triangles in all generations, with and without texture."""
+    points = struct.pack("<12f", 0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0)
+    for generation, textured in ((1, False), (1, True), (2, True), (3, False), (3, True)):
+        times = 1 if generation == 1 else 7
+        index = "q" if generation == 3 else "f"
+        wide = "q" if generation == 3 else "i"
+        data = {1: b"", 2: b"Vorn_MoksetV0.5", 3: b"Vorn_MoksetV0.6"}[generation]
+        data += struct.pack("<6f", 1, 1, 0, 0, 0, 0)
+        data += struct.pack("<i", 5) if generation == 3 else b""
+        data += struct.pack("<i", 4) + points
+        data += struct.pack("<i", 4) + points if textured else bytes(4)
+        data += struct.pack("<i", times) if generation > 1 else b""
+        data += struct.pack("<i2" + wide, 2 * times, 3 * times, times)
+        data += bytes(12) + b"0123456789ABCDEF" * 16 + bytes(4) if generation > 1 else b""
+        data += struct.pack("<" + wide, 2 * times)
+        for a, b, c in ((0, 1, 2), (2, 3, 0)):
+            data += struct.pack("<3" + index, a * times, b * times, c * times)
+            data += struct.pack("<3i" if generation == 3 else "<3f", 1, 2, 0)
+            data += struct.pack("<2i", 3 * times, c * times)
+        if textured:
+            data += struct.pack("<6i" if generation == 3 else "<6f", 0, 1, 2, 2, 3, 0)
+        yield f"generation{generation}{'_textured' if textured else ''}.Vorn", data
+
+
 def main():
     targets = (
+        ("mokset_fuzz", mokset_seeds()),
         ("gltf_import_fuzz", gltf_seeds()),
         ("obj_import_fuzz", obj_seeds()),
         ("plan_stream_fuzz", plan_seeds()),

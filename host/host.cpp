@@ -4,7 +4,9 @@
 
 #include "host/painter/paintsystem.h"
 #include "host/scene/animatedmesh.h"
+#include "host/scene/modifier.h"
 #include "host/scene/primitives.h"
+#include "host/scene/proxyobjects.h"
 #include "host/scene/triobject.h"
 
 namespace {
@@ -18,6 +20,26 @@ int GetTicksPerFrame() { return 160; }
 void GetMasterUnitInfo(int* type, float* scale) {
   *type = GetCOREInterface()->MasterUnitType();
   *scale = GetCOREInterface()->MasterUnitScale();
+}
+
+double MetresPer(UnitType unit) {
+  switch (unit) {
+    case UNITS_INCHES:
+      return 0.0254;
+    case UNITS_FEET:
+      return 0.3048;
+    case UNITS_MILES:
+      return 1609.344;
+    case UNITS_MILLIMETERS:
+      return 0.001;
+    case UNITS_CENTIMETERS:
+      return 0.01;
+    case UNITS_METERS:
+      return 1;
+    case UNITS_KILOMETERS:
+      return 1000;
+  }
+  return 1;
 }
 
 Interface* GetCOREInterface() { return inForce; }
@@ -63,6 +85,8 @@ Host::Host() : before_(inForce) {
   RegisterPrimitiveClasses(core_->classes);
   RegisterControlClasses(core_->classes);
   RegisterAnimatedMeshClass(core_->classes);
+  RegisterProxyClasses(core_->classes);
+  RegisterModifierClasses(core_->classes);
   RegisterPaintSystem(core_->classes);
 }
 

@@ -20,6 +20,7 @@ enum UnitType : int {
   UNITS_METERS,
   UNITS_KILOMETERS
 };
+double MetresPer(UnitType unit);
 /// Scene units are `scale` times the unit named by `type`.
 void GetMasterUnitInfo(int* type, float* scale);
 
@@ -47,6 +48,11 @@ class Interface {
   void DeleteNodes(std::span<INode* const> nodes, bool redraw);
   ILayerManager& GetLayerManager() { return scene_->Layers(); }
   Scene& GetScene() { return *scene_; }
+  /// Puts another scene in the place of the present one, which comes back. Tells nobody.
+  std::unique_ptr<Scene> ExchangeScene(std::unique_ptr<Scene> scene) {
+    scene_.swap(scene);
+    return scene;
+  }
 
   /// May be null.
   ViewExp* GetActiveViewExp() const { return views_.Active(); }

@@ -7,7 +7,9 @@
 #include <iostream>
 #include <ostream>
 
+#include "studio/files.h"
 #include "studio/job/steptable.h"
+#include "studio/mokset.h"
 #include "studio/run.h"
 
 namespace studio {
@@ -52,6 +54,8 @@ int RunCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
   CLI::App* steps = app.add_subcommand("steps", "Lists the steps that a job can hold");
   steps->add_option("name", step, "tell the fields of this step");
   steps->add_flag("--markdown", markdown, "all steps and fields as the tables of docs/jobs.md");
+  const MoksetCommand mokset(app);
+  const FileCommands files(app);
 
   try {
     app.parse(argc, argv);
@@ -59,6 +63,8 @@ int RunCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     return app.exit(e, out, err) == 0 ? 0 : 2;
   }
   if (steps->parsed()) return ShowSteps(step, markdown, out, err);
+  if (mokset.Parsed()) return mokset.Run(out, err);
+  if (files.Parsed()) return files.Run(out, err);
   options.progress = !options.quiet && &err == &std::cerr && isatty(STDERR_FILENO) != 0;
   return RunJob(job, options, out, err);
 }

@@ -92,6 +92,7 @@ class TransformControl final : public Control {
                  const host::Track* scale);
 
  private:
+  friend struct host::SceneAccess;
   struct State {
     Matrix3 still;  // all there is without keys
     Matrix3 before, after;

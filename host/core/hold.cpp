@@ -152,13 +152,21 @@ void Hold::Restore(Step& step, Way way) {
 }
 
 void Hold::SendMessages(const std::vector<ReferenceTarget*>& elements,
-                        const std::vector<const TableRecord*>& tables, Way way) {
+                        std::vector<const TableRecord*> tables, Way way) {
+  if (way == Way::Redo) std::reverse(tables.begin(), tables.end());
+  std::vector<TableKey> keys;
+  for (const TableRecord* t : tables) keys.push_back(t->Key());
+  const std::vector<TableKey> outer = std::exchange(untold_, std::move(keys));
   for (ReferenceTarget* e : elements) e->NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
-  if (way == Way::Undo) {
-    for (size_t i = tables.size(); i-- > 0;) tables[i]->SendChange();
-  } else {
-    for (const TableRecord* t : tables) t->SendChange();
+  for (size_t i = tables.size(); i-- > 0;) {
+    untold_.pop_back();
+    tables[i]->SendChange();
   }
+  untold_ = outer;
+}
+
+bool Hold::WillTell(const TableKey& table) const {
+  return std::find(untold_.begin(), untold_.end(), table) != untold_.end();
 }
 
 std::vector<WStr> Hold::UndoNames() const {

@@ -85,6 +85,8 @@ class Hold {
   bool Holding() const { return depth_ > 0 && restoring_ == 0 && suspended_ == 0; }
   /// 1 while an undo (or a cancel) runs, 4 while a redo runs, else 0.
   int RestoreOrRedoing() const { return restoring_; }
+  /// While the messages of a restored step are sent: whether that of this table is still to come.
+  bool WillTell(const TableKey& table) const;
 
   /// Both false when there is nothing to take back, a step is open, or one is being restored.
   bool Undo();
@@ -121,8 +123,8 @@ class Hold {
   enum class Way { Undo, Redo };
 
   void Restore(Step& step, Way way);
-  static void SendMessages(const std::vector<ReferenceTarget*>& elements,
-                           const std::vector<const TableRecord*>& tables, Way way);
+  void SendMessages(const std::vector<ReferenceTarget*>& elements,
+                    std::vector<const TableRecord*> tables, Way way);
   bool TakeIntoOpen(std::unique_ptr<TableRecord>& record);
   void TakeIntoSteps(std::unique_ptr<TableRecord> record);
   void DropWipedOut(Step& step);
@@ -133,6 +135,7 @@ class Hold {
   std::vector<Mark> marks_;  // one per Begin
   int depth_ = 0;
   int restoring_ = 0;
+  std::vector<TableKey> untold_;  // of the step that is restored, the next one last
   int suspended_ = 0;
   std::uint64_t lastPair_ = 0;
 };

@@ -421,6 +421,7 @@ void IParamBlock2::DeleteAllRefsFromMe() {
 
 ReferenceTarget* IParamBlock2::Clone(RemapDir& remap) {
   auto* copy = new IParamBlock2(*desc_, nullptr);
+  copy->undeclared_ = undeclared_;
   for (size_t i = 0; i < tables_.size(); ++i) {
     copy->tables_[i].values = tables_[i].values;
     copy->tables_[i].control = static_cast<FloatControl*>(remap.CloneRef(tables_[i].control));

@@ -13,6 +13,9 @@
 
 class INode;
 class Mtl;
+namespace host {
+class KeptValues;
+}
 
 // Nodes and materials as the reference system sees them; the scene knows how.
 ReferenceTarget* TargetOf(INode* node);
@@ -122,6 +125,12 @@ class IParamBlock2 : public ReferenceTarget {
   ReferenceTarget* Clone(RemapDir& remap) override;
   void SetOwner(ReferenceTarget* owner) { owner_ = owner; }
 
+  /// What a scene file held for this block under ids that aren't declared: it is written back.
+  void SetUndeclared(std::shared_ptr<const host::KeptValues> kept) {
+    undeclared_ = std::move(kept);
+  }
+  const std::shared_ptr<const host::KeptValues>& Undeclared() const { return undeclared_; }
+
   // For the host's deletion of nodes. NullEntries makes the entries of `target` null and gives the
   // ids of their parameters; SendNulled tells the owner, once a parameter.
   std::vector<ParamID> NullEntries(ReferenceTarget* target);
@@ -161,6 +170,7 @@ class IParamBlock2 : public ReferenceTarget {
   ReferenceTarget* owner_;
   std::vector<Table> tables_;                      // in the order of the descriptor
   std::vector<const ReferenceTarget*> passingOn_;  // whose change is being told, innermost last
+  std::shared_ptr<const host::KeptValues> undeclared_;
   ParamID lastId_ = -1;
   int lastIndex_ = -1;
 };

@@ -16,6 +16,8 @@ inline Interval Overlap(const Interval& a, const Interval& b) {
 
 namespace host {
 
+struct SceneAccess;  // of scene files, which keep all that there is
+
 /// How values between two keys come about. Cubic is glTF's spline: each key holds the tangent that
 /// comes in, the value and the tangent that goes out, tangents per second.
 enum class KeyShape : std::uint8_t { Step, Linear, Cubic };
@@ -58,6 +60,7 @@ class Track {
   void RotationAt(TimeValue t, double* out, Interval& valid) const;
 
  private:
+  friend struct SceneAccess;
   size_t Stride() const { return Width() * (shape_ == KeyShape::Cubic ? 3 : 1); }
   size_t Middle() const { return shape_ == KeyShape::Cubic ? Width() : 0; }
   const float* Value(size_t key) const { return &values_[key * Stride() + Middle()]; }

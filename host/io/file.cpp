@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -25,6 +26,7 @@ class Descriptor {
   }
   int Get() const { return fd_; }
   explicit operator bool() const { return fd_ >= 0; }
+  void Take(int fd) { fd_ = fd; }
   /// False with errno set if the file system reports a late failure.
   bool Close() { return ::close(std::exchange(fd_, -1)) == 0; }
 
@@ -35,15 +37,6 @@ class Descriptor {
 std::string Because(const std::string& what, const std::string& path, int code) {
   return what + " \"" + path + "\": " + std::strerror(code);
 }
-
-// Removes the neighbour unless it was renamed.
-struct Neighbour {
-  std::string path;
-  bool there = false;
-  ~Neighbour() {
-    if (there) ::unlink(path.c_str());
-  }
-};
 
 // The mask can only be read by setting it.
 mode_t NewFileMode() {
@@ -58,6 +51,24 @@ bool SyncFolder(const std::string& folder) {
   return fd && (::fsync(fd.Get()) == 0 || errno == EINVAL);
 }
 
+// Gives -1 and the reason on failure.
+int OpenRegular(const std::string& path, size_t& size, std::string& error) {
+  // Without O_NONBLOCK opening a pipe would wait for its writer.
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  struct stat info {};
+  if (fd < 0 || ::fstat(fd, &info) != 0) {
+    error = Because("cannot read", path, errno);
+  } else if (!S_ISREG(info.st_mode)) {
+    error = "cannot read \"" + path + "\": it is " +
+            (S_ISDIR(info.st_mode) ? "a folder" : "not a regular file");
+  } else {
+    size = size_t(info.st_size);
+    return fd;
+  }
+  if (fd >= 0) ::close(fd);
+  return -1;
+}
+
 }  // namespace
 
 bool WriteAll(int fd, std::span<const std::byte> bytes) {
@@ -70,50 +81,124 @@ bool WriteAll(int fd, std::span<const std::byte> bytes) {
   return true;
 }
 
+struct SafeFile::State {
+  std::filesystem::path target;
+  std::string folder, neighbour;
+  mode_t mode = 0;
+  bool old = false;    // there is a file to replace
+  bool there = false;  // the neighbour exists under its own name
+  Descriptor fd{-1};
+  ~State() {
+    if (there) ::unlink(neighbour.c_str());
+  }
+};
+
+SafeFile::SafeFile(std::string path) : path_(std::move(path)), state_(std::make_unique<State>()) {}
+
+SafeFile::~SafeFile() = default;
+
+bool SafeFile::Fail(int code, const char* what) {
+  error_ = Because(what, path_, code);
+  return false;
+}
+
+bool SafeFile::Open() {
+  State& s = *state_;
+  std::error_code code;
+  s.target = path_;
+  if (std::filesystem::is_symlink(s.target, code)) {
+    s.target = std::filesystem::weakly_canonical(s.target, code);
+    if (code) return Fail(code.value());
+  }
+  s.mode = NewFileMode();
+  struct stat old {};
+  if (::stat(s.target.c_str(), &old) == 0) {
+    if (!S_ISREG(old.st_mode))
+      return error_ = "cannot write \"" + path_ + "\": it is not a regular file", false;
+    s.mode = old.st_mode & 07777;
+    s.old = true;
+  }
+  s.folder = s.target.has_parent_path() ? s.target.parent_path().string() : ".";
+  s.neighbour = s.folder + "/." + s.target.filename().string() + ".XXXXXX";
+  s.fd.Take(::mkostemp(s.neighbour.data(), O_CLOEXEC));
+  if (!s.fd) return Fail(errno);
+  s.there = true;
+  return true;
+}
+
+bool SafeFile::Write(std::span<const std::byte> bytes) {
+  return WriteAll(state_->fd.Get(), bytes) || Fail(errno);
+}
+
+// A second name for the old file, made aside and renamed, so that there is always a whole backup.
+bool SafeFile::KeepOld() {
+  const State& s = *state_;
+  const std::string aside = s.neighbour + ".bak", backup = s.target.string() + ".bak";
+  if (::link(s.target.c_str(), aside.c_str()) != 0) return false;
+  if (::rename(aside.c_str(), backup.c_str()) == 0) {
+    ::unlink(aside.c_str());  // still there if the backup was this very file
+    return true;
+  }
+  const int code = errno;
+  ::unlink(aside.c_str());
+  errno = code;
+  return false;
+}
+
+bool SafeFile::Commit(bool backup) {
+  State& s = *state_;
+  if (::fchmod(s.fd.Get(), s.mode) != 0 || ::fsync(s.fd.Get()) != 0 || !s.fd.Close())
+    return Fail(errno);
+  if (backup && s.old && !KeepOld()) return Fail(errno, "cannot keep a backup of");
+  if (::rename(s.neighbour.c_str(), s.target.c_str()) != 0) return Fail(errno);
+  s.there = false;
+  return SyncFolder(s.folder) || Fail(errno, "wrote, but cannot make permanent");
+}
+
 bool WriteFileSafely(const std::string& path, std::span<const std::byte> bytes,
                      std::string& error) {
-  std::error_code code;
-  std::filesystem::path target(path);
-  if (std::filesystem::is_symlink(target, code)) {
-    target = std::filesystem::weakly_canonical(target, code);
-    if (code) return error = Because("cannot write", path, code.value()), false;
-  }
-  mode_t mode = NewFileMode();
-  struct stat old {};
-  if (::stat(target.c_str(), &old) == 0) {
-    if (!S_ISREG(old.st_mode))
-      return error = "cannot write \"" + path + "\": it is not a regular file", false;
-    mode = old.st_mode & 07777;
-  }
-  const std::string folder = target.has_parent_path() ? target.parent_path().string() : ".";
-  Neighbour neighbour{folder + "/." + target.filename().string() + ".XXXXXX"};
+  SafeFile file(path);
+  const bool written = file.Open() && file.Write(bytes) && file.Commit();
+  if (!written) error = file.Error();
+  return written;
+}
 
-  Descriptor fd(::mkostemp(neighbour.path.data(), O_CLOEXEC));
-  if (!fd) return error = Because("cannot write", path, errno), false;
-  neighbour.there = true;
-  if (!WriteAll(fd.Get(), bytes) || ::fchmod(fd.Get(), mode) != 0 || ::fsync(fd.Get()) != 0 ||
-      !fd.Close() || ::rename(neighbour.path.c_str(), target.c_str()) != 0)
-    return error = Because("cannot write", path, errno), false;
-  neighbour.there = false;
-  if (!SyncFolder(folder))
-    return error = Because("wrote, but cannot make permanent", path, errno), false;
+bool MemorySource::Read(size_t offset, std::span<std::byte> bytes) const {
+  errno = 0;
+  if (offset > bytes_.size() || bytes.size() > bytes_.size() - offset) return false;
+  std::copy_n(bytes_.begin() + long(offset), bytes.size(), bytes.begin());
+  return true;
+}
+
+FileSource::~FileSource() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+bool FileSource::Open(const std::string& path, std::string& error) {
+  fd_ = OpenRegular(path, size_, error);
+  return fd_ >= 0;
+}
+
+bool FileSource::Read(size_t offset, std::span<std::byte> bytes) const {
+  while (!bytes.empty()) {
+    const ssize_t n = ::pread(fd_, bytes.data(), bytes.size(), off_t(offset));
+    if (n < 0 && errno == EINTR) continue;
+    if (n == 0) errno = 0;
+    if (n <= 0) return false;
+    bytes = bytes.subspan(size_t(n));
+    offset += size_t(n);
+  }
   return true;
 }
 
 bool ReadFile(const std::string& path, std::vector<std::byte>& bytes, std::string& error) {
-  // Without O_NONBLOCK opening a pipe would wait for its writer.
-  const Descriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  struct stat info {};
-  if (!fd || ::fstat(fd.Get(), &info) != 0)
-    return error = Because("cannot read", path, errno), false;
-  if (!S_ISREG(info.st_mode))
-    return error = "cannot read \"" + path + "\": it is " +
-                   (S_ISDIR(info.st_mode) ? "a folder" : "not a regular file"),
-           false;
+  size_t stated = 0;
+  const Descriptor fd(OpenRegular(path, stated, error));
+  if (!fd) return false;
   std::vector<std::byte> read;
   try {
     // One byte more than the file has: the read that meets the end needs room.
-    read.resize(size_t(info.st_size) + 1);
+    read.resize(stated + 1);
     size_t size = 0;
     while (true) {
       if (size == read.size()) read.resize(size * 2);
@@ -126,7 +211,7 @@ bool ReadFile(const std::string& path, std::vector<std::byte>& bytes, std::strin
     read.resize(size);
   } catch (const std::bad_alloc&) {
     return error = "cannot read \"" + path + "\": not enough memory for its " +
-                   std::to_string(info.st_size) + " bytes",
+                   std::to_string(stated) + " bytes",
            false;
   }
   bytes = std::move(read);

@@ -1,16 +1,78 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
 namespace host {
 
-/// Writes `bytes` to a temporary neighbour of `path`, syncs it, renames it into place and syncs the
-/// folder, so that a reader or a crash sees the old file or the new one and never a part. A link
-/// stays a link: the file that it points at is replaced. Permissions of an old file are kept. On
-/// failure the old file is untouched, no neighbour is left, and `error` names the path and reason.
+/// A file that is written piece by piece to a temporary neighbour and takes its place as a whole:
+/// a reader or a crash sees the old file or the new one and never a part. A link stays a link: the
+/// file that it points at is replaced. Permissions of an old file are kept. Destroyed before
+/// Commit, it leaves the old file and no neighbour.
+class SafeFile {
+ public:
+  explicit SafeFile(std::string path);
+  ~SafeFile();
+  SafeFile(const SafeFile&) = delete;
+  SafeFile& operator=(const SafeFile&) = delete;
+
+  // Each is false on failure, and Error() then names the path and the reason.
+  bool Open();
+  bool Write(std::span<const std::byte> bytes);
+  /// Syncs, renames into place and syncs the folder. With a backup the old file, if there is one,
+  /// stays beside the new one under its name with ".bak" behind it, in place of an older backup.
+  bool Commit(bool backup = false);
+  const std::string& Error() const { return error_; }
+
+ private:
+  struct State;
+  bool Fail(int code, const char* what = "cannot write");
+  bool KeepOld();
+  std::string path_, error_;
+  std::unique_ptr<State> state_;
+};
+
+/// Bytes that are read at any place.
+class ByteSource {
+ public:
+  virtual ~ByteSource() = default;
+  virtual size_t Size() const = 0;
+  /// False if there aren't as many bytes there (errno 0) or they can't be read (errno tells).
+  virtual bool Read(size_t offset, std::span<std::byte> bytes) const = 0;
+};
+
+class MemorySource : public ByteSource {
+ public:
+  /// The bytes stay the caller's.
+  explicit MemorySource(std::span<const std::byte> bytes) : bytes_(bytes) {}
+  size_t Size() const override { return bytes_.size(); }
+  bool Read(size_t offset, std::span<std::byte> bytes) const override;
+
+ private:
+  std::span<const std::byte> bytes_;
+};
+
+/// A regular file.
+class FileSource : public ByteSource {
+ public:
+  FileSource() = default;
+  ~FileSource() override;
+  FileSource(const FileSource&) = delete;
+  FileSource& operator=(const FileSource&) = delete;
+  /// Folders, pipes and devices are refused. On failure `error` names the path and the reason.
+  bool Open(const std::string& path, std::string& error);
+  size_t Size() const override { return size_; }
+  bool Read(size_t offset, std::span<std::byte> bytes) const override;
+
+ private:
+  int fd_ = -1;
+  size_t size_ = 0;
+};
+
+/// Writes all bytes of a file as SafeFile does. On failure `error` names the path and the reason.
 bool WriteFileSafely(const std::string& path, std::span<const std::byte> bytes, std::string& error);
 
 /// Reads a whole regular file; folders, pipes and devices are refused. On failure `bytes` is

@@ -42,26 +42,6 @@ std::string OneLine(const std::string& text) {
   return line;
 }
 
-double MetresPer(UnitType unit) {
-  switch (unit) {
-    case UNITS_INCHES:
-      return 0.0254;
-    case UNITS_FEET:
-      return 0.3048;
-    case UNITS_MILES:
-      return 1609.344;
-    case UNITS_MILLIMETERS:
-      return 0.001;
-    case UNITS_CENTIMETERS:
-      return 0.01;
-    case UNITS_METERS:
-      return 1;
-    case UNITS_KILOMETERS:
-      return 1000;
-  }
-  return 1;
-}
-
 bool IsUsable(const Matrix3& tm) {
   for (int i = 0; i < 4; ++i)
     if (!IsFinite(tm.GetRow(i))) return false;

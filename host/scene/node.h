@@ -10,6 +10,10 @@
 #include "host/scene/mtl.h"
 #include "host/scene/object.h"
 
+namespace host {
+struct SceneAccess;
+}
+
 /// A place in the scene: a name, a matrix under its parent, and the object that stands there.
 ///
 /// The node matrix is that of the pivot, in world space; the object matrix is the object offset
@@ -88,6 +92,7 @@ class INode : public ReferenceTarget {
  private:
   friend class Scene;
   friend class NodeLinkRecord;
+  friend struct host::SceneAccess;
   void InsertChild(INode* child, size_t at);
   size_t RemoveChild(INode* child);
   bool IsKeyed() const { return control_ && control_->IsKeyed(); }

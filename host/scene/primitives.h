@@ -2,6 +2,10 @@
 
 #include "host/scene/simpleobject.h"
 
+namespace host {
+struct SceneAccess;
+}
+
 /// A block standing on its base: `width` along X, `length` along Y, `height` along Z from 0. Six
 /// sides with eight shared vertices, a smoothing group and a material id (0 to 5) a side, the
 /// diagonals hidden, texture vertices on channel 1.
@@ -16,6 +20,7 @@ class BoxObject : public SimpleObject2 {
   ReferenceTarget* Clone(RemapDir& remap) override;
 
  private:
+  friend struct host::SceneAccess;
   float width_ = 1, length_ = 1, height_ = 1;
 };
 
@@ -32,6 +37,7 @@ class SphereObject : public SimpleObject2 {
   ReferenceTarget* Clone(RemapDir& remap) override;
 
  private:
+  friend struct host::SceneAccess;
   float radius_ = 1;
   int segments_ = 32;
 };
@@ -48,6 +54,7 @@ class PlaneObject : public SimpleObject2 {
   ReferenceTarget* Clone(RemapDir& remap) override;
 
  private:
+  friend struct host::SceneAccess;
   float width_ = 1, length_ = 1;
   int cellsX_ = 1, cellsY_ = 1;
 };

@@ -44,6 +44,20 @@ INode* Scene::CreateObjectNode(Object* object) {
   return node;
 }
 
+void Scene::CountNames() {
+  constexpr size_t kMostDigits = 8;
+  for (const INode* n : AllNodes()) {
+    const WStr& name = n->GetName();
+    size_t digits = 0;
+    while (digits < name.size() && name[name.size() - digits - 1] >= L'0' &&
+           name[name.size() - digits - 1] <= L'9')
+      ++digits;
+    if (digits == 0 || digits > kMostDigits) continue;
+    int& last = nextNumber_[name.substr(0, name.size() - digits)];
+    last = std::max(last, std::stoi(name.substr(name.size() - digits)));
+  }
+}
+
 bool Scene::Noticed(const INode* node) {
   if (node->IsPinned()) return true;
   const auto& dependents = node->Dependents();

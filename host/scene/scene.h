@@ -20,6 +20,9 @@ class Scene : public ReferenceTarget {
   /// number. Several nodes may share an object. Recorded while a step is open.
   INode* CreateObjectNode(Object* object);
 
+  /// For nodes that came in with their names: numbers of new names go on behind theirs.
+  void CountNames();
+
   /// Takes nodes out of the scene as the user does: children go to the parent and keep their
   /// places, table entries of all the nodes become null before the first owner is told, and
   /// owners are told once a parameter. With no open step, a deletion that someone would notice

@@ -39,6 +39,12 @@ ReferenceTarget* TriObject::Clone(RemapDir&) {
   return copy;
 }
 
+ReferenceTarget* EditableMesh::Clone(RemapDir&) {
+  auto* copy = new EditableMesh;
+  copy->mesh = mesh;
+  return copy;
+}
+
 ReferenceTarget* PolyObject::Clone(RemapDir&) {
   auto* copy = new PolyObject;
   copy->mesh = mesh;
@@ -64,7 +70,10 @@ namespace host {
 void RegisterMeshClasses(ClassRegistry& classes) {
   static BuiltinClass<TriObject> tri(GEOMOBJECT_CLASS_ID, triObjectClassID, L"Mesh");
   static BuiltinClass<PolyObject> poly(GEOMOBJECT_CLASS_ID, polyObjectClassID, L"Poly");
+  static BuiltinClass<EditableMesh> editable(GEOMOBJECT_CLASS_ID, EditableMesh::kClassID,
+                                             L"Editable Mesh");
   classes.Add(&tri);
+  classes.Add(&editable);
   classes.Add(&poly);
 }
 

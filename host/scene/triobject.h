@@ -28,6 +28,16 @@ class TriObject : public GeomObject {
   } cachedBox_;
 };
 
+/// A mesh that the user edits. It is a triangle object under a class of its own.
+class EditableMesh : public TriObject {
+ public:
+  static constexpr Class_ID kClassID{0xe44f10b3, 0};
+  Class_ID ClassID() const override { return kClassID; }
+  void GetClassName(WStr& name) const override { name = L"Editable Mesh"; }
+  bool IsSubClassOf(Class_ID id) const override { return id == kClassID || id == triObjectClassID; }
+  ReferenceTarget* Clone(RemapDir& remap) override;
+};
+
 /// A polygon object. Our polygons are the triangles of the mesh that it was converted from.
 class PolyObject : public TriObject {
  public:

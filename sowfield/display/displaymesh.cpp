@@ -12,6 +12,8 @@
 #include "sowfield/display/exclusionseam.h"
 #include "sowfield/display/figures.h"
 #include "sowfield/model/placementbatch.h"
+#include "sowfield/proxy/moksetfile.h"
+#include "sowfield/proxy/sceneproxy.h"
 
 namespace sowfield {
 namespace {
@@ -40,11 +42,12 @@ class TypeShapes {
     const Point3 b = d.block->GetPoint3(Geo_BoxMin, d.curTime, type.type);
     if (mode == kShowOriginal) {
       animated_ = type.kind == 0;
-      if (type.kind == 0 || type.kind == 3) {
+      if (type.kind == 1) {
+        base_ = ShapeOfMesh(ReadSceneProxyMesh(node_));
+      } else if (node_) {
         base_ = ShapeAt(t, &valid_);
       } else {
-        GetCOREInterface()->PrintToListener(
-            L"Sowfield: types that live in proxy files can't be shown as \"Original\" yet.\n");
+        base_ = ShapeOfMesh(ReadMoksetMesh(d.block->GetStr(Proxy_Files, d.curTime, type.file)));
       }
     } else {
       base_ = FigureShape(mode, a, b);
@@ -80,15 +83,19 @@ class TypeShapes {
   }
 
   Shape ShapeAt(TimeValue t, Interval* valid) const {
-    Shape shape;
     const ObjectState state = node_->EvalWorldState(t);
     if (valid) *valid = state.valid;
     const EvaluatedMesh source = MeshOf(state.obj, t);
-    if (!source) return shape;
-    const Point3 offset = pivot_ - node_->GetObjectTM(time_).GetTrans();
-    shape.verts.reserve(source.mesh->verts.size());
-    for (const Point3& v : source.mesh->verts) shape.verts.push_back(v * turn_ - offset);
-    shape.faces = source.mesh->faces;
+    return source ? ShapeOfMesh(*source.mesh) : Shape();
+  }
+
+  // A file's mesh is in its own frame.
+  Shape ShapeOfMesh(const Mesh& mesh) const {
+    Shape shape;
+    const Point3 offset = node_ ? pivot_ - node_->GetObjectTM(time_).GetTrans() : Point3(0, 0, 0);
+    shape.verts.reserve(mesh.verts.size());
+    for (const Point3& v : mesh.verts) shape.verts.push_back(v * turn_ - offset);
+    shape.faces = mesh.faces;
     return shape;
   }
 

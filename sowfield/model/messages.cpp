@@ -24,7 +24,7 @@ Effects OnChange(const MessageState& s) {
 
   switch (s.param) {
     case Display_Mode:
-      return out.Add(Effect::RefreshObject);
+      return restored && s.refreshFollows ? out : out.Add(Effect::RefreshObject);
     case Display_Type:
       if (restored) out.Add(Effect::TellTypeList).Add(Effect::RefreshObject).Add(Effect::TellStats);
       return out;
@@ -64,6 +64,8 @@ Effects OnChange(const MessageState& s) {
       return out.Add(Effect::TellCamera);
     case CamNode:
       return s.holding ? out : out.Add(Effect::TellCamera);
+    case Proxy_Files:
+      return out.Add(Effect::CheckProxyFiles);
     default:
       if (IsSlotTable(s.param) && restored && ready)
         out.Add(Effect::TellRowControls).Add(Effect::RefreshObject);
@@ -71,17 +73,33 @@ Effects OnChange(const MessageState& s) {
   }
 }
 
+Effects OnNulled(ParamID id) {
+  Effects out;
+  switch (id) {
+    case Geo_Nodes:
+    case Proxy_Nodes:
+      return out.Add(Effect::RemoveNulledTypes);
+    case CamNode:
+      return out.Add(Effect::TellCamera);
+    case Excl_Splines:
+      return out.Add(Effect::RemoveNulledSplines).Add(Effect::TellExclusion);
+    default:
+      return out;
+  }
+}
+
 }  // namespace
 
 Effects Decide(const MessageState& s) {
-  Effects out;
   switch (s.message) {
     case REFMSG_CHANGE:
       return OnChange(s);
     case REFMSG_TAB_ELEMENT_NULLED:
-      return s.param == Geo_Nodes ? out.Add(Effect::RemoveNulledTypes) : out;
+      return OnNulled(s.param);
+    case REFMSG_NODE_TABLE_SET:
+      return s.param == Geo_Nodes ? Effects().Add(Effect::DropVariations) : Effects();
     default:
-      return out;
+      return {};
   }
 }
 

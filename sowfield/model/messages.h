@@ -15,6 +15,9 @@ enum class Effect {
   ListReady0,
   ListReady1,
   RemoveNulledTypes,
+  RemoveNulledSplines,
+  DropVariations,
+  CheckProxyFiles,
   TellTypeList,
   TellPainterList,
   TellRowControls,
@@ -35,6 +38,7 @@ struct MessageState {
   int restoreOrRedoing;  // 1 undo, 4 redo, else neither
   int listReady;
   int displayMode;
+  bool refreshFollows;  // the step that is undone or redone comes to its own refresh yet
 };
 
 /// An ordered list of effects.
@@ -55,7 +59,8 @@ class Effects {
 
 /// The rule behind the object's answers to its block, as one table: a pure function. Undo sends its
 /// messages from the last table of a change to the first, redo from first to last; so the gate
-/// `listReady` closes at the first message and opens at the last, where the one refresh runs.
+/// `listReady` closes at the first message and opens at the last, where the one refresh runs. A
+/// Display_Mode that comes back with such a step is shown by that refresh too.
 Effects Decide(const MessageState& s);
 
 }  // namespace sowfield

@@ -2,22 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 
-#include "host/core/session.h"
 #include "host/interface.h"
 
 namespace sowfield {
-namespace {
-
-// 0 to n, from one draw of 15 bits or, for more than it can tell apart, two.
-std::uint32_t DrawBelow(std::uint32_t n) {
-  auto draw = std::uint32_t(SystemRand());
-  if (n > std::uint32_t(RAND_LIMIT)) draw = draw << 15 | std::uint32_t(SystemRand());
-  return draw % (n + 1);
-}
-
-}  // namespace
 
 TypeData DataOfMesh(const Mesh& mesh) {
   TypeData data;
@@ -25,11 +13,8 @@ TypeData DataOfMesh(const Mesh& mesh) {
   data.faces = mesh.getNumFaces();
   data.box = mesh.getBoundingBox();
 
-  std::vector<std::uint32_t> order(mesh.verts.size());
-  std::iota(order.begin(), order.end(), 0u);
-  for (std::uint32_t i = 1; i < order.size(); ++i) std::swap(order[i], order[DrawBelow(i)]);
-  order.resize(std::min(order.size(), size_t(kMostSamples)));
-  for (const std::uint32_t i : order) data.samples.push_back(mesh.verts[i]);
+  for (const std::uint32_t i : SampleOrder(mesh.verts.size(), SampleShuffle::NewType))
+    data.samples.push_back(mesh.verts[i]);
   return data;
 }
 

@@ -4,10 +4,9 @@
 
 #include "host/scene/mesh.h"
 #include "sowfield/model/distribution.h"
+#include "sowfield/model/sampleorder.h"
 
 namespace sowfield {
-
-inline constexpr int kMostSamples = 3000;
 
 /// What a type keeps of its source, so that display and strokes need the source for the mesh alone.
 struct TypeData {

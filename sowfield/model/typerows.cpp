@@ -17,6 +17,11 @@ void AppendNumber(IParamBlock2& block, const ParamEntry& e, double value) {
   }
 }
 
+int FirstSampleOf(const Distribution& d, int type) {
+  const std::span<const int> counts = d.block->Ints(Geo_PointCount);
+  return std::accumulate(counts.begin(), counts.begin() + type, 0);
+}
+
 // Drops the placements of the type and lowers those of higher types; leaves all five tables alone
 // when that changes nothing.
 void RemovePlacementsOf(Distribution& d, int type) {
@@ -61,18 +66,47 @@ void AppendTypeRows(Distribution& d) {
   AppendRandomBlock(d);
 }
 
+void ReplaceTypeData(Distribution& d, int type, const TypeData& data) {
+  IParamBlock2& block = *d.block;
+  const TimeValue t = d.curTime;
+  const int first = FirstSampleOf(d, type), samples = int(data.samples.size());
+  block.SetValue(Geo_VertCount, t, data.vertices, type);
+  block.SetValue(Geo_FaceCount, t, data.faces, type);
+  block.Delete(Geo_Points, first, block.GetInt(Geo_PointCount, t, type));
+  block.Insert(Geo_Points, first, samples, data.samples.data());
+  block.SetValue(Geo_PointCount, t, samples, type);
+  block.SetValue(Geo_BoxMax, t, data.box.pmax, type);
+  block.SetValue(Geo_BoxMin, t, data.box.pmin, type);
+}
+
+void RemoveProxyFile(Distribution& d, int file) {
+  IParamBlock2& block = *d.block;
+  const int material = block.GetInt(Proxy_MtlIndex, d.curTime, file);
+  if (material >= 0) {
+    for (int i = 0; i < block.Count(Proxy_MtlIndex); ++i)
+      if (const int m = block.GetInt(Proxy_MtlIndex, d.curTime, i); m > material)
+        block.SetValue(Proxy_MtlIndex, d.curTime, m - 1, i);
+    block.Delete(Proxy_Mtls, material, 1);
+  }
+  block.Delete(Proxy_MtlIndex, file, 1);
+  block.Delete(Proxy_Files, file, 1);
+}
+
 void RemoveType(Distribution& d, const TypeRef& type) {
   IParamBlock2& block = *d.block;
   const int t = type.type;
-  const std::span<const int> samples = block.Ints(Geo_PointCount);
-  const int firstSample = std::accumulate(samples.begin(), samples.begin() + t, 0);
-  const int sampleCount = samples[size_t(t)];
+  const int firstSample = FirstSampleOf(d, t);
 
   block.Delete(Geo_Kind, t, 1);
-  block.Delete(Geo_Nodes, type.node, 1);
+  if (type.HasNode()) {
+    block.Delete(Geo_Nodes, type.node, 1);
+  } else {
+    RemoveProxyFile(d, type.file);
+  }
+  if (type.kind == 3) block.Delete(Proxy_Nodes, type.original, 1);
   block.Delete(Geo_BoxMax, t, 1);
   block.Delete(Geo_BoxMin, t, 1);
-  block.Delete(Geo_Points, firstSample, sampleCount);
+  block.Delete(Geo_Points, firstSample, block.GetInt(Geo_PointCount, d.curTime, t));
   for (const Param id :
        {Geo_PointCount, Geo_VertCount, Geo_FaceCount, Geo_Reserved_C, Geo_PaintPct})
     block.Delete(id, t, 1);
@@ -84,27 +118,33 @@ void RemoveType(Distribution& d, const TypeRef& type) {
   d.lists.SelectPainterRows({});
   d.Tell(Event::TypeListChanged);
   d.Tell(Event::PainterListChanged);
+  d.Tell(Event::RowControlsChanged);
   block.SetValue(Random_Trans, d.curTime, block.GetInt(Tr_Random, d.curTime, 0));
   block.SetValue(Unify_Scale, d.curTime, block.GetInt(Tr_Unify, d.curTime, 0));
 
   RemovePlacementsOf(d, t);
   block.Delete(Geo_Names, t, 1);
-
-  if (type.kind == 3) {
-    INode* original = block.GetINode(Proxy_Nodes, d.curTime, type.original);
-    block.Delete(Proxy_Nodes, type.original, 1);
-    if (original) GetCOREInterface()->DeleteNode(original, true, false);
-  }
 }
 
 void RemoveNulledTypes(Distribution& d) {
+  IParamBlock2& block = *d.block;
   d.SetListReady(0);
+  const auto original = [&](const TypeRef& t) {
+    return t.kind == 3 ? block.GetINode(Proxy_Nodes, d.curTime, t.original) : nullptr;
+  };
   const auto firstNulled = [&]() -> TypeRef {
-    for (const TypeRef& t : TypeWalk(*d.block))
-      if (t.HasNode() && !d.SourceNode(t)) return t;
+    for (const TypeRef& t : TypeWalk(block))
+      if ((t.HasNode() && !d.SourceNode(t)) || (t.kind == 3 && !original(t))) return t;
     return {-1};
   };
-  for (TypeRef t = firstNulled(); t.type >= 0; t = firstNulled()) RemoveType(d, t);
+  for (TypeRef t = firstNulled(); t.type >= 0; t = firstNulled()) {
+    INode* source = d.SourceNode(t);
+    INode* other = source ? source : original(t);
+    RemoveType(d, t);
+    if (other) GetCOREInterface()->DeleteNode(other, true, false);
+  }
+  for (int i = block.Count(Proxy_Nodes); i-- > 0;)
+    if (!block.GetINode(Proxy_Nodes, d.curTime, i)) block.Delete(Proxy_Nodes, i, 1);
   d.Tell(Event::StatsChanged);
   d.RefreshObject();
   d.SetListReady(1);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sowfield/model/distribution.h"
+#include "sowfield/model/typedata.h"
 
 namespace sowfield {
 
@@ -11,12 +11,19 @@ void AppendGlobalRow(Distribution& d);
 /// Appends the rows of a new type, from Geo_Reserved_C to Tr_AnimMax, and its random block.
 void AppendTypeRows(Distribution& d);
 
-/// Removes a type with its rows, its placements and its random block: Geo_Kind is the first table
-/// touched and Geo_Names the last. Placements of higher types go down by one. The two nodes of a
-/// kind 3 type go together: its original is deleted from the scene. Opens no undo step.
+/// Puts new data of a type in the place of the old.
+void ReplaceTypeData(Distribution& d, int type, const TypeData& data);
+
+/// Removes an entry of Proxy_Files with its material, whose followers move down.
+void RemoveProxyFile(Distribution& d, int file);
+
+/// Removes a type with its source, its rows, its random block and its placements from all tables:
+/// Geo_Kind is the first touched and Geo_Names the last. Placements of higher types go down by one.
+/// Nodes stay in the scene. Opens no undo step.
 void RemoveType(Distribution& d, const TypeRef& type);
 
-/// Removes every type whose entry in Geo_Nodes is null, because the node went; then refreshes.
+/// Removes every type one of whose nodes went, which its tables show as null; of the two nodes of a
+/// kind 3 type the other one is deleted from the scene. Then refreshes.
 void RemoveNulledTypes(Distribution& d);
 
 }  // namespace sowfield

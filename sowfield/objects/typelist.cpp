@@ -4,9 +4,6 @@
 #include <cmath>
 
 #include "host/interface.h"
-#include "host/scene/triobject.h"
-#include "sowfield/model/classids.h"
-#include "sowfield/model/typedata.h"
 #include "sowfield/model/typerows.h"
 
 namespace sowfield {
@@ -23,67 +20,99 @@ void SizeBrush(Distribution& d, const TypeData& data, const INode* node) {
   d.Tell(Event::CollisionChanged);
 }
 
-// A placement stands on its position with the bottom centre of the source's world box.
-void MovePivotToFloor(INode* node, TimeValue t) {
-  Box3 box;
-  node->EvalWorldState(t).obj->GetWorldBoundBox(t, node, nullptr, box);
-  node->CenterPivot(t, false);
-  const Point3 center = box.Center();
-  const Point3 floor(center.x, center.y, box.Min().z);
-  node->Move(t, Matrix3(), floor - node->GetNodeTM(t).GetTrans(), true, false, true);
+// Whether colours can be shifted depends on there being a type.
+void TellColorShiftAtFirstOrLast(Distribution& d, int typesBefore) {
+  if ((typesBefore == 0) != (d.TypeCount() == 0)) d.Tell(Event::ColorShiftChanged);
+}
+
+void ResetLists(Distribution& d) {
+  d.lists.SelectObjectRows({});
+  d.lists.SelectPainterRows({});
+  d.Tell(Event::TypeListChanged);
+  d.Tell(Event::PainterListChanged);
+  d.Tell(Event::RowControlsChanged);
+}
+
+void FitPainterList(Distribution& d) {
+  if (!d.block->GetInt(List_Locked, d.curTime))
+    d.block->SetValue(Paint_ListExtra, d.curTime, std::max(0, d.TypeCount() - 6));
+}
+
+// The nodes of types that lose them.
+class LeavingNodes {
+ public:
+  void Take(const Distribution& d, const TypeRef& type) {
+    if (!type.HasNode()) return;
+    (type.kind == 3 ? made_ : scene_).push_back(d.SourceNode(type));
+  }
+  void TakeOriginal(const Distribution& d, const TypeRef& type) {
+    if (type.kind == 3) scene_.push_back(d.block->GetINode(Proxy_Nodes, d.curTime, type.original));
+  }
+  // Call when the tables agree again: a deletion may reach them.
+  void LetGo() const {
+    const auto isBlock = [](const ReferenceTarget* t) {
+      return t->SuperClassID() == PARAMETER_BLOCK2_CLASS_ID;
+    };
+    const auto used = [&](const INode* node) {
+      const auto& holders = node->Dependents();
+      return std::any_of(holders.begin(), holders.end(), isBlock);
+    };
+    ILayer* layer = GetCOREInterface()->GetLayerManager().GetDefaultLayer();
+    for (INode* node : scene_)
+      if (node && !used(node)) layer->AddToLayer(node);
+    for (INode* node : made_)
+      if (node && !used(node)) GetCOREInterface()->DeleteNode(node, false, false);
+  }
+
+ private:
+  std::vector<INode*> scene_, made_;
+};
+
+// The type's new place in the tables of nodes and files, by its old kind and the new one.
+void ReplaceSource(Distribution& d, const TypeRef& old, const Source& source) {
+  IParamBlock2& block = *d.block;
+  if (old.kind == 2) {
+    RemoveProxyFile(d, old.file);
+    block.Insert(Geo_Nodes, old.node, 1, &source.node);
+  } else {
+    block.SetValue(Geo_Nodes, d.curTime, source.node, old.node);
+  }
+  if (old.kind == 3 && source.kind == 3) {
+    block.SetValue(Proxy_Nodes, d.curTime, source.picked, old.original);
+  } else if (old.kind == 3) {
+    block.Delete(Proxy_Nodes, old.original, 1);
+  } else if (source.kind == 3) {
+    block.Insert(Proxy_Nodes, old.original, 1, &source.picked);
+  }
 }
 
 }  // namespace
 
-std::string WhyNotASource(INode* node, TimeValue t) {
-  if (!node) return "there is no such node";
-  Object* object = node->EvalWorldState(t).obj;
-  if (!object) return "it holds no object";
-  if (object->SuperClassID() != GEOMOBJECT_CLASS_ID) return "it isn't a geometry object";
-  const Class_ID id = object->ClassID();
-  if (id == kSowfieldClassID) return "a Sowfield object can't be a source";
-  if (id == kForeignClassA || id == kForeignClassB) return "objects of its class can't be sources";
-  if (id == kMoksetProxyClassID || id == kVRayProxyClassID)
-    return "proxy objects are not available as sources yet";
-  const EvaluatedMesh source = MeshOf(object, t);
-  if (!source) return "its object gives no mesh";
-  if (source.mesh->verts.empty()) return "its mesh has no vertices";
-  if (const std::string fault = source.mesh->FirstFault(); !fault.empty()) return fault;
-  if (!node->GetNodeTM(t).IsInvertible()) return "its matrix flattens space or isn't finite";
-  // Coordinates near the end of single precision: the brush and the pivot are made from both boxes.
-  Box3 box;
-  object->GetWorldBoundBox(t, node, nullptr, box);
-  for (const Box3& b : {box, source.mesh->getBoundingBox()})
-    if (!IsFinite(b.Width()) || !IsFinite(b.Center())) return "its size isn't a finite number";
-  return {};
-}
-
 bool AddType(Distribution& d, INode* node) {
   if (!WhyNotASource(node, d.curTime).empty()) return false;
   IParamBlock2& block = *d.block;
+  const int before = d.TypeCount();
   d.SetListReady(0);
   AddToObjectsLayer(node);
 
   theHold.Begin();
-  const bool first = d.TypeCount() == 0;
-  const int kind = 0;
-  block.Append(Geo_Kind, 1, &kind);
-  const TypeData data = DataOfMesh(*EvalMesh(node, d.curTime).mesh);
-  AppendTypeData(d, data);
-  if (first) SizeBrush(d, data, node);
-  MovePivotToFloor(node, d.curTime);
-  block.Append(Geo_Nodes, 1, &node);
+  {
+    const Source source(node, d.curTime);
+    block.Append(Geo_Kind, 1, &source.kind);
+    AppendTypeData(d, source.data);
+    if (before == 0) SizeBrush(d, source.data, source.node);
+    source.MovePivotToFloor(Source::Before::Reset);
+    block.Append(Geo_Nodes, 1, &source.node);
+    if (source.kind == 3) block.Append(Proxy_Nodes, 1, &source.picked);
+  }
   RecomputeBrushMinimum(d);
   AppendTypeRows(d);
   block.Append(Geo_Names, 1, &node->GetName());
   theHold.Accept(L"Adding Geo");
 
-  d.lists.SelectObjectRows({});
-  d.lists.SelectPainterRows({});
-  d.Tell(Event::TypeListChanged);
-  d.Tell(Event::PainterListChanged);
-  if (!block.GetInt(List_Locked, d.curTime))
-    block.SetValue(Paint_ListExtra, d.curTime, std::max(0, d.TypeCount() - 6));
+  ResetLists(d);
+  TellColorShiftAtFirstOrLast(d, before);
+  FitPainterList(d);
   d.Tell(Event::VariationsDropped);
   d.SetListReady(1);
   return true;
@@ -95,6 +124,65 @@ int AddTypesByName(Distribution& d, std::span<INode* const> nodes) {
   for (INode* n : nodes) added += AddType(d, n);
   d.RefreshObject();
   return added;
+}
+
+bool ReplaceType(Distribution& d, INode* node) {
+  const int row = d.lists.objectListCount == 1 ? d.lists.objectListFirst : 0;
+  if (row < 1 || row > d.TypeCount() || !WhyNotASource(node, d.curTime).empty()) return false;
+  IParamBlock2& block = *d.block;
+  d.SetListReady(0);
+  AddToObjectsLayer(node);
+
+  theHold.Begin();
+  const TypeRef old = d.FindType(row - 1);
+  LeavingNodes leaving;
+  leaving.Take(d, old);
+  {
+    const Source source(node, d.curTime);
+    block.SetValue(Geo_Kind, d.curTime, source.kind, old.type);
+    ReplaceTypeData(d, old.type, source.data);
+    source.MovePivotToFloor(Source::Before::Center);
+    ReplaceSource(d, old, source);
+  }
+  RecomputeBrushMinimum(d);
+  block.SetValue(Geo_Names, d.curTime, node->GetName(), old.type);
+  leaving.LetGo();
+  theHold.Accept(L"Replace Geo");
+
+  ResetLists(d);
+  d.Tell(Event::StatsChanged);
+  d.Tell(Event::VariationsDropped);
+  d.SetListReady(1);
+  return true;
+}
+
+int DeleteSelectedTypes(Distribution& d) {
+  const int before = d.TypeCount();
+  std::vector<int> rows = d.lists.objectRows;
+  std::erase_if(rows, [&](int row) { return row < 1 || row > before; });
+  if (rows.empty()) return 0;
+  d.SetListReady(0);
+
+  theHold.Begin();
+  LeavingNodes leaving;
+  std::for_each(rows.rbegin(), rows.rend(), [&](int row) {
+    const TypeRef type = d.FindType(row - 1);
+    leaving.Take(d, type);
+    leaving.TakeOriginal(d, type);
+    RemoveType(d, type);
+  });
+  RecomputeBrushMinimum(d);
+  leaving.LetGo();
+  theHold.Accept(L"Delete Geo");
+
+  ResetLists(d);
+  TellColorShiftAtFirstOrLast(d, before);
+  FitPainterList(d);
+  d.Tell(Event::StatsChanged);
+  d.Tell(Event::VariationsDropped);
+  d.RefreshObject();
+  d.SetListReady(1);
+  return int(rows.size());
 }
 
 }  // namespace sowfield

@@ -41,6 +41,7 @@ SowfieldPainter::~SowfieldPainter() {
     ip->UnRegisterRedrawViewsCallback(&cursor_);
     CloseEraseStep();
     DeletePreviews(false);
+    DropSourceNodes();
   }
   if (painter_) {
     painter_->InitializeCallback(nullptr);
@@ -55,7 +56,7 @@ void* SowfieldPainter::GetInterface(std::uint32_t id) {
 }
 
 void SowfieldPainter::FillSourceNodes() {
-  sourceNodes_.clear();
+  DropSourceNodes();
   for (const TypeRef& t : TypeWalk(*d_.block)) sourceNodes_.push_back(d_.SourceNode(t));
 }
 
@@ -103,7 +104,7 @@ void SowfieldPainter::EndPaint() {
   GetCOREInterface()->UnRegisterRedrawViewsCallback(&cursor_);
   state_.paintTool = kNoTool;
   CloseEraseStep();
-  sourceNodes_.clear();
+  DropSourceNodes();
   CommitPending();
   selectedTypes_.clear();
   targetNodes_.ZeroCount();
@@ -130,7 +131,10 @@ bool SowfieldPainter::SystemEndPaintSession() {
 // the end; else they no longer fit and it goes.
 void SowfieldPainter::OnEvent(Event event) {
   if (event != Event::TypeListChanged || !InSession()) return;
-  const std::vector<INode*> before = sourceNodes_;
+  std::vector<INode*> before = sourceNodes_;
+  for (INode*& source : before)
+    if (std::find(fileNodes_.begin(), fileNodes_.end(), source) != fileNodes_.end())
+      source = nullptr;
   FillSourceNodes();
   const bool fits = before.size() <= sourceNodes_.size() &&
                     std::equal(before.begin(), before.end(), sourceNodes_.begin());
@@ -149,6 +153,7 @@ void SowfieldPainter::NodeLeft(void* param, NotifyInfo* info) {
     if (targets[i] == node) targets.Delete(i, 1);
   for (INode*& source : self->sourceNodes_)
     if (source == node) source = nullptr;
+  std::erase(self->fileNodes_, node);
   if (self->isPreview_.erase(node) > 0) std::erase(self->strokeNodes_, node);
 }
 

@@ -89,6 +89,9 @@ class SowfieldPainter : public ReferenceTarget, public IPainterCanvasInterface_V
   void ShowPreview(int type, int row, const Point3& position, const Point3& angles,
                    const Matrix3* freeOrientation);
   void DeletePreviews(bool redraw = true);
+  INode* SourceOfPreview(int type);
+  Mesh MeshOfFileType(const TypeRef& type) const;
+  void DropSourceNodes();
 
   // Sessions (painter.cpp).
   void FillSourceNodes();
@@ -103,8 +106,10 @@ class SowfieldPainter : public ReferenceTarget, public IPainterCanvasInterface_V
   IPainterInterface_V7* painter_ = nullptr;
   Paint_Cursor cursor_;
 
-  // One slot per type: the source whose object the previews share; null for a kind 2 type.
+  // One slot per type: the source whose object the previews share; null for a type that lives in a
+  // file before its first preview.
   std::vector<INode*> sourceNodes_;
+  std::vector<INode*> fileNodes_;    // those of them that were made here
   std::vector<INode*> strokeNodes_;  // previews, in order of making
   std::unordered_set<const INode*> isPreview_;
   Tab<INode*> targetNodes_;

@@ -1,17 +1,59 @@
 #include <algorithm>
+#include <utility>
 
+#include "host/core/classdesc.h"
 #include "host/interface.h"
+#include "host/scene/triobject.h"
+#include "sowfield/display/figures.h"
 #include "sowfield/model/palette.h"
 #include "sowfield/paint/painter.h"
+#include "sowfield/proxy/moksetfile.h"
 
 namespace sowfield {
+
+// The mesh of a type that lives in a file; beyond this many vertices its box as a pyramid stands
+// for it, for a stroke shall not wait.
+Mesh SowfieldPainter::MeshOfFileType(const TypeRef& type) const {
+  constexpr int kMostVertices = 900000;
+  const IParamBlock2& block = *d_.block;
+  if (block.GetInt(Geo_VertCount, d_.curTime, type.type) < kMostVertices)
+    return ReadMoksetMesh(block.GetStr(Proxy_Files, d_.curTime, type.file));
+  return MakePyramidMesh(block.GetPoint3(Geo_BoxMax, d_.curTime, type.type),
+                         block.GetPoint3(Geo_BoxMin, d_.curTime, type.type));
+}
+
+// A type that lives in a file gets a hidden node at its first preview.
+INode* SowfieldPainter::SourceOfPreview(int type) {
+  if (type >= int(sourceNodes_.size())) return nullptr;
+  INode*& source = sourceNodes_[size_t(type)];
+  if (source) return source;
+  const TypeRef ref = d_.FindType(type);
+  if (ref.HasNode()) return nullptr;
+  auto* object = static_cast<TriObject*>(CreateInstance(GEOMOBJECT_CLASS_ID, triObjectClassID));
+  object->mesh = MeshOfFileType(ref);
+  theHold->Suspend();
+  source = GetCOREInterface()->CreateObjectNode(object);
+  source->Hide(true);
+  theHold->Resume();
+  fileNodes_.push_back(source);
+  return source;
+}
+
+void SowfieldPainter::DropSourceNodes() {
+  sourceNodes_.clear();
+  if (fileNodes_.empty()) return;
+  const std::vector<INode*> nodes = std::exchange(fileNodes_, {});
+  theHold->Suspend();
+  GetCOREInterface()->DeleteNodes(nodes, false);
+  theHold->Resume();
+}
 
 // A preview shares the source's object and starts from the source's own turn, so that it shows
 // what the placement will.
 void SowfieldPainter::ShowPreview(int type, int row, const Point3& position, const Point3& angles,
                                   const Matrix3* freeOrientation) {
   if (state_.renderHelperLoaded) return;
-  INode* source = type < int(sourceNodes_.size()) ? sourceNodes_[size_t(type)] : nullptr;
+  INode* source = SourceOfPreview(type);
   if (!source) return;
 
   const TimeValue t = d_.curTime;

@@ -10,6 +10,7 @@
 #include "sowfield/model/palette.h"
 #include "sowfield/model/typedata.h"
 #include "sowfield/model/typerows.h"
+#include "sowfield/objects/proxyfiles.h"
 #include "sowfield/plugin/classdesc.h"
 #include "sowfield/plugin/editcontext.h"
 #include "sowfield/plugin/entry.h"
@@ -139,6 +140,7 @@ void Sowfield::UpdateMesh(TimeValue t) {
 
 void Sowfield::BuildMesh(TimeValue t) {
   builder_.Build(t, mesh);
+  if (pblock2->Count(Proxy_Files) > 0) CheckProxyFiles();
   ivalid = {t, t};
 }
 
@@ -222,9 +224,25 @@ RefResult Sowfield::NotifyRefChanged(const Interval&, ReferenceTarget* target, P
                            theHold.Holding(),
                            theHold.RestoreOrRedoing(),
                            distribution.ListReady(),
-                           pblock2->GetInt(Display_Mode)};
+                           pblock2->GetInt(Display_Mode),
+                           RefreshFollows()};
   for (const Effect e : Decide(state)) CarryOut(e);
   return REF_SUCCEED;
+}
+
+// Either at the table that closes the step, or by the build that runs already.
+bool Sowfield::RefreshFollows() const {
+  const int restoring = theHold.RestoreOrRedoing();
+  if (restoring == 0) return false;
+  const auto comes = [&](Param id) { return theHold->WillTell({pblock2, id}); };
+  const bool ready = distribution.ListReady() != 0;
+  return refreshing_ || (restoring == 1 ? comes(Geo_Kind) || (ready && comes(Ins_Pos))
+                                        : comes(Geo_Names) || (ready && comes(Ins_AnimRand)));
+}
+
+void Sowfield::CheckProxyFiles() {
+  const int found = AllMoksetFilesExist(distribution);
+  if (std::exchange(proxyFilesFound, found) != found) distribution.Tell(Event::TypeListChanged);
 }
 
 void Sowfield::CarryOut(Effect effect) {
@@ -240,7 +258,25 @@ void Sowfield::CarryOut(Effect effect) {
       d.SetListReady(1);
       break;
     case Effect::RemoveNulledTypes:
+      // A node that goes along with a type may be the source of others: the walk finds them too.
+      if (std::exchange(removingTypes_, true)) break;
       RemoveNulledTypes(d);
+      removingTypes_ = false;
+      break;
+    case Effect::RemoveNulledSplines:
+      for (int i = 0; i < pblock2->Count(Excl_Splines);) {
+        if (pblock2->GetINode(Excl_Splines, 0, i)) {
+          ++i;
+        } else {
+          pblock2->Delete(Excl_Splines, i, 1);
+        }
+      }
+      break;
+    case Effect::DropVariations:
+      d.Tell(Event::VariationsDropped);
+      break;
+    case Effect::CheckProxyFiles:
+      CheckProxyFiles();
       break;
     case Effect::TellTypeList:
       d.Tell(Event::TypeListChanged);

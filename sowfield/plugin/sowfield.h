@@ -82,6 +82,8 @@ class Sowfield : public SimpleObject2, public ObjectSide {
  private:
   static void OnNotification(void* param, NotifyInfo* info);
   void CarryOut(Effect effect);
+  bool RefreshFollows() const;
+  void CheckProxyFiles();
 
   bool InLightMode(TimeValue t) const;
 
@@ -91,6 +93,7 @@ class Sowfield : public SimpleObject2, public ObjectSide {
   Interface* ip_ = nullptr;
   bool panelsOpen_ = false;
   bool refreshing_ = false;
+  bool removingTypes_ = false;  // because their nodes went
 };
 
 /// Flags of BeginEditParams.

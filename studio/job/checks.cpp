@@ -316,13 +316,10 @@ class TogetherCheck {
       report_(join->place, "\"join\" and \"name\" both name what is opened: give one");
   }
 
+  void Save() { EndsIn(".glb", "scenes are binary glTF files"); }
+
   void Picture() {
-    const Value& file = *Given("file");
-    std::string end = file.text.size() >= 4 ? file.text.substr(file.text.size() - 4) : "";
-    for (char& c : end) c = char(std::tolower(static_cast<unsigned char>(c)));
-    if (end != ".png")
-      report_(file.place,
-              fmt::format("pictures are PNG files: \"{}\" doesn't end in .png", file.text));
+    EndsIn(".png", "pictures are PNG files");
     if (const Value* cursor = Given("cursor"))
       Inside("view", cursor->place, cursor->items[0], cursor->items[1]);
   }
@@ -383,6 +380,13 @@ class TogetherCheck {
   }
 
  private:
+  void EndsIn(std::string_view wanted, const char* why) {
+    const Value& file = *Given("file");
+    std::string end = file.text.size() >= 4 ? file.text.substr(file.text.size() - 4) : "";
+    for (char& c : end) c = char(std::tolower(static_cast<unsigned char>(c)));
+    if (end != wanted)
+      report_(file.place, fmt::format("{}: \"{}\" doesn't end in {}", why, file.text, wanted));
+  }
   const Value* Given(std::string_view field) const { return step_.Find(field); }
 
   void OnlyFor(const char* field, bool allowed, const char* what) {
@@ -472,6 +476,7 @@ void CheckTogether(const StepDecl& decl, const Value& object, const Report& repo
   if (name == "open") check.Open();
   if (name == "primitive") check.Primitive();
   if (name == "stroke") check.Stroke();
+  if (name == "save") check.Save();
   if (name == "view") check.Picture();
   if (name == "pick") check.Pick();
   if (name == "set") check.Set();

@@ -93,7 +93,8 @@ constexpr FieldDecl kOpen[] = {
     {.name = "file",
      .type = Text,
      .required = true,
-     .meaning = "glTF 2 (.gltf, .glb), .fbx, .dae, .obj, .blend, .3ds, .ply, .stl or another kind "
+     .meaning = "a scene that was saved, which takes no other field; or a model: "
+                "glTF 2 (.gltf, .glb), .fbx, .dae, .obj, .blend, .3ds, .ply, .stl or another kind "
                 "that assimp reads"},
     {.name = "up",
      .type = Choice,
@@ -128,6 +129,14 @@ constexpr FieldDecl kOpen[] = {
      .high = kFar,
      .unit = "scene units",
      .meaning = "moves by this, after the turn"},
+};
+
+constexpr FieldDecl kSave[] = {
+    {.name = "file", .type = Text, .required = true, .meaning = "the scene file, .glb"},
+    {.name = "backup",
+     .type = Flag,
+     .initial = "false",
+     .meaning = "keep the old file beside the new one, with .bak behind its name"},
 };
 
 constexpr FieldDecl kPrimitive[] = {
@@ -235,6 +244,57 @@ constexpr FieldDecl kAdd[] = {
      .type = Texts,
      .required = true,
      .meaning = "names of the source nodes, in the order of the types that they become"},
+};
+
+constexpr FieldDecl kReplace[] = {
+    {.name = "type",
+     .type = Row,
+     .required = true,
+     .low = 0,
+     .high = kMost,
+     .meaning = "object type, by name or number from 0"},
+    {.name = "node", .type = Text, .required = true, .meaning = "name of its new source node"},
+};
+
+constexpr FieldDecl kOfType[] = {
+    {.name = "type",
+     .type = Row,
+     .required = true,
+     .low = 0,
+     .high = kMost,
+     .meaning = "object type, by name or number from 0"},
+};
+
+constexpr FieldDecl kFileOfType[] = {
+    kOfType[0],
+    {.name = "file", .type = Text, .required = true, .meaning = "the Mokset file, .Vorn"},
+};
+
+constexpr FieldDecl kRemove[] = {
+    {.name = "types",
+     .type = Rows,
+     .required = true,
+     .low = 0,
+     .high = kMost,
+     .meaning = "object types, by name or number from 0"},
+};
+
+constexpr FieldDecl kProxy[] = {
+    {.name = "kind",
+     .type = Choice,
+     .required = true,
+     .choices = "mokset|vray|corona",
+     .meaning = "whose proxy object; as an object type, a vray proxy gets a hidden node with its "
+                "mesh, and the two go together"},
+    {.name = "from",
+     .type = Text,
+     .required = true,
+     .meaning = "name of the node whose mesh, place and material the proxy takes; the node stays"},
+    {.name = "name", .type = Text, .meaning = "name of the new node; a numbered one without it"},
+    {.name = "file",
+     .type = Text,
+     .meaning = "path that a mokset or vray proxy names; the mesh of a mokset proxy then lies in "
+                "that file, and it keeps box and samples alone"},
 };
 
 constexpr FieldDecl kRows[] = {
@@ -454,12 +514,25 @@ constexpr FieldDecl kParams[] = {
 };
 
 constexpr StepDecl kSteps[] = {
-    {"open", "adds the nodes of a model file to the scene", false, kOpen},
+    {"open", "adds the nodes of a model file to the scene, or opens a scene file in its place",
+     false, kOpen},
+    {"save", "saves the scene; \"open\" opens it again", false, kSave},
     {"primitive", "adds a box, a sphere or a plane", false, kPrimitive},
     {"camera", "adds a camera", false, kCamera},
+    {"proxy", "adds a proxy object that holds a copy of a node's mesh", false, kProxy},
     {"create", "creates a Sowfield object, which is edited from then on", false, kCreate},
     {"select", "chooses the Sowfield object that is edited", false, kSelect},
     {"add", "makes scene nodes object types of the edited object", false, kAdd},
+    {"replace", "gives an object type another source; placements and rows stay", false, kReplace},
+    {"remove", "removes object types with their placements", false, kRemove},
+    {"convert", "writes an object type to a Mokset file, and lets it live there", false,
+     kFileOfType},
+    {"load", "lets an object type that lives in a file show another one", false, kFileOfType},
+    {"restore", "makes a scene node of an object type that lives in a file", false, kOfType},
+    {"update",
+     "takes boxes, counts and samples of all object types anew from their sources",
+     false,
+     {}},
     {"rows", "selects rows of a list; the painter paints the selected types", false, kRows},
     {"set", "sets parameters of the edited object", false, kSet},
     {"get", "prints a parameter, a whole table without an entry", true, kGet},

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "host/scene/proxyobjects.h"
 #include "sowfield/model/classids.h"
 #include "sowfield/model/invariants.h"
 #include "sowfield/model/stats.h"
@@ -57,24 +58,112 @@ void Select(Stage& stage, const Call& call, Outcome& out) {
   out.text = name.text;
 }
 
+namespace {
+
+INode* SourceNode(Stage& stage, const Value& name) {
+  INode* node = stage.Node(name);
+  if (const std::string why = sowfield::WhyNotASource(node, stage.Now()); !why.empty())
+    throw StepFailure{name.place,
+                      fmt::format("\"{}\" can't become an object type: {}", name.text, why)};
+  return node;
+}
+
+std::string CountedTypes(int n) { return fmt::format("{} type{}", n, n == 1 ? "" : "s"); }
+
+}  // namespace
+
 void AddTypes(Stage& stage, const Call& call, Outcome& out) {
   sowfield::Distribution& d = stage.Edited(call.place).distribution;
   std::vector<INode*> nodes;
-  for (const Value* name : call.args.Texts("nodes")) {
-    INode* node = stage.Node(*name);
-    if (const std::string why = sowfield::WhyNotASource(node, stage.Now()); !why.empty())
-      throw StepFailure{name->place,
-                        fmt::format("\"{}\" can't become an object type: {}", name->text, why)};
-    nodes.push_back(node);
-  }
+  for (const Value* name : call.args.Texts("nodes")) nodes.push_back(SourceNode(stage, *name));
   const int added = sowfield::AddTypesByName(d, nodes);
   if (added != int(nodes.size()))
     throw StepFailure{call.place,
                       fmt::format("only {} of {} nodes became object types", added, nodes.size())};
   out.Add("added", added);
   out.Add("types", d.TypeCount());
-  out.text =
-      fmt::format("{} added, {} type{}", added, d.TypeCount(), d.TypeCount() == 1 ? "" : "s");
+  out.text = fmt::format("{} added, {}", added, CountedTypes(d.TypeCount()));
+}
+
+void ReplaceSource(Stage& stage, const Call& call, Outcome& out) {
+  Sowfield& object = stage.Edited(call.place);
+  const int type = Stage::TypeOf(object, *call.args.Given("type"));
+  const Value& name = *call.args.Given("node");
+  INode* node = SourceNode(stage, name);
+  object.distribution.lists.SelectObjectRows({type + 1});
+  if (!sowfield::ReplaceType(object.distribution, node))
+    throw StepFailure{name.place, fmt::format("\"{}\" wasn't taken", name.text)};
+  object.RefreshObject();
+  out.Add("type", type);
+  out.AddText("node", name.text);
+  out.text = fmt::format("type {} is {}", type, name.text);
+}
+
+void RemoveTypes(Stage& stage, const Call& call, Outcome& out) {
+  Sowfield& object = stage.Edited(call.place);
+  sowfield::Distribution& d = object.distribution;
+  std::set<int> rows;
+  for (const Value& type : call.args.Get("types").items)
+    rows.insert(Stage::TypeOf(object, type) + 1);
+  d.lists.SelectObjectRows({rows.begin(), rows.end()});
+  const int placements = d.PlacementCount();
+  const int removed = sowfield::DeleteSelectedTypes(d);
+  const int gone = placements - d.PlacementCount();
+  out.Add("removed", removed);
+  out.Add("placements", gone);
+  out.Add("types", d.TypeCount());
+  out.text = fmt::format("{} removed with {} placement{}, {} left", CountedTypes(removed),
+                         Grouped(gone), gone == 1 ? "" : "s", CountedTypes(d.TypeCount()));
+}
+
+namespace {
+
+template <class Object>
+Object* ProxyWith(const Mesh& mesh) {
+  auto* made = new Object;
+  made->SetMesh(mesh);
+  return made;
+}
+
+// The file is only named: what the proxy shows and counts is the mesh.
+ProxyObject* MakeProxy(const Stage& stage, const Args& args, const Mesh& mesh) {
+  const std::string& kind = args.Text("kind");
+  const Value* file = args.Given("file");
+  const WStr path = file ? FromUtf8(stage.Resolve(file->text)) : WStr();
+  if (kind == "mokset") {
+    auto* made = ProxyWith<MoksetProxyObject>(mesh);
+    if (file) made->SetFile(path);
+    return made;
+  }
+  if (kind == "vray") {
+    auto* made = ProxyWith<VRayProxyObject>(mesh);
+    if (file) made->pblock2->SetValue(VRayProxyObject::kFile, 0, path);
+    return made;
+  }
+  if (file) throw StepFailure{file->place, "a corona proxy doesn't tell its file"};
+  return ProxyWith<CoronaProxyObject>(mesh);
+}
+
+}  // namespace
+
+void Proxy(Stage& stage, const Call& call, Outcome& out) {
+  const Args& args = call.args;
+  if (args.Has("name")) stage.NeedNewName(*args.Given("name"));
+  const Value& name = *args.Given("from");
+  INode* from = stage.Node(name);
+  const EvaluatedMesh source = EvalMesh(from, stage.Now());
+  const std::string why = source ? source.mesh->FirstFault() : "it has none";
+  if (!why.empty())
+    throw StepFailure{name.place, fmt::format("the mesh of \"{}\": {}", name.text, why)};
+  INode* node = stage.Ip().CreateObjectNode(MakeProxy(stage, args, *source.mesh));
+  if (args.Has("name")) node->SetName(FromUtf8(args.Text("name")));
+  node->SetNodeTM(stage.Now(), from->GetNodeTM(stage.Now()));
+  node->SetObjectOffset(from->GetObjectOffset());
+  node->SetWireColor(from->GetWireColor());
+  node->SetMtl(from->GetMtl());
+  const std::string made = ToUtf8(node->GetName());
+  out.AddText("node", made);
+  out.text = made;
 }
 
 void SelectRows(Stage& stage, const Call& call, Outcome& out) {

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "host/io/import.h"
+#include "host/io/scenefile.h"
 #include "host/math/elementary.h"
 #include "host/scene/camera.h"
 #include "host/scene/join.h"
@@ -47,6 +48,8 @@ void Report(Outcome& out, INode* node) {
 
 void Open(Stage& stage, const Call& call, Outcome& out) {
   const Args& args = call.args;
+  if (host::LooksLikeScene(stage.Resolve(args.Text("file"))))
+    return OpenSceneFile(stage, call, out);
   host::ImportOptions options;
   if (args.Has("up"))
     options.up = args.Text("up") == "y" ? host::ImportOptions::Up::Y : host::ImportOptions::Up::Z;

@@ -133,15 +133,19 @@ std::string Stage::Resolve(const std::string& path) const {
   return (std::filesystem::path(folder_) / path).lexically_normal().string();
 }
 
-void Stage::Write(const Value& path, std::span<const std::byte> bytes) {
+std::string Stage::MakeRoomFor(const Value& path) const {
   const std::filesystem::path full = Resolve(path.text);
   std::error_code code;
   if (full.has_parent_path()) std::filesystem::create_directories(full.parent_path(), code);
   if (code)
     throw StepFailure{path.place, fmt::format("the folder {} can't be made: {}",
                                               full.parent_path().string(), code.message())};
+  return full.string();
+}
+
+void Stage::Write(const Value& path, std::span<const std::byte> bytes) {
   std::string error;
-  if (!host::WriteFileSafely(full.string(), bytes, error)) throw StepFailure{path.place, error};
+  if (!host::WriteFileSafely(MakeRoomFor(path), bytes, error)) throw StepFailure{path.place, error};
 }
 
 void Stage::Write(const Value& path, std::string_view text) {

@@ -79,6 +79,8 @@ class Stage {
 
   /// A path as it is opened.
   std::string Resolve(const std::string& path) const;
+  /// The same for a file that is going to be written: its folders are made.
+  std::string MakeRoomFor(const Value& path) const;
   /// Writes a file whole, after its folders.
   void Write(const Value& path, std::span<const std::byte> bytes);
   void Write(const Value& path, std::string_view text);

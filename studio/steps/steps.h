@@ -32,6 +32,8 @@ using StepFunction = void (*)(Stage& stage, const Call& call, Outcome& out);
 StepFunction FunctionOf(std::string_view name);
 
 // Scene.
+void OpenSceneFile(Stage& stage, const Call& call, Outcome& out);
+void Save(Stage& stage, const Call& call, Outcome& out);
 void Open(Stage& stage, const Call& call, Outcome& out);
 void Primitive(Stage& stage, const Call& call, Outcome& out);
 void Camera(Stage& stage, const Call& call, Outcome& out);
@@ -44,6 +46,13 @@ void Redo(Stage& stage, const Call& call, Outcome& out);
 void Create(Stage& stage, const Call& call, Outcome& out);
 void Select(Stage& stage, const Call& call, Outcome& out);
 void AddTypes(Stage& stage, const Call& call, Outcome& out);
+void ReplaceSource(Stage& stage, const Call& call, Outcome& out);
+void RemoveTypes(Stage& stage, const Call& call, Outcome& out);
+void Proxy(Stage& stage, const Call& call, Outcome& out);
+void ConvertType(Stage& stage, const Call& call, Outcome& out);
+void LoadType(Stage& stage, const Call& call, Outcome& out);
+void ExportType(Stage& stage, const Call& call, Outcome& out);
+void UpdateTypes(Stage& stage, const Call& call, Outcome& out);
 void SelectRows(Stage& stage, const Call& call, Outcome& out);
 void TypeColour(Stage& stage, const Call& call, Outcome& out);
 void Seed(Stage& stage, const Call& call, Outcome& out);

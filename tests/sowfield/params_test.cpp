@@ -1,5 +1,4 @@
-// The parameters against a table written by hand, what the object answers to their changes, and the
-// rules that hold between their tables.
+// The parameters against a table written by hand, and the rules that hold between their tables.
 
 #include "sowfield/model/params.h"
 
@@ -8,7 +7,6 @@
 #include <set>
 #include <sstream>
 
-#include "sowfield/model/messages.h"
 #include "tests/sowfield/fixture.h"
 
 namespace sowfield {
@@ -71,46 +69,6 @@ TEST(Params, AllHaveTheirIdsNamesTypesShapesDefaultsAndRanges) {
   }
   EXPECT_TRUE(ids.size() == 102 && AllParams().size() == 102);
   EXPECT_TRUE(!FindParam(25) && !FindParam(26) && !FindParam(104) && !FindParam(L"ins_pos"));
-}
-
-// Effects by letter: refresh, gate 0 or 1, remove, types, painter, rows, stats, size, collision,
-// erase, colour, exclusion, camera.
-std::string Answer(int param, bool holding, int restoring, int ready = 1, int mode = 3,
-                   RefMessage message = REFMSG_CHANGE) {
-  std::string text;
-  for (const Effect e : Decide({message, ParamID(param), holding, restoring, ready, mode}))
-    text += "r01XtpwszcehEC"[int(e)];
-  return text;
-}
-
-// Outside a step, recording, undo, redo, and both with the gate shut; - is no answer. The gate:
-// Geo_Kind comes last in an undo, Geo_Names last in a redo.
-constexpr const char* kAnswers = R"(
-Geo_Kind 1 - tpr1 0 tpr1 0    Geo_Names 1 - 0 tpr1 0 tpr1  Ins_Pos - - rs - - -
-Ins_AnimRand - - - rs - -     Display_Mode r r r r r r     Display_Type - - trs trs trs trs
-Geo_PaintPct - - p p - -      Brush_Size - - z z z z       Brush_LineSize - - z z z z
-Brush_Collision - - c c c c   Brush_Erase - - e e e e      Color_Shift - - h h h h
-Excl_On - - E E E E           Excl_Splines - - E E E E     CamClip C C C C C C
-Cam_Radio C C C C C C         CamNode C - C C C C)";
-
-TEST(Messages, ChangesAreAnsweredByTheTable) {
-  std::map<std::string, std::array<std::string, 6>> lines;
-  std::istringstream text(kAnswers);
-  for (std::string name; text >> name;)
-    for (std::string& cell : lines[name]) text >> cell, cell = cell == "-" ? "" : cell;
-  ASSERT_EQ(lines.size(), 17u);
-  for (const ParamEntry& e : AllParams()) {
-    auto l = lines[e.id == ColorShift ? "Color_Shift" : ToUtf8(e.name)];
-    if (e.form == IndexForm::Slot) l[2] = l[3] = "wr";
-    const std::array found = {Answer(e.id, false, 0),    Answer(e.id, true, 0),
-                              Answer(e.id, false, 1),    Answer(e.id, false, 4),
-                              Answer(e.id, false, 1, 0), Answer(e.id, false, 4, 0)};
-    EXPECT_EQ(found, l) << ToUtf8(e.name);
-    EXPECT_EQ(Answer(e.id, false, 2), l[0]) << "2 is neither undo nor redo";
-    EXPECT_EQ(Answer(e.id, true, 1), l[1]) << "recording rules";
-    EXPECT_EQ(Answer(e.id, true, 0, 1, 4, REFMSG_TAB_ELEMENT_NULLED), e.id == 0 ? "X" : "");
-  }
-  EXPECT_EQ(Answer(Excl_On, false, 1, 1, 4), "Er") << "the heavy modes are rebuilt";
 }
 
 struct Painted : SowfieldScene {

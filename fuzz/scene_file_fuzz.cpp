@@ -1,0 +1,56 @@
+// Opens any bytes as a scene. What opens must save, and open and save again to the same bytes. The
+// text's checksum is set right first, so that what lies behind it is reached.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "host/host.h"
+#include "host/io/glb.h"
+#include "host/io/scenefile.h"
+#include "sowfield/plugin/entry.h"
+
+namespace {
+
+constexpr std::string_view kMark = "\"jsonCrc\":\"";
+
+std::vector<std::byte> WithChecksum(const std::uint8_t* data, std::size_t size) {
+  std::string bytes(reinterpret_cast<const char*>(data), size);
+  std::uint32_t length = 0;
+  if (size >= 20) std::memcpy(&length, &bytes[12], 4);
+  const std::size_t mark = bytes.find(kMark);
+  if (length <= size - std::min<std::size_t>(size, 20) && mark != std::string::npos &&
+      mark + kMark.size() + 8 <= 20 + std::size_t(length)) {
+    bytes.replace(mark + kMark.size(), 8, "00000000");
+    const auto text = std::as_bytes(std::span(bytes)).subspan(20, length);
+    bytes.replace(mark + kMark.size(), 8, host::CrcText(host::Crc32c(text)));
+  }
+  const auto all = std::as_bytes(std::span(bytes));
+  return {all.begin(), all.end()};
+}
+
+std::vector<std::byte> Save(host::Host& host) {
+  std::vector<std::byte> bytes;
+  std::string error;
+  if (!host::SaveSceneBytes(host.Services(), "/scene.glb", bytes, error)) std::abort();
+  return bytes;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  host::Host host;
+  std::string error;
+  if (!host.Classes().AddPlugin(sowfield::Entries(), error)) std::abort();
+  const auto open = [&](const std::vector<std::byte>& bytes) {
+    return host::OpenSceneBytes(host.Services(), bytes, "it", {}, error);
+  };
+  if (!open(WithChecksum(data, size))) {
+    if (error.empty()) std::abort();
+    return 0;
+  }
+  const std::vector<std::byte> saved = Save(host);
+  if (!open(saved) || Save(host) != saved) std::abort();
+  return 0;
+}

@@ -1,0 +1,401 @@
+#include "host/io/sceneviewer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <tuple>
+#include <unordered_map>
+
+#include "host/interface.h"
+#include "host/io/modelfiles.h"
+#include "host/io/sceneclasses.h"
+#include "host/io/viewermesh.h"
+#include "host/math/elementary.h"
+#include "host/scene/camera.h"
+#include "host/scene/modifier.h"
+#include "host/scene/node.h"
+#include "host/scene/proxyobjects.h"
+
+namespace host {
+
+using nlohmann::json;
+
+namespace {
+
+bool IsFiniteMatrix(const Matrix3& m) {
+  return IsFinite(m.GetRow(0)) && IsFinite(m.GetRow(1)) && IsFinite(m.GetRow(2)) &&
+         IsFinite(m.GetRow(3));
+}
+
+// The nearest matrix that glTF can say, and whether it is the same within rounding.
+struct Nearest {
+  TransformParts parts{{1, 1, 1}, {0, 0, 0, 1}, {0, 0, 0}};
+  Matrix3 matrix;
+  bool same = false;
+};
+
+Nearest NearestOf(const Matrix3& m) {
+  constexpr float kRounding = 1e-5f;  // of the way to a quaternion and back
+  Nearest n;
+  if (!IsFiniteMatrix(m)) return n;
+  n.parts.position = m.GetTrans();
+  if (m.IsInvertible()) n.parts = PartsOf(m);
+  n.matrix = MatrixOf(n.parts);
+  float largest = 0, error = 0;
+  for (int i = 0; i < 3; ++i) {
+    largest = std::max(largest, Length(m.GetRow(i)));
+    error = std::max(error, Length(m.GetRow(i) - n.matrix.GetRow(i)));
+  }
+  n.same = m.IsInvertible() && error <= kRounding * largest;
+  return n;
+}
+
+void SetParts(json& node, const TransformParts& p) {
+  if (!(p.position == Point3(0, 0, 0)))
+    node["translation"] = {p.position.x, p.position.y, p.position.z};
+  if (!(p.rotation == std::array<double, 4>{0, 0, 0, 1}))
+    node["rotation"] = {float(p.rotation[0]), float(p.rotation[1]), float(p.rotation[2]),
+                        float(p.rotation[3])};
+  if (!(p.scale == std::array<double, 3>{1, 1, 1}))
+    node["scale"] = {float(p.scale[0]), float(p.scale[1]), float(p.scale[2])};
+}
+
+double LinearChannel(float screen) {
+  const double v = std::clamp(std::isfinite(screen) ? double(screen) : 0.0, 0.0, 1.0);
+  return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
+}
+
+const char* MimeOf(std::span<const std::byte> bytes) {
+  static constexpr unsigned char kPng[] = {0x89, 'P', 'N', 'G'}, kJpeg[] = {0xFF, 0xD8, 0xFF};
+  if (bytes.size() >= 4 && std::memcmp(bytes.data(), kPng, 4) == 0) return "image/png";
+  if (bytes.size() >= 3 && std::memcmp(bytes.data(), kJpeg, 3) == 0) return "image/jpeg";
+  return nullptr;
+}
+
+// Viewers take no other files.
+bool IsWebPicture(const std::string& file) {
+  const std::string extension = ExtensionOf(file);
+  return extension == ".png" || extension == ".jpg" || extension == ".jpeg";
+}
+
+std::string UriOf(const std::string& file) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string uri;
+  for (const char c : file) {
+    const auto u = static_cast<unsigned char>(c);
+    if (std::isalnum(u) || std::strchr("-_.~/", c)) {
+      uri += c;
+    } else {
+      uri += {'%', kHex[u >> 4], kHex[u & 15]};
+    }
+  }
+  return uri;
+}
+
+class ViewerScene {
+ public:
+  ViewerScene(Interface& ip, const std::string& path, BinaryParts& parts) : ip_(ip), parts_(parts) {
+    std::error_code code;  // pictures stay absolute then
+    folder_ = std::filesystem::absolute(path, code).lexically_normal().parent_path();
+  }
+
+  void Add(const std::vector<INode*>& nodes, json& root) {
+    json scene = json::object();
+    if (!nodes.empty()) {
+      AddFrame();
+      for (INode* n : nodes) AddNode(*n);
+      scene["nodes"] = {0};
+    }
+    root["scenes"] = {std::move(scene)};
+    root["scene"] = 0;
+    const auto put = [&](const char* name, json& list) {
+      if (!list.empty()) root[name] = std::move(list);
+    };
+    put("nodes", nodes_);
+    put("meshes", meshes_);
+    put("materials", materials_);
+    put("textures", textures_);
+    put("images", images_);
+    put("cameras", cameras_);
+    put("accessors", accessors_);
+    if (!channels_.empty())
+      root["animations"] = {
+          {{"channels", std::move(channels_)}, {"samplers", std::move(samplers_)}}};
+  }
+
+ private:
+  struct Place {
+    size_t index;   // of the glTF node that children hang on
+    Matrix3 world;  // of that node, in the scene's axes and units, at time 0
+  };
+
+  // Turns Z up to Y up, and scene units to metres.
+  void AddFrame() {
+    const double unit = MetresPer(ip_.MasterUnitType()) * double(ip_.MasterUnitScale());
+    const float half = float(std::sqrt(0.5));
+    json frame = {{"name", "Sowfield scene"}, {"rotation", {-half, 0, 0, half}}};
+    if (unit != 1 && std::isfinite(unit) && unit > 0) frame["scale"] = {unit, unit, unit};
+    nodes_.push_back(std::move(frame));
+    places_[ip_.GetRootNode()] = {0, Matrix3()};
+  }
+
+  size_t Child(size_t parent, json node) {
+    nodes_.push_back(std::move(node));
+    nodes_[parent]["children"].push_back(nodes_.size() - 1);
+    return nodes_.size() - 1;
+  }
+
+  void AddNode(INode& node) {
+    const Place above = places_.at(node.GetParentNode());
+    json value = {{"name", ToUtf8(node.GetName())}};
+    Place place;
+    const auto* control = dynamic_cast<TransformControl*>(node.GetReference(INode::kTMRef));
+    if (!control || !AddMoving(*control, above, value, place)) {
+      const Matrix3 world = node.GetNodeTM(0);
+      const Nearest n = NearestOf(world * Inverse(above.world));
+      SetParts(value, n.parts);
+      place.index = Child(above.index, std::move(value));
+      place.world = n.same ? world : n.matrix * above.world;
+    }
+    places_[&node] = place;
+    AddObject(node, place);
+  }
+
+  // What moves: the constant behind the keys is a node above, the one before them a node below.
+  bool AddMoving(const TransformControl& control, const Place& above, json value, Place& place) {
+    if (!control.IsKeyed()) return false;
+    const MotionTracks m = TracksOf(control);
+    const Nearest after = NearestOf(m.after), before = NearestOf(m.before);
+    if (!after.same || !before.same) return false;
+    size_t parent = above.index;
+    if (!m.after.IsIdentity()) {
+      json outer = json::object();
+      SetParts(outer, after.parts);
+      parent = Child(parent, std::move(outer));
+    }
+    TransformParts now;
+    double position[3];
+    Interval valid = FOREVER;
+    m.scale->At(0, now.scale.data(), valid);
+    m.rotation->RotationAt(0, now.rotation.data(), valid);
+    m.position->At(0, position, valid);
+    now.position = {float(position[0]), float(position[1]), float(position[2])};
+    SetParts(value, now);
+    place.index = Child(parent, std::move(value));
+    AddChannel(place.index, "translation", *m.position);
+    AddChannel(place.index, "rotation", *m.rotation);
+    AddChannel(place.index, "scale", *m.scale);
+    if (!m.before.IsIdentity()) {
+      json inner = json::object();
+      SetParts(inner, before.parts);
+      place.index = Child(place.index, std::move(inner));
+    }
+    place.world = control.GetValue(0, valid) * above.world;
+    return true;
+  }
+
+  void AddChannel(size_t node, const char* path, const Track& track) {
+    std::vector<TimeValue> times;
+    std::vector<float> values;
+    const bool turns = std::strcmp(path, "rotation") == 0;
+    if (!ViewerKeys(track, turns, times, values)) return;
+    std::vector<float> seconds;
+    for (const TimeValue t : times) seconds.push_back(float(double(t) / TIME_TICKSPERSEC));
+    const bool cubic = values.size() == seconds.size() * track.Width() * 3;
+    json input = Accessor(std::move(seconds), "SCALAR", 0);
+    json& range = accessors_[input.get<size_t>()];
+    range["min"] = {float(double(times.front()) / TIME_TICKSPERSEC)};
+    range["max"] = {float(double(times.back()) / TIME_TICKSPERSEC)};
+    const bool steps = track.Shape() == KeyShape::Step;
+    json sampler = {{"input", std::move(input)},
+                    {"output", Accessor(std::move(values), turns ? "VEC4" : "VEC3", 0)},
+                    {"interpolation", cubic   ? "CUBICSPLINE"
+                                      : steps ? "STEP"
+                                              : "LINEAR"}};
+    channels_.push_back(
+        {{"sampler", samplers_.size()}, {"target", {{"node", node}, {"path", path}}}});
+    samplers_.push_back(std::move(sampler));
+  }
+
+  template <class T>
+  json Accessor(std::vector<T> values, const char* type, int target) {
+    static_assert(sizeof(T) == 4);
+    const size_t width = std::strcmp(type, "SCALAR") == 0 ? 1 : size_t(type[3] - '0');
+    const auto bytes = std::as_bytes(std::span(values));
+    json accessor = {{"bufferView", parts_.Own({bytes.begin(), bytes.end()}, target)},
+                     {"componentType", std::is_same_v<T, float> ? 5126 : 5125},
+                     {"count", values.size() / width},
+                     {"type", type}};
+    accessors_.push_back(std::move(accessor));
+    return accessors_.size() - 1;
+  }
+
+  void AddObject(INode& node, const Place& place) {
+    if (node.IsHidden() || (node.GetLayer() && node.GetLayer()->IsHidden())) return;
+    Object* base = FindBaseObject(node.GetObjectRef());
+    if (!base) return;
+    const Matrix3 rest = RestOf(node, place);
+    if (const auto* camera = dynamic_cast<const CameraObject*>(base)) {
+      if (const std::optional<size_t> index = CameraOf(*camera))
+        nodes_[Under(place, NearestOf(rest))]["camera"] = *index;
+      return;
+    }
+    // A plug-in's own mesh is what it shows at the moment: no part of the scene.
+    if (base->SuperClassID() != GEOMOBJECT_CLASS_ID ||
+        (!FindSceneClass(base->SuperClassID(), base->ClassID()) &&
+         !dynamic_cast<ProxyObject*>(base)))
+      return;
+    const Nearest n = NearestOf(rest);
+    if (!n.same) {
+      if (const std::optional<size_t> mesh = MakeMesh(node, &rest))
+        nodes_[place.index]["mesh"] = *mesh;
+    } else if (const std::optional<size_t> mesh = MeshOfNode(node)) {
+      nodes_[Under(place, n)]["mesh"] = *mesh;
+    }
+  }
+
+  // From object space to the glTF node.
+  static Matrix3 RestOf(INode& node, const Place& place) {
+    if (place.world == node.GetNodeTM(0)) return node.GetObjectOffset();
+    return node.GetObjectTM(0) * Inverse(place.world);
+  }
+
+  size_t Under(const Place& place, const Nearest& n) {
+    if (n.matrix.IsIdentity()) return place.index;
+    json child = json::object();
+    SetParts(child, n.parts);
+    return Child(place.index, std::move(child));
+  }
+
+  std::optional<size_t> CameraOf(const CameraObject& camera) {
+    constexpr double kAspect = 4.0 / 3;
+    const double fov = camera.GetFOV(0);
+    if (!(fov > 0 && fov < kPi)) return std::nullopt;
+    const double yfov = 2 * std::atan(std::tan(fov / 2) / kAspect);
+    cameras_.push_back(
+        {{"type", "perspective"},
+         {"perspective", {{"aspectRatio", kAspect}, {"yfov", yfov}, {"znear", 0.1}}}});
+    return cameras_.size() - 1;
+  }
+
+  // Nodes that show the same share it.
+  std::optional<size_t> MeshOfNode(INode& node) {
+    const Mtl* mtl = node.GetMtl();
+    const auto key = std::tuple(static_cast<const void*>(node.GetObjectRef()),
+                                static_cast<const void*>(mtl), WireOf(node, mtl));
+    const auto found = meshOf_.find(key);
+    if (found != meshOf_.end()) return found->second;
+    return meshOf_[key] = MakeMesh(node, nullptr);
+  }
+
+  // Where a material has empty slots, the wire colour shows.
+  static ColorRef WireOf(const INode& node, const Mtl* mtl) {
+    return mtl && mtl->NumSubMtls() == 0 ? 0 : node.GetWireColor();
+  }
+
+  std::optional<size_t> MakeMesh(INode& node, const Matrix3* baked) {
+    const EvaluatedMesh evaluated = EvalMesh(&node, 0);
+    if (!evaluated || !evaluated.mesh->FirstFault().empty()) return std::nullopt;
+    json primitives = json::array();
+    for (ViewerPart& part : ViewerParts(*evaluated.mesh, baked)) {
+      Point3 low = part.positions[0], high = low;
+      for (const Point3& p : part.positions)
+        for (int k = 0; k < 3; ++k)
+          low[k] = std::min(low[k], p[k]), high[k] = std::max(high[k], p[k]);
+      constexpr int kVertices = 34962, kIndices = 34963;
+      json attributes;
+      attributes["POSITION"] = Accessor(Floats(part.positions, 3), "VEC3", kVertices);
+      json& position = accessors_[attributes["POSITION"].get<size_t>()];
+      position["min"] = {low.x, low.y, low.z};
+      position["max"] = {high.x, high.y, high.z};
+      attributes["NORMAL"] = Accessor(Floats(part.normals, 3), "VEC3", kVertices);
+      if (!part.uvs.empty())
+        attributes["TEXCOORD_0"] = Accessor(Floats(part.uvs, 2), "VEC2", kVertices);
+      primitives.push_back({{"attributes", std::move(attributes)},
+                            {"indices", Accessor(std::move(part.indices), "SCALAR", kIndices)},
+                            {"material", MaterialOf(node, part.materialId)}});
+    }
+    if (primitives.empty()) return std::nullopt;
+    meshes_.push_back({{"primitives", std::move(primitives)}});
+    return meshes_.size() - 1;
+  }
+
+  static std::vector<float> Floats(const std::vector<Point3>& points, int width) {
+    std::vector<float> floats;
+    floats.reserve(points.size() * size_t(width));
+    for (const Point3& p : points)
+      for (int k = 0; k < width; ++k) floats.push_back(p[k]);
+    return floats;
+  }
+
+  size_t MaterialOf(const INode& node, int id) {
+    const Mtl* mtl = MtlOfFace(node.GetMtl(), id);
+    const auto key = std::pair(static_cast<const void*>(mtl), mtl ? 0 : node.GetWireColor());
+    const auto found = materialOf_.find(key);
+    if (found != materialOf_.end()) return found->second;
+    const Color c = mtl ? mtl->GetDiffuse() : UnpackColor(node.GetWireColor());
+    json shader = {{"metallicFactor", 0}, {"roughnessFactor", 1}};
+    const auto* picture =
+        mtl ? dynamic_cast<const BitmapTex*>(mtl->GetSubTexmap(StdMtl::kDiffuseMap)) : nullptr;
+    const std::optional<size_t> texture = picture ? TextureOf(*picture) : std::nullopt;
+    if (texture) {
+      shader["baseColorTexture"] = {{"index", *texture}};
+    } else {
+      shader["baseColorFactor"] = {LinearChannel(c.r), LinearChannel(c.g), LinearChannel(c.b), 1};
+    }
+    json material = {{"pbrMetallicRoughness", std::move(shader)}, {"doubleSided", true}};
+    if (mtl && !mtl->GetName().empty()) material["name"] = ToUtf8(mtl->GetName());
+    materials_.push_back(std::move(material));
+    return materialOf_[key] = materials_.size() - 1;
+  }
+
+  std::optional<size_t> TextureOf(const BitmapTex& picture) {
+    const auto found = textureOf_.find(&picture);
+    if (found != textureOf_.end()) return found->second;
+    json image;
+    if (const BitmapTex::Bytes& bytes = picture.GetBytes()) {
+      if (const char* mime = MimeOf(*bytes))
+        image = {{"bufferView", ViewOf(*bytes)}, {"mimeType", mime}};
+    } else if (std::string file = ToUtf8(picture.GetMapName()); IsWebPicture(file)) {
+      std::replace(file.begin(), file.end(), '\\', '/');
+      const std::filesystem::path near = std::filesystem::path(file).lexically_relative(folder_);
+      image = {{"uri", UriOf(near.empty() ? file : near.string())}};
+    }
+    if (image.is_null()) return textureOf_[&picture] = std::nullopt;
+    images_.push_back(std::move(image));
+    textures_.push_back({{"source", images_.size() - 1}});
+    return textureOf_[&picture] = textures_.size() - 1;
+  }
+
+  // The scene's own description has brought the bytes along already.
+  size_t ViewOf(std::span<const std::byte> bytes) {
+    const auto& all = parts_.All();
+    for (size_t i = 0; i < all.size(); ++i)
+      if (all[i].size == bytes.size() && all[i].borrowed.data() == bytes.data()) return i;
+    return parts_.Borrow(bytes);
+  }
+
+  Interface& ip_;
+  std::filesystem::path folder_;
+  BinaryParts& parts_;
+  json nodes_ = json::array(), meshes_ = json::array(), materials_ = json::array(),
+       textures_ = json::array(), images_ = json::array(), cameras_ = json::array(),
+       accessors_ = json::array(), channels_ = json::array(), samplers_ = json::array();
+  std::unordered_map<const INode*, Place> places_;
+  std::map<std::tuple<const void*, const void*, ColorRef>, std::optional<size_t>> meshOf_;
+  std::map<std::pair<const void*, ColorRef>, size_t> materialOf_;
+  std::map<const BitmapTex*, std::optional<size_t>> textureOf_;
+};
+
+}  // namespace
+
+void AddViewerScene(Interface& ip, const std::vector<INode*>& nodes, const std::string& path,
+                    BinaryParts& parts, json& root) {
+  ViewerScene(ip, path, parts).Add(nodes, root);
+}
+
+}  // namespace host

@@ -1,0 +1,210 @@
+#include <functional>
+
+#include "host/interface.h"
+#include "host/io/sceneclasses.h"
+#include "host/io/scenefile.h"
+#include "host/io/sceneviewer.h"
+#include "host/scene/node.h"
+#include "host/scene/triobject.h"
+
+namespace host {
+
+using nlohmann::json;
+
+namespace {
+
+std::vector<INode*> NodesOf(const ReferenceTarget& object) {
+  std::vector<INode*> nodes;
+  for (ReferenceTarget* d : object.Dependents())
+    if (d->SuperClassID() == BASENODE_CLASS_ID)
+      if (auto* node = static_cast<INode*>(d); node->InScene() && node->GetObjectRef() == &object)
+        nodes.push_back(node);
+  return nodes;
+}
+
+json NodeValue(SceneOut& out, INode& node) {
+  json value = {{"id", out.Id(&node)},
+                {"name", ToUtf8(node.GetName())},
+                {"wire", HexValue(node.GetWireColor())},
+                {"hidden", node.IsHidden()},
+                {"renderable", node.Renderable()},
+                {"matrix", MatrixValue(StillMatrixOf(node))},
+                {"offset", MatrixValue(node.GetObjectOffset())}};
+  if (!node.GetParentNode()->IsRootNode()) value["parent"] = out.Ref(node.GetParentNode());
+  if (node.GetLayer()) value["layer"] = ToUtf8(node.GetLayer()->GetName());
+  // The object's own description names its nodes, in the order in which they came to show it.
+  out.Ref(node.GetObjectRef());
+  if (node.GetMtl()) value["material"] = out.Ref(node.GetMtl());
+  if (ReferenceTarget* control = node.GetReference(INode::kTMRef))
+    value["control"] = out.Ref(control);
+  return value;
+}
+
+// What a thing is called in messages.
+std::string LabelOf(const ReferenceTarget& thing) {
+  WStr name;
+  thing.GetClassName(name);
+  std::string label = "\"" + ToUtf8(name) + "\"";
+  if (const std::vector<INode*> nodes = NodesOf(thing); !nodes.empty())
+    label += " of the node \"" + ToUtf8(nodes.front()->GetName()) + "\"";
+  return label;
+}
+
+// References beside the block, by their index.
+json OtherRefs(SceneOut& out, const ReferenceTarget& thing, const IParamBlock2* block) {
+  json refs = json::array();
+  for (int i = 0; i < thing.NumRefs(); ++i)
+    if (ReferenceTarget* target = thing.GetReference(i); target && target != block) {
+      if (!dynamic_cast<TriObject*>(target))
+        throw SceneFault("its reference " + std::to_string(i) + " can't be saved");
+      refs.push_back({{"index", i}, {"to", out.Ref(target)}});
+    }
+  return refs;
+}
+
+json ThingValue(SceneOut& out, ReferenceTarget& thing) {
+  WStr name;
+  thing.GetClassName(name);
+  json value;
+  if (const auto* unknown = dynamic_cast<const UnknownThing*>(&thing)) {
+    value = out.Kept(*unknown->kept);
+  } else {
+    value = {{"super", HexValue(thing.SuperClassID())},
+             {"class", ClassValue(thing.ClassID())},
+             {"className", ToUtf8(name)}};
+    auto* object = dynamic_cast<Object*>(&thing);
+    if (const SceneClass* known = FindSceneClass(thing.SuperClassID(), thing.ClassID())) {
+      value["data"] = known->write(out, thing);
+    } else if (IParamBlock2* block = object ? object->GetParamBlock(0) : nullptr) {
+      value["block"] = BlockValue(out, *block);
+      value["refs"] = OtherRefs(out, thing, block);
+    } else {
+      throw SceneFault("things of its class can't be saved");
+    }
+  }
+  value["id"] = out.Id(&thing);
+  if (dynamic_cast<Object*>(&thing)) {
+    json nodes = json::array();
+    for (const INode* n : NodesOf(thing)) nodes.push_back(json{{"ref", out.Id(n)}});
+    value["nodes"] = std::move(nodes);
+  }
+  return value;
+}
+
+json SceneValue(Interface& ip, SceneOut& out, const std::vector<INode*>& nodes) {
+  ILayerManager& layers = ip.GetLayerManager();
+  json layerList = json::array();
+  for (const ILayer* l : layers.Layers())
+    layerList.push_back({{"name", ToUtf8(l->GetName())}, {"hidden", l->IsHidden()}});
+  json nodeList = json::array();
+  for (INode* n : nodes) nodeList.push_back(NodeValue(out, *n));
+  json things = json::array();
+  while (ReferenceTarget* thing = out.NextThing()) {
+    try {
+      things.push_back(ThingValue(out, *thing));
+    } catch (const SceneFault& f) {
+      throw SceneFault(LabelOf(*thing) + ": " + f.what());
+    }
+  }
+  const Interval& range = ip.GetAnimRange();
+  return {
+      {"version", kSceneVersion},
+      {"jsonCrc", "00000000"},
+      {"units", {{"type", int(ip.MasterUnitType())}, {"scale", FloatValue(ip.MasterUnitScale())}}},
+      {"range", {range.Start(), range.End()}},
+      {"time", ip.GetTime()},
+      {"layers", std::move(layerList)},
+      {"currentLayer", ToUtf8(layers.GetCurrentLayer()->GetName())},
+      {"nodes", std::move(nodeList)},
+      {"things", std::move(things)}};
+}
+
+void AddBuffers(json& root, const BinaryParts& parts) {
+  if (parts.Size() == 0) return;
+  json views = json::array();
+  for (const BinaryParts::Part& p : parts.All()) {
+    json view = {{"buffer", 0}, {"byteOffset", p.offset}, {"byteLength", p.size}};
+    if (p.target != 0) view["target"] = p.target;
+    views.push_back(std::move(view));
+  }
+  root["bufferViews"] = std::move(views);
+  root["buffers"] = {{{"byteLength", parts.Size()}}};
+}
+
+// The text's own checksum is taken with zeros in its place.
+std::string TextOf(const json& root) {
+  std::string text = root.dump();
+  while (text.size() % 4 != 0) text += ' ';
+  const std::string crc = CrcText(Crc32c(std::as_bytes(std::span(text))));
+  text.replace(text.find(kCrcMark) + kCrcMark.size(), crc.size(), crc);
+  return text;
+}
+
+void CheckDepth(const std::vector<INode*>& nodes) {
+  for (const INode* node : nodes) {
+    int depth = 0;
+    for (const INode* n = node; n; n = n->GetParentNode()) ++depth;
+    if (depth > kDeepestSceneNode)
+      throw SceneFault("the node \"" + ToUtf8(node->GetName()) + "\" lies deeper than " +
+                       std::to_string(kDeepestSceneNode) + " nodes");
+  }
+}
+
+// Composes the file and hands it to `write`, which tells its failures itself.
+bool Compose(Interface& ip, const std::string& path, std::string& error,
+             const std::function<bool(const std::string&, const BinaryParts&)>& write) {
+  const auto fail = [&](const std::string& why) {
+    error = "cannot save \"" + path + "\": " + why;
+    return false;
+  };
+  try {
+    const std::vector<INode*> nodes = ip.GetScene().AllNodes();
+    CheckDepth(nodes);
+    BinaryParts parts;
+    SceneOut out(parts, nodes);
+    json root = {{"asset", {{"version", "2.0"}, {"generator", "Sowfield"}}},
+                 {"extensionsUsed", {kSceneExtension}}};
+    root["extensions"][kSceneExtension] = SceneValue(ip, out, nodes);
+    AddViewerScene(ip, nodes, path, parts, root);
+    AddBuffers(root, parts);
+    const std::string text = TextOf(root);
+    if (const size_t size = GlbSize(text, parts); size > kMostGlbBytes)
+      return fail("it would have " + std::to_string(size) + " bytes, more than a .glb can hold (" +
+                  std::to_string(kMostGlbBytes) + ")");
+    return write(text, parts);
+  } catch (const SceneFault& f) {
+    return fail(f.what());
+  } catch (const std::bad_alloc&) {
+    return fail("there isn't enough memory");
+  }
+}
+
+}  // namespace
+
+bool SaveScene(Interface& ip, const std::string& path, const SaveOptions& options,
+               std::string& error) {
+  return Compose(ip, path, error, [&](const std::string& text, const BinaryParts& parts) {
+    SafeFile file(path);
+    const auto sink = [&](std::span<const std::byte> bytes) { return file.Write(bytes); };
+    if (file.Open() && WriteGlb(text, parts, sink) && file.Commit(options.backup)) return true;
+    error = file.Error();
+    if (error.empty()) error = "cannot save \"" + path + "\": a table changed its size";
+    return false;
+  });
+}
+
+bool SaveSceneBytes(Interface& ip, const std::string& path, std::vector<std::byte>& bytes,
+                    std::string& error) {
+  return Compose(ip, path, error, [&](const std::string& text, const BinaryParts& parts) {
+    std::vector<std::byte> written;
+    written.reserve(GlbSize(text, parts));
+    const bool whole = WriteGlb(text, parts, [&](std::span<const std::byte> piece) {
+      written.insert(written.end(), piece.begin(), piece.end());
+      return true;
+    });
+    if (whole) bytes = std::move(written);
+    return whole;
+  });
+}
+
+}  // namespace host

@@ -1,0 +1,273 @@
+#include "sowfield/objects/proxylife.h"
+
+#include <algorithm>
+
+#include "host/core/classdesc.h"
+#include "host/interface.h"
+#include "host/scene/modifier.h"
+#include "sowfield/model/typerows.h"
+#include "sowfield/objects/proxyfiles.h"
+#include "sowfield/objects/source.h"
+#include "sowfield/proxy/moksetfile.h"
+#include "sowfield/proxy/sceneproxy.h"
+
+namespace sowfield {
+namespace {
+
+constexpr Class_ID kEditableMeshClassID{0xe44f10b3, 0};
+constexpr int kFromNode = 0, kFromSceneProxy = 1, kFromFile = 2, kFromVRayProxy = 3;
+
+bool IsType(const Distribution& d, int type, int kind) {
+  return type >= 0 && type < d.TypeCount() && d.FindType(type).kind == kind;
+}
+
+WStr FileOf(const Distribution& d, const TypeRef& type) {
+  return d.block->GetStr(Proxy_Files, d.curTime, type.file);
+}
+
+TriObject* NewTriObject(Class_ID id = triObjectClassID) {
+  return static_cast<TriObject*>(CreateInstance(GEOMOBJECT_CLASS_ID, id));
+}
+
+// A node that stands where the source does and may be changed: the source stays as it is.
+INode* WorkingNode(INode* source, int kind, TimeValue t) {
+  Interface* ip = GetCOREInterface();
+  INode* node = nullptr;
+  if (kind == kFromSceneProxy) {
+    TriObject* made = NewTriObject();
+    ReadSceneProxyMeshInto(source, made->mesh);
+    node = ip->CreateObjectNode(made);
+  } else {
+    node = ip->CreateObjectNode(source->GetObjectRef());
+  }
+  node->SetObjectOffset(source->GetObjectOffset());
+  node->SetNodeTM(t, source->GetNodeTM(t));
+  return node;
+}
+
+void MovePivotToFloor(INode* node, TimeValue t) {
+  Box3 box;
+  node->EvalWorldState(t).obj->GetWorldBoundBox(t, node, nullptr, box);
+  if (box.IsEmpty()) return;
+  const Point3 floor(box.Center().x, box.Center().y, box.Min().z);
+  node->Move(t, Matrix3(), floor - node->GetNodeTM(t).GetTrans(), true, false, true);
+}
+
+void Collapse(INode* node, TimeValue t) {
+  if (TriObject* flat = CollapseStack(node->GetObjectRef(), t)) node->SetObjectRef(flat);
+}
+
+// Works rotation, scale and object offset into the object: the node keeps its place alone.
+void ResetTransform(INode* node, TimeValue t) {
+  for (int i = node->NumberOfChildren(); i-- > 0;)
+    GetCOREInterface()->GetRootNode()->AttachChild(node->GetChildNode(i), true);
+  Collapse(node, t);
+  const Matrix3 tm = node->GetNodeTM(t);
+  Matrix3 turn = tm;
+  turn.NoTrans();
+  const Matrix3 worked = node->GetObjectOffset() * turn;
+  node->SetNodeTM(t, TransMatrix(tm.GetTrans()));
+  node->SetObjectOffset(Matrix3());
+  auto* xform = new XFormModifier;
+  xform->SetMatrix(worked);
+  auto* stack = new DerivedObject(node->GetObjectRef());
+  stack->AddModifier(xform);
+  node->SetObjectRef(stack);
+  Collapse(node, t);
+}
+
+Mesh MeshForFile(INode* source, int kind, TimeValue t) {
+  INode* node = WorkingNode(source, kind, t);
+  Mesh mesh;
+  if (EvalMesh(node, t)) {
+    MovePivotToFloor(node, t);
+    ResetTransform(node, t);
+    mesh = *EvalMesh(node, t).mesh;
+  }
+  GetCOREInterface()->DeleteNode(node, false, false);
+  return mesh;
+}
+
+TypeData DataOfFile(const MoksetInfo& info) {
+  TypeData data;
+  data.vertices = info.vertices;
+  data.faces = info.faces;
+  data.samples = info.samples;
+  data.box = info.box;
+  return data;
+}
+
+TypeData StoredData(const Distribution& d, int type) {
+  const IParamBlock2& b = *d.block;
+  TypeData data;
+  data.vertices = b.Ints(Geo_VertCount)[size_t(type)];
+  data.faces = b.Ints(Geo_FaceCount)[size_t(type)];
+  const std::span<const int> counts = b.Ints(Geo_PointCount);
+  size_t first = 0;
+  for (int i = 0; i < type; ++i) first += size_t(counts[size_t(i)]);
+  const auto samples = b.Points(Geo_Points).subspan(first, size_t(counts[size_t(type)]));
+  data.samples.assign(samples.begin(), samples.end());
+  data.box = Box3(b.Points(Geo_BoxMin)[size_t(type)], b.Points(Geo_BoxMax)[size_t(type)]);
+  return data;
+}
+
+// The made node of a V-Ray proxy is replaced by one of the mesh as it is now.
+TypeData DataOfVRayProxy(Distribution& d, const TypeRef& type) {
+  INode* original = d.block->GetINode(Proxy_Nodes, d.curTime, type.original);
+  if (!WhyNotASource(original, d.curTime).empty()) return StoredData(d, type.type);
+  const Source source(original, d.curTime);
+  INode* old = d.SourceNode(type);
+  d.block->SetValue(Geo_Nodes, d.curTime, source.node, type.node);
+  GetCOREInterface()->DeleteNode(old, false, false);
+  return source.data;
+}
+
+TypeData FreshData(Distribution& d, const TypeRef& type) {
+  if (type.kind == kFromVRayProxy) return DataOfVRayProxy(d, type);
+  if (type.kind == kFromFile) {
+    const MoksetInfo info = ReadMoksetInfo(FileOf(d, type));
+    return info.generation < 1 || info.fault ? StoredData(d, type.type) : DataOfFile(info);
+  }
+  INode* node = d.SourceNode(type);
+  return WhyNotASource(node, d.curTime).empty() ? Source(node, d.curTime).data
+                                                : StoredData(d, type.type);
+}
+
+Mtl* MaterialOf(const Distribution& d, const TypeRef& type) {
+  const int index = d.block->GetInt(Proxy_MtlIndex, d.curTime, type.file);
+  return index < 0 ? nullptr : d.block->GetMtl(Proxy_Mtls, d.curTime, index);
+}
+
+}  // namespace
+
+std::string WhyNotConvertible(const Distribution& d, int type) {
+  if (type < 0 || type >= d.TypeCount()) return "there is no such type";
+  switch (d.FindType(type).kind) {
+    case kFromFile:
+      return "it lives in a file already";
+    case kFromVRayProxy:
+      return "a V-Ray proxy can't become a Mokset";
+    case kFromSceneProxy:
+      return ReadSceneProxyMesh(d.SourceNode(d.FindType(type))).verts.empty()
+                 ? "the mesh of its proxy object can't be read"
+                 : "";
+    default:
+      return EvalMesh(d.SourceNode(d.FindType(type)), d.curTime) ? "" : "its node gives no mesh";
+  }
+}
+
+bool ConvertType(Distribution& d, int type, const WStr& path, bool& written) {
+  written = false;
+  if (!WhyNotConvertible(d, type).empty()) return false;
+  IParamBlock2& block = *d.block;
+  const TypeRef from = d.FindType(type);
+  INode* node = d.SourceNode(from);
+  d.SetListReady(0);
+
+  theHold.Begin();
+  const Mesh mesh = MeshForFile(node, from.kind, d.curTime);
+  const Box3 box = mesh.getBoundingBox();
+  block.SetValue(Geo_Kind, d.curTime, kFromFile, type);
+  block.SetValue(Geo_BoxMax, d.curTime, box.Max(), type);
+  block.SetValue(Geo_BoxMin, d.curTime, box.Min(), type);
+  written = WriteMoksetFile(mesh, path, d.rng);
+  block.Insert(Proxy_Files, from.file, 1, &path);
+  int index = -1;
+  if (Mtl* material = node->GetMtl()) {
+    index = block.Count(Proxy_Mtls);
+    block.Append(Proxy_Mtls, 1, &material);
+  }
+  block.Insert(Proxy_MtlIndex, from.file, 1, &index);
+  block.Delete(Geo_Nodes, from.node, 1);
+  // The last table of every change of the list: undo and redo find their end by it.
+  const WStr name = block.GetStr(Geo_Names, d.curTime, type);
+  block.SetValue(Geo_Names, d.curTime, name, type);
+  theHold.Accept(L"Save Mokset Out");
+
+  d.Tell(Event::TypeListChanged);
+  d.Tell(Event::PainterListChanged);
+  d.SetListReady(1);
+  return true;
+}
+
+bool PointTypeAtFile(Distribution& d, int type, const WStr& path) {
+  if (!IsType(d, type, kFromFile)) return false;
+  Mesh mesh;  // only a whole file will do
+  const MoksetInfo info = ReadMoksetFile(path, mesh);
+  if (info.generation < 1 || info.fault) return false;
+  d.SetListReady(0);
+  d.block->SetValue(Proxy_Files, d.curTime, path, d.FindType(type).file);
+  ReplaceTypeData(d, type, DataOfFile(info));
+  d.SetListReady(1);
+  d.RefreshObject();
+  return true;
+}
+
+bool ExportMoksetToObject(Distribution& d, int type) {
+  if (!IsType(d, type, kFromFile)) return false;
+  IParamBlock2& block = *d.block;
+  const TypeRef from = d.FindType(type);
+  const WStr path = FileOf(d, from);
+  Interface* ip = GetCOREInterface();
+  if (!MoksetFileExists(path)) {
+    ip->Boxes().Show(L"Missing Mokset",
+                     L"The Vorn File you tried to Export is missing. Please locate the file before "
+                     L"Exporting.",
+                     host::BoxKind::Warning);
+    return false;
+  }
+  d.SetListReady(0);
+
+  theHold.Begin();
+  block.SetValue(Geo_Kind, d.curTime, kFromNode, type);
+  TriObject* object = NewTriObject(kEditableMeshClassID);
+  ReadMoksetMeshInto(path, object->mesh);
+  INode* node = ip->CreateObjectNode(object);
+  node->SetName(block.GetStr(Geo_Names, d.curTime, type));
+  if (INode* own = d.OwnNode()) {
+    Matrix3 place = own->GetNodeTM(d.curTime);
+    place.NoRot();
+    node->SetNodeTM(d.curTime, place);
+  }
+  if (Mtl* material = MaterialOf(d, from)) node->SetMtl(material);
+  RemoveProxyFile(d, from.file);
+  block.Insert(Geo_Nodes, from.node, 1, &node);
+  block.SetValue(Geo_Names, d.curTime, node->GetName(), type);
+  theHold.Accept(L"Export Mokset Out");
+
+  d.Tell(Event::TypeListChanged);
+  d.Tell(Event::PainterListChanged);
+  d.SetListReady(1);
+  return true;
+}
+
+void UpdateAllTypes(Distribution& d) {
+  IParamBlock2& block = *d.block;
+  d.SetListReady(0);
+  std::vector<TypeData> all;
+  for (int type = 0; type < d.TypeCount(); ++type) all.push_back(FreshData(d, d.FindType(type)));
+  for (const Param id :
+       {Geo_BoxMax, Geo_BoxMin, Geo_Points, Geo_PointCount, Geo_VertCount, Geo_FaceCount})
+    block.Delete(id, 0, block.Count(id));
+  for (const TypeData& data : all) AppendTypeData(d, data);
+  if (INode* own = d.OwnNode())
+    own->SetNodeTM(d.curTime, TransMatrix(own->GetNodeTM(d.curTime).GetTrans()));
+  d.Tell(Event::StatsChanged);
+  d.SetListReady(1);
+}
+
+std::vector<INode*> MakePreviewNodes(Distribution& d) {
+  std::vector<INode*> nodes;
+  for (const TypeRef& type : TypeWalk(*d.block)) {
+    if (type.kind != kFromFile) continue;
+    TriObject* object = NewTriObject();
+    ReadMoksetMeshInto(FileOf(d, type), object->mesh);
+    INode* node = GetCOREInterface()->CreateObjectNode(object);
+    node->SetMtl(MaterialOf(d, type));
+    node->Hide(true);
+    nodes.push_back(node);
+  }
+  return nodes;
+}
+
+}  // namespace sowfield

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "sowfield/model/typedata.h"
+
+namespace sowfield {
+
+/// Why a node can't become an object type; empty if it can. A source is a geometry object other
+/// than a Sowfield object whose mesh is sound and has a vertex, under a node matrix that can be
+/// undone. A V-Ray proxy must convert to its whole mesh; a Mokset proxy needs no mesh of its own,
+/// but sound tables.
+std::string WhyNotASource(INode* node, TimeValue t);
+
+/// A picked node as the source of a type. While it lives, a V-Ray proxy shows its whole mesh.
+class Source {
+ public:
+  /// The node must pass WhyNotASource. For a V-Ray proxy a hidden node is made that holds its mesh,
+  /// on the layer of all sources.
+  Source(INode* picked, TimeValue t);
+  ~Source();
+  Source(const Source&) = delete;
+  Source& operator=(const Source&) = delete;
+
+  int kind;       // as in Geo_Kind: 0, 1 or 3
+  INode* node;    // stands in Geo_Nodes: the picked one, or the one that was made
+  INode* picked;  // stands in Proxy_Nodes, for kind 3
+  TypeData data;
+
+  /// Moves the pivot to the bottom centre of the world box, where a placement stands; the object
+  /// stays. For kind 3 the pivots of both nodes move alike, after a reset to the object's own frame
+  /// or to the centre.
+  enum class Before { Reset, Center };
+  void MovePivotToFloor(Before ofKind3) const;
+
+ private:
+  TimeValue t_;
+  std::optional<int> shown_;  // what the V-Ray proxy showed before
+};
+
+}  // namespace sowfield

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <iosfwd>
+#include <memory>
+
+namespace CLI {
+class App;
+}
+
+namespace studio {
+
+/// The commands about scene files: `info`, `check`, `stats`, `params`, `placements`, `view` and
+/// `import`. What was asked for goes to `out`; what went wrong goes to `err`, one line that begins
+/// with the command's name.
+class FileCommands {
+ public:
+  /// Adds the commands to the program's; this must live while arguments are read.
+  explicit FileCommands(CLI::App& app);
+  ~FileCommands();
+  FileCommands(const FileCommands&) = delete;
+  FileCommands& operator=(const FileCommands&) = delete;
+
+  bool Parsed() const;
+  /// Returns the exit status: 0 done, 1 failed, 2 wrong usage.
+  int Run(std::ostream& out, std::ostream& err) const;
+
+ private:
+  struct Commands;
+  std::unique_ptr<Commands> commands_;
+};
+
+}  // namespace studio

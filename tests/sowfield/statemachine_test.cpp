@@ -1,0 +1,395 @@
+// Long random sequences of everything that changes the type list and the placements, held against
+// a plain model: a list of records, and a full copy of it for each undo step. Row selections,
+// brush sizes and Paint_ListExtra are left out: operations write them outside their steps.
+//
+// SOWFIELD_STEPS sets the number of steps, 20,000 without it.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <numeric>
+#include <set>
+
+#include "sowfield/objects/proxylife.h"
+#include "sowfield/proxy/moksetfile.h"
+#include "tests/sowfield/paint_fixture.h"
+#include "tests/sowfield/placement_twin.h"
+#include "tests/sowfield/typelist_fixture.h"
+
+namespace sowfield {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Operation {
+  int what;
+  std::uint32_t seed;
+};
+constexpr const char* kNames[] = {"add",  "replace", "delete", "paint",       "erase",
+                                  "set",  "convert", "load",   "export back", "update all",
+                                  "node", "undo",    "redo",   "clone"};
+// How often each comes.
+constexpr int kShares[] = {12, 6, 5, 20, 10, 10, 8, 3, 6, 2, 4, 12, 8, 1};
+constexpr int kOperations = int(std::size(kNames));
+constexpr size_t kMostTypes = 8;
+
+// What is compared: the types with their placements, the order in which these were painted, and
+// the global row.
+struct Model {
+  std::vector<TypeRecord> types;
+  std::vector<int> order;
+  std::vector<float> global;
+  bool operator==(const Model&) const = default;
+};
+
+Model ModelOf(const SowfieldScene& s) {
+  const IParamBlock2& b = *s.object->pblock2;
+  Model m{Records(s), {b.Ints(Ins_Type).begin(), b.Ints(Ins_Type).end()}, {}};
+  for (const int id : {12, 13, 14, 15, 16, 17, 58, 59, 60, 61, 63, 64, 65, 66, 101, 102})
+    m.global.push_back(b.GetFloat(ParamID(id), 0, 0));
+  for (const int id : {8, 9, 10, 54, 55, 56, 57, 100})
+    for (int i = 0; i < 100; ++i) m.global.push_back(b.GetFloat(ParamID(id), 0, i));
+  return m;
+}
+
+class Machine {
+ public:
+  explicit Machine(const fs::path& folder) : folder_(folder), s_(0, PaintScene::kScripted) {
+    for (int i = 0; i < 6; ++i) NewSource(i % 4 == 3 ? 3 : i % 4 == 2 ? 1 : 0, float(i));
+    for (int i = 0; i < 2; ++i) {
+      files_.push_back((folder_ / ("loaded" + std::to_string(i) + ".Vorn")).wstring());
+      WriteMoksetFile(BoxMeshOf(1, 2 + float(i), 1), files_.back(), s_.D().rng);
+    }
+    s_.Undo().Clear();
+    model_ = ModelOf(s_);
+  }
+
+  // Empty if all is well, else what is wrong.
+  std::string Do(const Operation& op) {
+    Draws draw(op.seed);
+    const Model before = model_;
+    step_ = false;
+    s_.redraws = 0;
+    Act(op.what, draw);
+    if (const std::string breach = s_.Breach(); !breach.empty()) return breach;
+    if (!(ModelOf(s_) == model_)) return "the tables aren't those of the model: " + Difference();
+    if (step_) {
+      undo_.push_back(before);
+      redo_.clear();
+    }
+    const bool travels =
+        kNames[op.what] == std::string_view("undo") || kNames[op.what] == std::string_view("redo");
+    if (travels && s_.redraws > 1) return std::to_string(s_.redraws) + " refreshes";
+    return {};
+  }
+
+  std::string UndoAndRedoAll() {
+    while (!undo_.empty())
+      if (const std::string why = Do({11, 0}); !why.empty()) return "undoing all: " + why;
+    if (s_.Undo().Undo()) return "the host has a step more than the model";
+    while (!redo_.empty())
+      if (const std::string why = Do({12, 0}); !why.empty()) return "redoing all: " + why;
+    return {};
+  }
+
+ private:
+  std::string Difference() {
+    const Model actual = ModelOf(s_);
+    if (actual.types.size() != model_.types.size())
+      return std::to_string(actual.types.size()) + " types, not " +
+             std::to_string(model_.types.size());
+    for (size_t t = 0; t < actual.types.size(); ++t)
+      if (!(actual.types[t] == model_.types[t])) return "type " + std::to_string(t);
+    return actual.order != model_.order ? "painting order" : "global row";
+  }
+
+  void NewSource(int kind, float size) {
+    INode* node = AddSource(s_, kind, L"Source", 1 + size, 2, 1 + 0.5f * size, {50 + size, 40, 0});
+    Matrix3 tm = node->GetNodeTM(0);
+    tm.RotateZ(0.3f * size);
+    node->SetNodeTM(0, tm);
+    if (int(size) % 2) node->SetMtl(new StdMtl);
+    pool_.push_back(Pin<INode>(node));
+  }
+  INode* Pick(Draws& draw) {
+    std::vector<INode*> there;
+    for (const Pin<INode>& n : pool_)
+      if (n->InScene() && WhyNotASource(n.get(), 0).empty()) there.push_back(n.get());
+    return there.empty() ? nullptr : there[size_t(draw.Int(0, int(there.size()) - 1))];
+  }
+  int AnyType(Draws& draw, auto&& fits) {
+    std::vector<int> types;
+    for (size_t t = 0; t < model_.types.size(); ++t)
+      if (fits(model_.types[t])) types.push_back(int(t));
+    return types.empty() ? -1 : types[size_t(draw.Int(0, int(types.size()) - 1))];
+  }
+  static bool Any(const TypeRecord&) { return true; }
+  static bool InFile(const TypeRecord& r) { return r.kind == 2; }
+
+  // What an operation reads from its source, the model takes over for that type alone.
+  void TakeData(size_t t) {
+    const TypeRecord now = Records(s_).at(t);
+    TypeRecord& r = model_.types[t];
+    r.kind = now.kind, r.node = now.node, r.original = now.original, r.file = now.file;
+    r.low = now.low, r.high = now.high, r.vertices = now.vertices, r.faces = now.faces;
+    r.samples = now.samples, r.name = now.name;
+  }
+  void RemoveTypes(auto&& goes) {
+    std::vector<int> number(model_.types.size(), -1);
+    std::vector<TypeRecord> left;
+    for (size_t t = 0; t < model_.types.size(); ++t) {
+      if (goes(model_.types[t], int(t))) continue;
+      number[t] = int(left.size());
+      left.push_back(model_.types[t]);
+    }
+    model_.types = left;
+    std::erase_if(model_.order, [&](int t) { return number[size_t(t)] < 0; });
+    for (int& t : model_.order) t = number[size_t(t)];
+  }
+  void SelectOne(int type) { s_.D().lists.SelectObjectRows({type + 1}); }
+  void Paint(int tool, const std::vector<PainterEvent>& events) {
+    if (model_.types.empty()) return;
+    s_.D().lists.SelectPainterRows({});
+    s_.Set(Brush_Collision, 0.0f);
+    ASSERT_TRUE(PressToolButton(tool));
+    s_.Give(events);
+    PressToolButton(kNoTool);
+  }
+
+  void Act(int what, Draws& draw) {
+    switch (what) {
+      case 0: {
+        INode* node = model_.types.size() < kMostTypes ? Pick(draw) : nullptr;
+        if (!node) return;
+        step_ = AddType(s_.D(), node);
+        ASSERT_TRUE(step_);
+        model_.types.push_back(Records(s_).back());
+        EXPECT_EQ(model_.types.back().name, node->GetName());
+        return;
+      }
+      case 1: {
+        const int type = AnyType(draw, Any);
+        INode* node = Pick(draw);
+        if (type < 0 || !node) return;
+        SelectOne(type);
+        step_ = ReplaceType(s_.D(), node);
+        ASSERT_TRUE(step_);
+        TakeData(size_t(type));
+        model_.types[size_t(type)].material = nullptr;
+        return;
+      }
+      case 2: {
+        std::vector<int> rows;
+        for (size_t t = 0; t < model_.types.size(); ++t)
+          if (draw.Int(0, 3) == 0) rows.push_back(int(t) + 1);
+        s_.D().lists.SelectObjectRows(rows);
+        step_ = DeleteSelectedTypes(s_.D()) > 0;
+        EXPECT_EQ(step_, !rows.empty());
+        RemoveTypes([&](const TypeRecord&, int t) {
+          return std::find(rows.begin(), rows.end(), t + 1) != rows.end();
+        });
+        return;
+      }
+      case 3:
+      case 4:
+        return PaintOrErase(what, draw);
+      case 5: {
+        if (model_.types.empty()) return;
+        const int type = AnyType(draw, Any);
+        const float value = draw.Float(0, 50);
+        theHold.Begin();
+        s_.Block().SetValue(Tr_ZPos_Min, 0, value, type + 1);
+        theHold.Accept(L"Set");
+        step_ = true;
+        model_.types[size_t(type)].rows[0] = value;
+        return;
+      }
+      default:
+        return ActOnFilesAndHistory(what, draw);
+    }
+  }
+
+  void PaintOrErase(int what, Draws& draw) {
+    const size_t count = model_.order.size();
+    std::vector<PainterEvent> events;
+    for (int i = draw.Int(1, 6); i-- > 0;)
+      events.push_back(PaintScene::On({draw.Float(-9, 9), draw.Float(-9, 9), 0}, 2));
+    Paint(what == 3 ? kLineTool : kEraseTool, events);
+    const std::span<const Point3> positions = s_.Block().Points(Ins_Pos);
+    if (what == 3) {
+      ASSERT_GE(positions.size(), count);
+      const std::vector<TypeRecord> now = Records(s_);
+      for (size_t p = count; p < positions.size(); ++p) {
+        const int type = s_.Block().GetInt(Ins_Type, 0, int(p));
+        auto& own = model_.types[size_t(type)].placements;
+        own.push_back(now[size_t(type)].placements.at(own.size()));
+        model_.order.push_back(type);
+      }
+      step_ = positions.size() > count;
+      return;
+    }
+    std::vector<size_t> seen(model_.types.size(), 0);
+    std::vector<int> order;
+    for (const int type : model_.order) {
+      auto& own = model_.types[size_t(type)].placements;
+      const auto& p = own[seen[size_t(type)]];
+      const bool goes = std::any_of(events.begin(), events.end(), [&](const PainterEvent& e) {
+        return Length(Point3(p[0], p[1], p[2]) - e.worldPoint) < 2;
+      });
+      if (goes) {
+        own.erase(own.begin() + std::ptrdiff_t(seen[size_t(type)]));
+      } else {
+        ++seen[size_t(type)];
+        order.push_back(type);
+      }
+    }
+    step_ = order.size() < model_.order.size();
+    model_.order = order;
+  }
+
+  void ActOnFilesAndHistory(int what, Draws& draw) {
+    const std::string_view name = kNames[what];
+    if (name == "convert") {
+      const int type = AnyType(draw, [](const TypeRecord& r) { return r.kind < 2; });
+      if (type < 0) return;
+      INode* node = model_.types[size_t(type)].node;
+      const WStr path = (folder_ / ("made" + std::to_string(draw.Int(0, 3)) + ".Vorn")).wstring();
+      bool written = false;
+      step_ = ConvertType(s_.D(), type, path, written);
+      ASSERT_TRUE(step_ && written);
+      TypeRecord& r = model_.types[size_t(type)];
+      const TypeRecord now = Records(s_)[size_t(type)];
+      r.kind = 2, r.node = nullptr, r.file = path, r.material = node->GetMtl();
+      r.low = now.low, r.high = now.high;
+    } else if (name == "load") {
+      const int type = AnyType(draw, InFile);
+      if (type < 0) return;
+      const WStr& path = files_[size_t(draw.Int(0, 1))];
+      ASSERT_TRUE(PointTypeAtFile(s_.D(), type, path));
+      TakeData(size_t(type));
+      EXPECT_EQ(model_.types[size_t(type)].file, path);
+      Forget();
+    } else if (name == "export back") {
+      const int type = AnyType(draw, InFile);
+      if (type < 0) return;
+      TypeRecord& r = model_.types[size_t(type)];
+      step_ = ExportMoksetToObject(s_.D(), type);
+      ASSERT_TRUE(step_);
+      const TypeRecord now = Records(s_)[size_t(type)];
+      EXPECT_EQ(now.node->GetMtl(), r.material);
+      r.kind = 0, r.node = now.node, r.name = now.node->GetName();
+      r.file.clear(), r.material = nullptr;
+    } else if (name == "update all") {
+      UpdateAllTypes(s_.D());
+      for (size_t t = 0; t < model_.types.size(); ++t) TakeData(t);
+      Forget();
+    } else if (name == "node") {
+      const int type = AnyType(draw, [](const TypeRecord& r) { return r.kind != 2; });
+      if (type < 0) return;
+      const TypeRecord& r = model_.types[size_t(type)];
+      INode* picked = r.original && draw.Int(0, 1) ? r.original : r.node;
+      step_ = true;
+      // Of the two nodes of a kind 3 type the other one goes too, and with it what else needs it.
+      std::set<INode*> gone = {picked};
+      const auto goes = [&](const TypeRecord& t, int) {
+        return gone.count(t.node) + gone.count(t.original) > 0 && t.kind != 2;
+      };
+      for (size_t round = 0; round < kMostTypes; ++round)
+        for (const TypeRecord& t : model_.types)
+          if (t.kind == 3 && goes(t, 0)) gone.insert({t.node, t.original});
+      RemoveTypes(goes);
+      s_.host.Services().DeleteNode(picked, true, false);
+    } else if (name == "undo" || name == "redo") {
+      Travel(name == "undo");
+    } else {
+      RemapDir remap;
+      const std::unique_ptr<ReferenceTarget, DeleteUnreferenced> copy(s_.object->Clone(remap));
+      EXPECT_EQ(Differences(TakeSnapshot(*static_cast<Sowfield*>(copy.get())->pblock2),
+                            TakeSnapshot(s_.Block())),
+                "");
+    }
+  }
+
+  void Travel(bool back) {
+    std::vector<Model>&from = back ? undo_ : redo_, &to = back ? redo_ : undo_;
+    EXPECT_EQ(back ? s_.Undo().Undo() : s_.Undo().Redo(), !from.empty());
+    if (from.empty()) return;
+    to.push_back(model_);
+    model_ = from.back();
+    from.pop_back();
+  }
+  // After what is no step: how edits outside steps roll with them is the undo system's own test.
+  void Forget() {
+    s_.Undo().Clear();
+    undo_.clear(), redo_.clear();
+  }
+
+  fs::path folder_;
+  PaintScene s_;
+  std::vector<Pin<INode>> pool_;
+  std::vector<WStr> files_;
+  Model model_;
+  std::vector<Model> undo_, redo_;
+  bool step_ = false;
+};
+
+std::string RunAll(const fs::path& folder, const std::vector<Operation>& operations) {
+  Machine machine(folder);
+  for (size_t i = 0; i < operations.size(); ++i) {
+    const std::string why = machine.Do(operations[i]);
+    if (!why.empty() || testing::Test::HasFailure())
+      return "step " + std::to_string(i) + ", " + kNames[operations[i].what] + ": " + why;
+  }
+  return machine.UndoAndRedoAll();
+}
+
+// Leaves out what isn't needed for a failure, in ever smaller pieces.
+std::vector<Operation> Shrunk(const fs::path& folder, std::vector<Operation> failing) {
+  for (size_t piece = failing.size() / 2; piece > 0; piece /= 2)
+    for (size_t at = 0; at + piece <= failing.size();) {
+      std::vector<Operation> fewer = failing;
+      fewer.erase(fewer.begin() + std::ptrdiff_t(at), fewer.begin() + std::ptrdiff_t(at + piece));
+      if (RunAll(folder, fewer).empty()) {
+        at += piece;
+      } else {
+        failing = fewer;
+      }
+    }
+  return failing;
+}
+
+std::vector<Operation> Sequence(std::uint32_t seed, size_t length) {
+  Draws draw(seed);
+  std::vector<Operation> operations;
+  const int all = std::accumulate(std::begin(kShares), std::end(kShares), 0);
+  while (operations.size() < length) {
+    int share = draw.Int(0, all - 1), what = 0;
+    while (share >= kShares[what]) share -= kShares[what++];
+    operations.push_back({what, draw.Bits()});
+  }
+  return operations;
+}
+
+TEST(StateMachine, TheTablesAreThoseOfAPlainModelAfterEveryStep) {
+  static_assert(std::size(kShares) == kOperations);
+  const fs::path folder = fs::path(testing::TempDir()) / ("machine_" + std::to_string(getpid()));
+  fs::create_directories(folder);
+  const char* asked = std::getenv("SOWFIELD_STEPS");
+  const size_t steps = asked ? size_t(std::atoll(asked)) : 20000, length = 400;
+  for (std::uint32_t seed = 1; size_t(seed - 1) * length < steps; ++seed) {
+    const std::vector<Operation> operations = Sequence(seed, length);
+    const std::string why = RunAll(folder, operations);
+    if (why.empty() && !HasFailure()) continue;
+    std::string list;
+    if (!HasFailure())  // a failed expectation stays failed, so there is nothing to shrink by
+      for (const Operation& op : Shrunk(folder, operations))
+        list += std::string("\n  ") + kNames[op.what] + " " + std::to_string(op.seed);
+    FAIL() << "seed " << seed << ", " << why << list;
+  }
+  fs::remove_all(folder);
+}
+
+}  // namespace
+}  // namespace sowfield

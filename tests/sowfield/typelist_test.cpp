@@ -1,0 +1,203 @@
+// Adding, replacing and deleting types: their nodes, layers, events, brush and refreshes.
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+#include "host/scene/mtl.h"
+#include "tests/sowfield/typelist_fixture.h"
+
+namespace sowfield {
+namespace {
+
+constexpr const wchar_t* kLayer = L"Vorn_Sowfield_Objects";
+
+// Types of the given kinds, boxes t + 1 wide, with placements.
+struct Mixed : SowfieldScene {
+  explicit Mixed(const std::vector<int>& kinds) {
+    for (size_t t = 0; t < kinds.size(); ++t) {
+      const auto w = float(t + 1);
+      if (kinds[t] == 2) AddFileType(*this, L"file", t == 4 ? nullptr : new StdMtl);
+      if (kinds[t] != 2) AddAsType(AddSource(*this, kinds[t], L"type", w, 2, 3, {w, 0, 0}));
+      AppendPlacements({{{w, 0, 0}, {}, int(t)}, {{0, w, 0}, {}, 0}});
+    }
+    Undo().Clear();
+  }
+  // Back and forth, one refresh each.
+  void RollBothWays(const WStr& name) {
+    EXPECT_EQ(Undo().UndoNames(), std::vector<WStr>{name});
+    for (const bool back : {true, false, true, false}) {
+      redraws = 0;
+      ASSERT_TRUE(back ? Undo().Undo() : Undo().Redo());
+      EXPECT_TRUE(redraws == 1 && D().ListReady() == 1) << redraws;
+      EXPECT_EQ(Breach(), "");
+    }
+  }
+};
+
+WStr LayerOf(INode* n) { return n->GetLayer()->GetName(); }
+
+int DeleteRows(SowfieldScene& s, const std::vector<int>& rows) {
+  s.D().lists.SelectObjectRows(rows);
+  return DeleteSelectedTypes(s.D());
+}
+
+TEST(ReplaceType, OfEachKindByEachKind) {
+  for (const int pair : {0, 1, 3, 10, 11, 13, 20, 21, 23, 30, 31, 33}) {
+    SCOPED_TRACE(pair);
+    const int old = pair / 10, kind = pair % 10;
+    Mixed s({2, 3, old, 0, 3, 2});
+    INode* node = AddSource(s, kind, L"new", 20, 4, 6, {5, 6, 7});
+    node->SetObjectOffset(TransMatrix({1, 2, 3}));
+    INode* const gone = Records(s)[2].node;
+    s.D().lists.SelectObjectRows({3});
+    s.log.Clear();
+    ASSERT_TRUE(ReplaceType(s.D(), node));
+    const TypeRecord r = Records(s)[2];
+    EXPECT_TRUE(r.low == Point3(-10, -2, 0) && r.high == Point3(10, 2, 6));
+    EXPECT_EQ(r.samples.size(), 8u);
+    for (const Point3& p : r.samples) EXPECT_TRUE(std::abs(p.x) == 10 && std::abs(p.z - 3) == 3);
+    for (INode* n : {node, r.node}) {
+      EXPECT_EQ(n->GetNodeTM(0).GetTrans(), Point3(6, 8, 10)) << "the floor of its box";
+      EXPECT_TRUE(n->GetObjectTM(0).GetTrans() == Point3(6, 8, 10) && LayerOf(n) == kLayer);
+    }
+    EXPECT_TRUE(!gone || (old == 3 ? !gone->InScene() : gone->InScene() && LayerOf(gone) == L"0"));
+    EXPECT_TRUE(s.D().lists.objectRows.empty());
+    for (const Event event : {Event::TypeListChanged, Event::PainterListChanged,
+                              Event::StatsChanged, Event::VariationsDropped})
+      EXPECT_EQ(s.log.Count(event), 1);
+    s.RollBothWays(L"Replace Geo");
+  }
+}
+
+TEST(ReplaceType, NeedsOneSelectedTypeAndKeepsASourceThatIsUsed) {
+  Mixed s({0, 3, 0});
+  const std::vector<TypeRecord> all = Records(s);
+  for (const std::vector<int>& rows : {std::vector<int>{}, {0}, {4}, {1, 2}, {1}}) {
+    s.D().lists.SelectObjectRows(rows);
+    EXPECT_FALSE(ReplaceType(s.D(), rows == std::vector{1} ? s.node : all[2].node));
+  }
+  EXPECT_TRUE(Records(s) == all && s.Undo().UndoNames().empty());
+  // By itself: every table is touched all the same, so that undo finds its last one.
+  ASSERT_TRUE(ReplaceType(s.D(), all[0].node));
+  EXPECT_EQ(LayerOf(all[0].node), kLayer);
+  s.RollBothWays(L"Replace Geo");
+  // A mesh node made for a proxy takes over from it.
+  s.D().lists.SelectObjectRows({2});
+  EXPECT_TRUE(ReplaceType(s.D(), all[1].node) && all[1].node->InScene() && s.Breach().empty());
+}
+
+TEST(DeleteSelectedTypes, LeavesWhatACopyOfTheObjectUses) {
+  for (const bool copied : {false, true}) {
+    Mixed s({0, 2, 3, 1, 2, 3, 2});
+    const std::vector<TypeRecord> all = Records(s);
+    RemapDir remap;
+    if (copied) s.host.Services().CreateObjectNode(static_cast<Object*>(s.object->Clone(remap)));
+    for (const int row : {0, 8}) EXPECT_EQ(DeleteRows(s, {row}), 0);
+    EXPECT_EQ(DeleteRows(s, {1, 2, 3, 4}), 4);
+    for (const size_t t : {0, 2, 3, 5}) {
+      INode* const own = all[t].original ? all[t].original : all[t].node;
+      EXPECT_TRUE(own->InScene() && LayerOf(own) == (copied || t == 5 ? kLayer : L"0")) << t;
+      EXPECT_EQ(all[t].node->InScene(), copied || t != 2) << t;
+    }
+    s.RollBothWays(L"Delete Geo");
+  }
+}
+
+TEST(DeleteSelectedTypes, RaisesTheBrushAndHoldsALockedList) {
+  SowfieldScene s;
+  const IParamBlock2& b = s.Block();
+  for (int t = 0; t < 9; ++t) s.AddAsType(s.AddBox(L"box", t ? 40.0f : 1.0f, 0, 1));
+  EXPECT_EQ(s.D().brushMinimum, 0.25f);
+  DeleteRows(s, {1});
+  EXPECT_TRUE(s.D().brushMinimum == 10 && b.GetFloat(Brush_LineSize) == 10);
+  EXPECT_EQ(b.GetInt(Paint_ListExtra), 2);
+  s.Set(List_Locked, 1), DeleteRows(s, {1, 2}), s.log.Clear(), DeleteRows(s, {1, 2, 3, 4, 5, 6});
+  EXPECT_TRUE(b.GetInt(Paint_ListExtra) == 2 && s.log.Count(Event::ColorShiftChanged) == 1);
+}
+
+TEST(AddType, OfAMoksetProxyTakesItsOwnSamples) {
+  SowfieldScene s;
+  Mesh cloud;
+  for (int i = 0; i < 4000; ++i) cloud.verts.push_back({float(i), 0, 1});
+  auto* proxy = ProxyOf<MoksetProxyObject>(cloud);
+  IParamBlock2& b = *proxy->GetParamBlock(0);
+  std::vector<int> list(3500);
+  std::iota(list.rbegin(), list.rend(), 100);
+  b.Delete(46, 0, b.Count(46)), b.Append(46, 3500, list.data());
+  b.SetValue(2, 0, Point3(0, -2, 1)), b.SetValue(1, 0, Point3(4000, 2, 5));
+  INode* node = s.AddNode(L"cloud", proxy, {1, 1, 1});
+  ASSERT_TRUE(s.AddAsType(node));
+  EXPECT_EQ(node->GetNodeTM(0).GetTrans(), Point3(2001, 1, 2)) << "the floor of the stored box";
+  EXPECT_EQ(s.Block().GetFloat(Brush_Collision), 4000);
+  proxy->SetFile(L"elsewhere.Vorn");
+  ASSERT_TRUE(s.AddAsType(node));
+  EXPECT_EQ(s.Ints(Geo_PointCount), (std::vector{3500, 3500})) << "more than of a mesh";
+  EXPECT_EQ(s.Ints(Geo_VertCount), (std::vector{4000, 3500})) << "in a file, the points are these";
+  for (int i : {3499, 6999}) EXPECT_EQ(s.Block().GetPoint3(Geo_Points, 0, i).x, 100);
+  // Tables that can't be.
+  const int beyond = 3500;
+  b.SetValue(50, 0, 0), b.Append(46, 1, &beyond);
+  EXPECT_NE(WhyNotASource(node, 0).find("sample list"), std::string::npos);
+  b.SetValue(46, 0, 0, 3500), b.SetValue(1, 0, Point3(-1, 2, 5));
+  EXPECT_NE(WhyNotASource(node, 0).find("box"), std::string::npos);
+  b.SetValue(3, 0, Point3(0, NAN, 0), 7);
+  EXPECT_NE(WhyNotASource(node, 0).find("finite"), std::string::npos);
+}
+
+TEST(AddType, OfAVRayProxyMakesAHiddenCopyOfItsWholeMesh) {
+  SowfieldScene s;
+  Mesh mesh = BoxMeshOf(2, 4, 6);
+  mesh.setNumVerts(9, true), mesh.setVert(8, {0, 0, 1});
+  auto* proxy = ProxyOf<VRayProxyObject>(mesh);
+  INode* node = s.AddNode(L"tree", proxy);
+  node->SetNodeTM(0, {{0, 2, 0}, {-2, 0, 0}, {0, 0, 2}, {10, 20, 30}});
+  node->SetObjectOffset(TransMatrix({1, 0, 5}));
+  node->SetWireColor(0x123456), node->SetMtl(new StdMtl);
+  const Matrix3 shown = node->GetObjectTM(0);
+  ASSERT_TRUE(s.AddAsType(node));
+  INode* copy = s.Block().GetINode(Geo_Nodes);
+  EXPECT_TRUE(copy != node && copy->IsHidden() && !node->IsHidden() && LayerOf(copy) == kLayer);
+  EXPECT_TRUE(copy->GetName() == L"tree001" && s.Block().GetStr(Geo_Names) == WStr(L"tree"));
+  EXPECT_TRUE(copy->GetWireColor() == 0x123456u && copy->GetMtl() == node->GetMtl());
+  EXPECT_EQ(EvalMesh(copy, 0).mesh->getNumVerts(), 9);
+  EXPECT_TRUE(s.Ints(Geo_VertCount) == std::vector{9} && proxy->pblock2->GetInt(1) == 0);
+  // Both stand where they stood, on a pivot at the floor of the turned, doubled box.
+  for (INode* n : {node, copy}) {
+    EXPECT_LT(Apart(n->GetObjectTM(0), shown), 2e-5);
+    EXPECT_LT(Apart(n->GetNodeTM(0).GetTrans(), {10, 22, 40}), 2e-5);
+  }
+  EXPECT_NEAR(s.Block().GetFloat(Brush_Collision), 8, 1e-5);
+  // One without a mesh is refused without a trace.
+  INode* none = s.AddNode(L"none", new VRayProxyObject);
+  EXPECT_TRUE(!s.AddAsType(none) && LayerOf(none) == L"0");
+  // A moving one moves its copy.
+  INode* moving = s.AddNode(L"moving", ProxyOf<VRayProxyObject>(mesh));
+  host::Track way({0, 0, 0});
+  way.SetKey(0, {0, 0, 0}), way.SetKey(1600, {8, 0, 0});
+  moving->GetTMController()->SetTracks(&way, nullptr, nullptr);
+  ASSERT_TRUE(s.AddAsType(moving));
+  copy = s.Block().GetINode(Geo_Nodes, 0, 1);
+  for (const float f : {0, 4, 8}) EXPECT_EQ(copy->GetNodeTM(int(200 * f)).GetTrans().x, f);
+}
+
+TEST(NodeDeletion, TakesBothNodesOfARendererProxy) {
+  for (const size_t which : {0, 1, 2}) {  // the copy, the original, both
+    Mixed s({0, 3, 2, 3, 1});
+    s.AddAsType(Records(s)[3].original);  // one original behind types 3 and 5
+    s.Undo().Clear();
+    const std::vector<TypeRecord> all = Records(s);
+    std::vector<INode*> nodes = {all[3].node, all[3].original};
+    if (which < 2) nodes = {nodes[which]};
+    s.log.Clear();
+    s.host.Services().DeleteNodes(nodes, true);
+    EXPECT_EQ(s.D().TypeCount(), 4);
+    EXPECT_EQ(s.log.Count(Event::TypeListChanged), 1);
+    EXPECT_EQ(s.log.Count(Event::StatsChanged), which == 2 ? 2 : 1) << "one walk a message";
+    for (INode* n : {all[3].node, all[3].original, all[5].node}) EXPECT_FALSE(n->InScene());
+    s.RollBothWays(L"Delete");
+  }
+}
+
+}  // namespace
+}  // namespace sowfield

@@ -1,0 +1,108 @@
+#include <algorithm>
+#include <cstring>
+
+#include "studio/cli.h"
+#include "tests/studio/jobfixture.h"
+
+namespace studio {
+namespace {
+
+class Files : public JobTest {
+ protected:
+  Result Command(std::vector<std::string> words) {
+    words.insert(words.begin(), "sowfield");
+    std::vector<const char*> argv;
+    for (const std::string& w : words) argv.push_back(w.c_str());
+    std::ostringstream out, err;
+    Result result;
+    result.status = RunCommandLine(int(argv.size()), argv.data(), out, err);
+    result.out = out.str(), result.err = err.str();
+    return result;
+  }
+  std::string Scene(const std::string& name = "scene.glb") { return Path(name).string(); }
+};
+
+TEST_F(Files, AJobSavesAndOpens) {
+  const Result first = RunSteps(kField + R"(,
+{"do": "set", "values": {"Brush_Size": 2, "Brush_Amount": 20}},
+{"do": "stroke", "tool": "multi", "points": [[-8, -6], [0, 4], [8, -4]], "on": "field"},
+{"do": "placements", "file": "p.json"}, {"do": "params", "file": "q.json"},
+{"do": "save", "file": "out/scene.glb"},
+{"do": "primitive", "kind": "sphere", "name": "new"},
+{"do": "open", "file": "out/scene.glb"},
+{"do": "placements", "file": "p2.json"}, {"do": "params", "file": "q2.json"},
+{"do": "save", "file": "again.glb"}, {"do": "check", "types": 1, "placements": {"min": 10}},
+{"do": "undo"})");
+  EXPECT_EQ(first.status, 1);
+  EXPECT_NE(first.err.find("there is nothing to undo"), std::string::npos) << first.err;
+  EXPECT_EQ(first.json["steps"].size(), 15u);
+  EXPECT_EQ(first.Step(11).at("nodes"), 3);
+  EXPECT_EQ(Read("p.json"), Read("p2.json"));
+  EXPECT_EQ(Read("q.json"), Read("q2.json"));
+  EXPECT_EQ(Read("out/scene.glb"), Read("again.glb"));
+}
+
+TEST_F(Files, CommandsTellWhatAFileHolds) {
+  ASSERT_EQ(RunSteps(kField + R"(,
+{"do": "set", "values": {"Brush_Size": 2, "Brush_Amount": 20}},
+{"do": "stroke", "tool": "multi", "points": [[-8, -6], [8, -4]], "on": "field"},
+{"do": "placements", "file": "p.json"}, {"do": "params", "file": "q.json"},
+{"do": "save", "file": "scene.glb"})")
+                .status,
+            0);
+  const auto painted = nlohmann::json::parse(Read("p.json"));
+  const size_t count = painted.at("count");
+  EXPECT_EQ(Command({"placements", Scene()}).out, Read("p.json"));
+  EXPECT_EQ(Command({"params", Scene()}).out, Read("q.json"));
+  const auto stats = nlohmann::json::parse(Command({"stats", Scene(), "--json"}).out);
+  EXPECT_EQ(stats.at("placements"), count);
+  const auto info = nlohmann::json::parse(Command({"info", Scene(), "--json"}).out);
+  EXPECT_EQ(info.at("objects").at(0).at("placements"), count);
+  EXPECT_EQ(info.at("nodes"), 3);
+  EXPECT_NE(Command({"check", Scene()}).out.find("1 object sound"), std::string::npos);
+
+  const std::string csv = Command({"placements", Scene(), "--csv"}).out;
+  EXPECT_EQ(size_t(std::count(csv.begin(), csv.end(), '\n')), count + 1);
+  const std::string row = csv.substr(csv.find('\n') + 1, csv.find('\n', csv.find('\n') + 1));
+  EXPECT_EQ(row.rfind("0,0,\"stone\",", 0), 0u);
+  EXPECT_EQ(std::stof(row.substr(12)), painted["placements"][0]["position"][0].get<float>());
+  EXPECT_EQ(Command({"view", Scene(), Scene("v.png"), "--size", "64", "32"}).status, 0);
+  EXPECT_EQ(Read("v.png").substr(1, 3), "PNG");
+}
+
+TEST_F(Files, FailuresNameTheFileAndTheReason) {
+  ASSERT_EQ(RunSteps(kField + R"(, {"do": "save", "file": "scene.glb"})").status, 0);
+  std::string bytes = Read("scene.glb");
+  bytes[bytes.find("\"matrix\":[") + 11] ^= 1;
+  Write("broken.glb", bytes);
+  for (const char* command : {"info", "check", "stats", "params", "placements"}) {
+    const Result r = Command({command, Scene("broken.glb")});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_NE(r.err.find("broken.glb\": its description is damaged"), std::string::npos) << r.err;
+  }
+  EXPECT_EQ(Command({"info", Scene("none.glb")}).status, 1);
+  Write("text.glb", "glTF, more or less");
+  EXPECT_EQ(Command({"check", Scene("text.glb")}).status, 1);
+  EXPECT_EQ(Command({"view", Scene(), Scene("v.jpg")}).status, 2);
+  EXPECT_EQ(Command({"placements", Scene(), "--object", "stone"}).status, 1);
+
+  const Result r = RunSteps(kField + R"(, {"do": "save", "file": "scene.glb"},
+{"do": "open", "file": "scene.glb", "at": [1, 0, 0]})");
+  EXPECT_NE(r.err.find("\"at\" is for models"), std::string::npos) << r.err;
+  EXPECT_NE(RunSteps(R"({"do": "save", "file": "a.gltf"})").err.find("doesn't end in .glb"),
+            std::string::npos);
+}
+
+TEST_F(Files, AModelBecomesAScene) {
+  Write("model.obj", "o leaf\nv 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
+  ASSERT_EQ(Command({"import", Scene("model.obj"), Scene("model.glb"), "--join", "leaf"}).status,
+            0);
+  const auto info = nlohmann::json::parse(Command({"info", Scene("model.glb"), "--json"}).out);
+  EXPECT_EQ(info.at("nodes"), 1);
+  EXPECT_EQ(Command({"import", Scene("model.glb"), Scene("x.glb")}).status, 1);
+  EXPECT_EQ(Command({"stats", Scene("model.glb")}).status, 1);
+}
+
+}  // namespace
+}  // namespace studio

@@ -1,0 +1,108 @@
+#include <cmath>
+
+#include "host/host.h"
+#include "sowfield/proxy/moksetfile.h"
+#include "studio/cli.h"
+#include "tests/studio/jobfixture.h"
+
+namespace studio {
+namespace {
+
+using nlohmann::json;
+
+// Two triangles that meet in a smoothed edge, with textures and ids 3 and 0, in feet.
+Mesh Roof() {
+  Mesh mesh;
+  mesh.verts = {{0, 0, 0}, {4, 0, 0.1f}, {2, 1, 3}, {2, 5, 1}};
+  mesh.faces = {{{0, 1, 2}, 1, EDGE_ALL}, {{1, 3, 2}, 1, EDGE_ALL}};
+  mesh.setFaceMtlIndex(0, 3);
+  mesh.maps[1].verts = {{0, 0, 0}, {1, 0, 0}, {0.5f, 0.25f, 0}, {NAN, 1, 0}};
+  mesh.maps[1].faces = {{{0, 1, 2}}, {{1, 3, 2}}};
+  mesh.maps[1].used = true;
+  return mesh;
+}
+
+bool Says(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+struct Mokset : JobTest {
+  void SetUp() override {
+    JobTest::SetUp();
+    host::Host host;
+    host.Services().SetMasterUnit(UNITS_FEET, 1);
+    sowfield::Generator generator;
+    ASSERT_TRUE(sowfield::WriteMoksetFile(Roof(), Path("roof.Vorn").wstring(), generator));
+  }
+  /// Words that begin with @ are names in the folder.
+  int Run(std::vector<std::string> words) {
+    words.insert(words.begin(), {"sowfield", "mokset"});
+    std::vector<const char*> args;
+    for (std::string& word : words) {
+      if (word[0] == '@') word = Path(word.substr(1)).string();
+      args.push_back(word.c_str());
+    }
+    std::ostringstream o, e;
+    const int status = RunCommandLine(int(args.size()), args.data(), o, e);
+    out = o.str(), err = e.str();
+    return status;
+  }
+  Mesh Meshed(const char* name) { return sowfield::ReadMoksetMesh(Path(name).wstring()); }
+  std::string out, err;
+};
+
+TEST_F(Mokset, InfoTellsTheHead) {
+  ASSERT_EQ(Run({"info", "@roof.Vorn", "--json"}), 0) << err;
+  const json info = json::parse(out);
+  EXPECT_TRUE(info["unit"] == "feet" && info["box"]["max"] == json({4, 5, 3})) << out;
+  Run({"info", "@roof.Vorn"});
+  EXPECT_TRUE(Says(out, "  box               0 0 0 to 4 5 3\n")) << out;
+}
+
+TEST_F(Mokset, VerifyNamesEachFaultWithItsPlace) {
+  const std::string whole = Read("roof.Vorn");
+  Write("cut.Vorn", whole.substr(0, 60)), Write("long.Vorn", whole + "12");
+  Write("moved.Vorn", std::string(whole).replace(49, 1, "\x01"));
+  EXPECT_EQ(Run({"verify", "@cut.Vorn", "@roof.Vorn", "@long.Vorn", "@moved.Vorn"}), 1);
+  EXPECT_EQ(out, Path("roof.Vorn").string() + ": sound, generation 3, 4 vertices, 2 faces\n");
+  const std::string end = "long.Vorn: byte " + std::to_string(whole.size()) + ": 2 bytes follow";
+  for (const std::string told : {"cut.Vorn: byte 43: the number of vertices is 4", end.c_str(),
+                                 "moved.Vorn: byte 15: the box"})
+    EXPECT_TRUE(Says(err, told)) << err;
+  EXPECT_EQ(Run({"verify", "--json", "@none.Vorn", "@roof.Vorn"}), 1);
+  EXPECT_TRUE(json::parse(out)[0]["ok"] == false && json::parse(out)[1]["faces"] == 2) << out;
+}
+
+TEST_F(Mokset, AModelThatWasExportedComesBack) {
+  for (const std::string ending : {"obj", "gltf", "GLB"}) {
+    ASSERT_EQ(Run({"export", "@roof.Vorn", "@roof." + ending}), 0) << err;
+    ASSERT_EQ(Run({"import", "--join", "@roof." + ending, "@back.Vorn"}), 0) << ending << err;
+    const Mesh back = Meshed("back.Vorn");
+    ASSERT_EQ(back.getNumFaces(), 2) << ending;
+    // glTF tells its length in metres, which is the unit of the program; OBJ tells none.
+    const float unit = ending == "obj" ? 1 : 0.3048f;
+    for (const Point3& corner : Roof().verts) {
+      const auto near = [&](auto& v) { return Length(v - corner * unit) < 1e-5f; };
+      EXPECT_EQ(std::count_if(back.verts.begin(), back.verts.end(), near), 1) << ending;
+    }
+    EXPECT_NE(back.faces[0].smGroup & back.faces[1].smGroup, 0u) << ending;
+    EXPECT_NE(back.faces[0].getMatID(), back.faces[1].getMatID()) << ending;
+    const auto middle = [](auto& v) { return v == Point3(0.5f, 0.25f, 0); };
+    EXPECT_TRUE(std::any_of(back.maps[1].verts.begin(), back.maps[1].verts.end(), middle));
+  }
+}
+
+TEST_F(Mokset, ImportTakesOneNodeOrAll) {
+  Write("pair.obj", "v 5 0 0\nv 6 0 0\nv 5 4 0\no left\nf 1 3 2\no right\nf 1 2 3\n");
+  EXPECT_EQ(Run({"import", "@pair.obj", "@a.Vorn"}), 1);
+  EXPECT_TRUE(Says(err, "2 nodes have a mesh") && Says(err, ": left, right\n")) << err;
+  EXPECT_FALSE(std::filesystem::exists(Path("a.Vorn")));
+  ASSERT_EQ(Run({"import", "@pair.obj", "@a.Vorn", "--node", "right"}), 0) << err;
+  // Where it stands in the world; the file's Y is up.
+  EXPECT_EQ(Meshed("a.Vorn").getBoundingBox(), Box3({5, 0, 0}, {6, 0, 4}));
+  EXPECT_EQ(Run({"import", "@pair.obj", "@a.Vorn", "--node", "left", "--join"}), 2);
+  EXPECT_EQ(Run({"export", "@roof.Vorn", "@roof.fbx"}), 2);
+}
+
+}  // namespace
+}  // namespace studio

@@ -139,7 +139,7 @@ TEST(AddType, OfAMoksetProxyTakesItsOwnSamples) {
   const int beyond = 3500;
   b.SetValue(50, 0, 0), b.Append(46, 1, &beyond);
   EXPECT_NE(WhyNotASource(node, 0).find("sample list"), std::string::npos);
-  b.SetValue(46, 0, 0, 3500), b.SetValue(1, 0, Point3(-1, 2, 5));
+  b.SetValue(46, 0, 0, b.Count(46) - 1), b.SetValue(1, 0, Point3(-1, 2, 5));
   EXPECT_NE(WhyNotASource(node, 0).find("box"), std::string::npos);
   b.SetValue(3, 0, Point3(0, NAN, 0), 7);
   EXPECT_NE(WhyNotASource(node, 0).find("finite"), std::string::npos);

@@ -1,6 +1,7 @@
 #include "sowfield/display/budgets.h"
 
 #include "host/interface.h"
+#include "sowfield/model/displaymode.h"
 
 namespace sowfield {
 
@@ -40,15 +41,15 @@ void ApplyBudgets(Distribution& d, TimeValue t) {
   const DisplayCost cost = CostOfDisplay(d);
   const auto mode = [&] { return d.block->GetInt(Display_Mode, t); };
 
-  if (mode() >= 6 && cost.vertices > 40'000'000) Lower(d, t, 4);
-  if (mode() == 5 && 800 * cost.placements > 15'000'000) Lower(d, t, 4);
-  if (mode() == 4 && 4 * cost.placements > 4'000'000) Lower(d, t, 1);
-  if (mode() == 3 && cost.cloudPoints > 3'000'000) {
-    Lower(d, t, 4);
+  if (mode() >= kShowOriginal && cost.vertices > 40'000'000) Lower(d, t, kShowPyramid);
+  if (mode() == kShowSquirrel && 800 * cost.placements > 15'000'000) Lower(d, t, kShowPyramid);
+  if (mode() == kShowPyramid && 4 * cost.placements > 4'000'000) Lower(d, t, kShowDot);
+  if (mode() == kShowCloud && cost.cloudPoints > 3'000'000) {
+    Lower(d, t, kShowPyramid);
     if (d.PanelsOpen()) d.block->SetValue(PointCloud, t, 1);
   }
-  if (mode() == 2 && 8 * cost.placements > 1'000'000) Lower(d, t, 4);
-  if (mode() == 1 && cost.placements > 3'000'000) Lower(d, t, 0);
+  if (mode() == kShowBox && 8 * cost.placements > 1'000'000) Lower(d, t, kShowPyramid);
+  if (mode() == kShowDot && cost.placements > 3'000'000) Lower(d, t, kShowNone);
 }
 
 }  // namespace sowfield

@@ -8,9 +8,9 @@
 #include "host/interface.h"
 #include "host/scene/triobject.h"
 #include "sowfield/display/budgets.h"
-#include "sowfield/display/displaymode.h"
 #include "sowfield/display/exclusionseam.h"
 #include "sowfield/display/figures.h"
+#include "sowfield/model/displaymode.h"
 #include "sowfield/model/placementbatch.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "sowfield/proxy/sceneproxy.h"
@@ -225,7 +225,7 @@ class Placements {
 bool DisplayBuilder::ShowsLogo() const {
   const IParamBlock2& block = *d_.block;
   return d_.TypeCount() == 0 || block.GetInt(Show_Logo, d_.curTime) ||
-         block.GetInt(Display_Mode, d_.curTime) == 0;
+         block.GetInt(Display_Mode, d_.curTime) == kShowNone;
 }
 
 float DisplayBuilder::LogoSize() {

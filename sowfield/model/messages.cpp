@@ -1,5 +1,7 @@
 #include "sowfield/model/messages.h"
 
+#include "sowfield/model/displaymode.h"
+
 #include <algorithm>
 
 #include "sowfield/model/params.h"
@@ -58,7 +60,7 @@ Effects OnChange(const MessageState& s) {
     case Excl_On:
       if (!restored) return out;
       out.Add(Effect::TellExclusion);
-      return s.displayMode > 3 ? out.Add(Effect::RefreshObject) : out;
+      return !IsLightMode(s.displayMode) ? out.Add(Effect::RefreshObject) : out;
     case CamClip:
     case Cam_Radio:
       return out.Add(Effect::TellCamera);

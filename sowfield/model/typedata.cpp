@@ -7,13 +7,13 @@
 
 namespace sowfield {
 
-TypeData DataOfMesh(const Mesh& mesh) {
+TypeData DataOfMesh(const Mesh& mesh, SampleShuffle how) {
   TypeData data;
   data.vertices = mesh.getNumVerts();
   data.faces = mesh.getNumFaces();
   data.box = mesh.getBoundingBox();
 
-  for (const std::uint32_t i : SampleOrder(mesh.verts.size(), SampleShuffle::NewType))
+  for (const std::uint32_t i : SampleOrder(mesh.verts.size(), how))
     data.samples.push_back(mesh.verts[i]);
   return data;
 }

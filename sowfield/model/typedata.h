@@ -18,7 +18,7 @@ struct TypeData {
 
 /// All vertices of a mesh up to 3000, a random choice of 3000 above, in shuffled order either way.
 /// The shuffle draws from the system's `rand`, not from an object's generator.
-TypeData DataOfMesh(const Mesh& mesh);
+TypeData DataOfMesh(const Mesh& mesh, SampleShuffle how = SampleShuffle::NewType);
 
 /// Appends the data of a new type, from Geo_VertCount to the box corners.
 void AppendTypeData(Distribution& d, const TypeData& data);

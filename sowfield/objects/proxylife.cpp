@@ -14,7 +14,6 @@
 namespace sowfield {
 namespace {
 
-constexpr Class_ID kEditableMeshClassID{0xe44f10b3, 0};
 constexpr int kFromNode = 0, kFromSceneProxy = 1, kFromFile = 2, kFromVRayProxy = 3;
 
 bool IsType(const Distribution& d, int type, int kind) {
@@ -115,7 +114,7 @@ TypeData StoredData(const Distribution& d, int type) {
 TypeData DataOfVRayProxy(Distribution& d, const TypeRef& type) {
   INode* original = d.block->GetINode(Proxy_Nodes, d.curTime, type.original);
   if (!WhyNotASource(original, d.curTime).empty()) return StoredData(d, type.type);
-  const Source source(original, d.curTime);
+  const Source source(original, d.curTime, SampleShuffle::File);
   INode* old = d.SourceNode(type);
   d.block->SetValue(Geo_Nodes, d.curTime, source.node, type.node);
   GetCOREInterface()->DeleteNode(old, false, false);
@@ -129,7 +128,7 @@ TypeData FreshData(Distribution& d, const TypeRef& type) {
     return info.generation < 1 || info.fault ? StoredData(d, type.type) : DataOfFile(info);
   }
   INode* node = d.SourceNode(type);
-  return WhyNotASource(node, d.curTime).empty() ? Source(node, d.curTime).data
+  return WhyNotASource(node, d.curTime).empty() ? Source(node, d.curTime, SampleShuffle::File).data
                                                 : StoredData(d, type.type);
 }
 
@@ -220,7 +219,7 @@ bool ExportMoksetToObject(Distribution& d, int type) {
 
   theHold.Begin();
   block.SetValue(Geo_Kind, d.curTime, kFromNode, type);
-  TriObject* object = NewTriObject(kEditableMeshClassID);
+  TriObject* object = NewTriObject(EditableMesh::kClassID);
   ReadMoksetMeshInto(path, object->mesh);
   INode* node = ip->CreateObjectNode(object);
   node->SetName(block.GetStr(Geo_Names, d.curTime, type));

@@ -6,14 +6,12 @@
 #include "host/interface.h"
 #include "host/scene/triobject.h"
 #include "sowfield/model/classids.h"
+#include "sowfield/proxy/sceneproxy.h"
 
 namespace sowfield {
 namespace {
 
-// Parameters of the proxy classes, in their block 0.
-constexpr ParamID kProxyBoxMax = 1, kProxyBoxMin = 2, kProxyPoints = 3, kProxyFaces = 5,
-                  kProxySamples = 46, kProxyExternal = 50;
-constexpr ParamID kVRayDisplay = 1;
+constexpr ParamID kVRayDisplay = 1;  // in its block 0
 constexpr int kVRayWholeMesh = 4;
 
 IParamBlock2* BlockOf(INode* node, TimeValue t) {
@@ -54,33 +52,34 @@ std::string WhyNotAWholeMesh(INode* node, Object* object, TimeValue t) {
 }
 
 std::string WhyNotTables(const IParamBlock2* block) {
-  const ParamID needed[] = {kProxyBoxMax, kProxyBoxMin,  kProxyPoints,
-                            kProxyFaces,  kProxySamples, kProxyExternal};
+  const ParamID needed[] = {moksetproxy::kBoxMax, moksetproxy::kBoxMin,  moksetproxy::kVertices,
+                            moksetproxy::kFaces,  moksetproxy::kSamples, moksetproxy::kExternal};
   for (const ParamID id : needed)
     if (!block || !block->GetDesc()->Find(id)) return "its proxy object has no mesh parameters";
-  const std::span<const Point3> points = block->Points(kProxyPoints);
+  const std::span<const Point3> points = block->Points(moksetproxy::kVertices);
   if (points.empty()) return "its mesh has no vertices";
   if (!std::all_of(points.begin(), points.end(), IsFinite))
     return "its mesh has a vertex that isn't finite";
-  const Box3 box(block->GetPoint3(kProxyBoxMin), block->GetPoint3(kProxyBoxMax));
+  const Box3 box(block->GetPoint3(moksetproxy::kBoxMin), block->GetPoint3(moksetproxy::kBoxMax));
   if (box.IsEmpty() || !IsSoundBox(box)) return "its box isn't one";
-  const std::span<const int> samples = block->Ints(kProxySamples);
+  const std::span<const int> samples = block->Ints(moksetproxy::kSamples);
   const auto beyond = [&](int i) { return i < 0 || size_t(i) >= points.size(); };
-  if (block->GetInt(kProxyExternal) == 0 && std::any_of(samples.begin(), samples.end(), beyond))
+  if (block->GetInt(moksetproxy::kExternal) == 0 &&
+      std::any_of(samples.begin(), samples.end(), beyond))
     return "its sample list names a vertex that isn't there";
   return {};
 }
 
 TypeData DataOfMoksetProxy(const IParamBlock2& proxy) {
   TypeData data;
-  data.vertices = proxy.Count(kProxyPoints);
-  data.faces = proxy.Count(kProxyFaces);
-  data.box = Box3(proxy.GetPoint3(kProxyBoxMin), proxy.GetPoint3(kProxyBoxMax));
-  const std::span<const Point3> points = proxy.Points(kProxyPoints);
-  if (proxy.GetInt(kProxyExternal)) {
+  data.vertices = proxy.Count(moksetproxy::kVertices);
+  data.faces = proxy.Count(moksetproxy::kFaces);
+  data.box = Box3(proxy.GetPoint3(moksetproxy::kBoxMin), proxy.GetPoint3(moksetproxy::kBoxMax));
+  const std::span<const Point3> points = proxy.Points(moksetproxy::kVertices);
+  if (proxy.GetInt(moksetproxy::kExternal)) {
     data.samples.assign(points.begin(), points.end());
   } else {
-    for (const int i : proxy.Ints(kProxySamples)) data.samples.push_back(points[size_t(i)]);
+    for (const int i : proxy.Ints(moksetproxy::kSamples)) data.samples.push_back(points[size_t(i)]);
   }
   return data;
 }
@@ -126,7 +125,7 @@ std::string WhyNotASource(INode* node, TimeValue t) {
   return IsSoundBox(box) ? "" : "its size isn't a finite number";
 }
 
-Source::Source(INode* asked, TimeValue t)
+Source::Source(INode* asked, TimeValue t, SampleShuffle how)
     : kind(KindOf(asked->EvalWorldState(t).obj)), node(asked), picked(asked), t_(t) {
   if (kind == 1) {
     data = DataOfMoksetProxy(*BlockOf(picked, t));
@@ -135,7 +134,7 @@ Source::Source(INode* asked, TimeValue t)
   if (kind == 3) shown_ = ShowVRay(picked, t, kVRayWholeMesh);
   const EvaluatedMesh whole = EvalMesh(picked, t);
   if (kind == 3) node = MakeMeshNode(picked, *whole.mesh, t);
-  data = DataOfMesh(*whole.mesh);
+  data = DataOfMesh(*whole.mesh, how);
 }
 
 Source::~Source() {

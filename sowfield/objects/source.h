@@ -17,8 +17,8 @@ std::string WhyNotASource(INode* node, TimeValue t);
 class Source {
  public:
   /// The node must pass WhyNotASource. For a V-Ray proxy a hidden node is made that holds its mesh,
-  /// on the layer of all sources.
-  Source(INode* picked, TimeValue t);
+  /// on the layer of all sources. `how` a mesh's samples are shuffled.
+  Source(INode* picked, TimeValue t, SampleShuffle how = SampleShuffle::NewType);
   ~Source();
   Source(const Source&) = delete;
   Source& operator=(const Source&) = delete;

@@ -5,6 +5,7 @@
 #include "host/interface.h"
 #include "host/math/elementary.h"
 #include "host/math/quat.h"
+#include "sowfield/model/displaymode.h"
 #include "sowfield/model/units.h"
 #include "sowfield/paint/painter.h"
 
@@ -278,7 +279,7 @@ void SowfieldPainter::Erase(const PainterEvent& event) {
 
   OpenEraseStep();
   for (const Param id : kPlacementTables) block.KeepEntries(id, keep);
-  if (block.GetInt(Display_Mode, d_.curTime) > 3) {
+  if (!IsLightMode(block.GetInt(Display_Mode, d_.curTime))) {
     d_.RefreshObject();
     painter_->UpdateMeshes(false);  // the object's own mesh may be among the targets
   }
@@ -295,7 +296,7 @@ void SowfieldPainter::CommitPending() {
   block.Append(Ins_Type, n, pendingType_.data());
   block.Append(Ins_Rand, n, pendingRand_.data());
   block.Append(Ins_AnimRand, n, pendingAnimRand_.data());
-  if (block.GetInt(Display_Mode, d_.curTime) < 4) {
+  if (IsLightMode(block.GetInt(Display_Mode, d_.curTime))) {
     GetCOREInterface()->RedrawViews(d_.curTime);
   } else {
     d_.RefreshObject();

@@ -5,7 +5,7 @@
 #include "host/viewport/renderitems.h"
 #include "host/viewport/viewexp.h"
 #include "sowfield/display/bounds.h"
-#include "sowfield/display/displaymode.h"
+#include "sowfield/model/displaymode.h"
 #include "sowfield/model/classids.h"
 #include "sowfield/model/palette.h"
 #include "sowfield/model/typedata.h"

@@ -1,10 +1,10 @@
 #include "host/math/elementary.h"
 
-#include "host/math/sincos_kernel.h"
-
 #include <array>
 #include <cmath>
 #include <limits>
+
+#include "host/math/sincos_kernel.h"
 
 namespace host {
 namespace {

@@ -5,8 +5,8 @@
 
 #include "host/interface.h"
 #include "host/viewport/graphicswindow.h"
-#include "sowfield/model/displaymode.h"
 #include "sowfield/display/exclusionseam.h"
+#include "sowfield/model/displaymode.h"
 #include "sowfield/model/invariants.h"
 #include "sowfield/model/palette.h"
 #include "sowfield/model/placementbatch.h"

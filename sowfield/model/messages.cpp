@@ -1,9 +1,8 @@
 #include "sowfield/model/messages.h"
 
-#include "sowfield/model/displaymode.h"
-
 #include <algorithm>
 
+#include "sowfield/model/displaymode.h"
 #include "sowfield/model/params.h"
 
 namespace sowfield {

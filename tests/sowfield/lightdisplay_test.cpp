@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "host/viewport/renderitems.h"
-#include "sowfield/model/displaymode.h"
 #include "sowfield/display/lightmodes.h"
+#include "sowfield/model/displaymode.h"
 #include "sowfield/model/palette.h"
 #include "tests/sowfield/placement_twin.h"
 

@@ -11,6 +11,7 @@
 #include "host/host.h"
 #include "host/io/file.h"
 #include "host/io/import.h"
+#include "host/io/modelfiles.h"
 #include "host/scene/join.h"
 #include "host/scene/triobject.h"
 #include "sowfield/proxy/moksetfile.h"
@@ -66,8 +67,9 @@ int Conclude(const Streams& to, const JsonOut& json, const std::string& text) {
 
 int Fail(const Streams& to, const std::string& file, const MoksetFault& fault) {
   const std::string text = TextOf(fault);
-  // Messages of the host name the file themselves, in quotes.
-  const bool named = text.find('"' + file + '"') != std::string::npos;
+  // Messages of the host name the file themselves.
+  const bool named =
+      text.starts_with(file + ": ") || text.find('"' + file + '"') != std::string::npos;
   to.err << (named ? "" : file + ": ") << text << '\n';
   JsonOut json;
   json.BeginObject().Key("file").Text(file);
@@ -76,9 +78,17 @@ int Fail(const Streams& to, const std::string& file, const MoksetFault& fault) {
   return 1;
 }
 
+// A file of another kind altogether is taken for one of the first generation.
+MoksetFault FaultOf(const MoksetInfo& info) {
+  MoksetFault fault = info.fault;
+  if (fault && info.generation == 1)
+    fault.text += " (it has no Mokset mark, so it was read as generation 1)";
+  return fault;
+}
+
 int ShowInfo(const Streams& to, const std::string& file) {
   const MoksetInfo info = sowfield::ReadMoksetInfo(FromUtf8(file));
-  if (info.fault) return Fail(to, file, info.fault);
+  if (info.fault) return Fail(to, file, FaultOf(info));
   const Unit* unit = UnitOf(info);
   JsonOut json;
   json.BeginObject().Key("file").Text(file);
@@ -143,12 +153,9 @@ int Verify(const Streams& to, std::span<const std::string> files) {
   return std::max(status, Conclude(to, json.Line().End(), text));
 }
 
-// The extension with its point, in small letters.
-std::string EndingOf(const std::string& path) {
-  std::string ending = std::filesystem::path(path).extension().string();
-  for (char& c : ending)
-    if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
-  return ending;
+int WrongEnding(const Streams& to, const std::string& target, const char* endings) {
+  Fail(to, target, {0, fmt::format("its ending must be {}", endings)});
+  return 2;
 }
 
 int Done(const Streams& to, const std::string& from, const std::string& target, const Mesh& mesh) {
@@ -161,14 +168,12 @@ int Done(const Streams& to, const std::string& from, const std::string& target, 
 }
 
 int Export(const Streams& to, const std::string& file, const std::string& target) {
-  const std::string ending = EndingOf(target);
-  if (ending != ".obj" && ending != ".gltf" && ending != ".glb") {
-    to.err << target << ": the ending must be .obj, .gltf or .glb\n";
-    return 2;
-  }
+  const std::string ending = host::ExtensionOf(target);
+  if (ending != ".obj" && ending != ".gltf" && ending != ".glb")
+    return WrongEnding(to, target, ".obj, .gltf or .glb");
   Mesh mesh;
   const MoksetInfo info = sowfield::ReadMoksetFile(FromUtf8(file), mesh);
-  if (info.fault) return Fail(to, file, info.fault);
+  if (info.fault) return Fail(to, file, FaultOf(info));
   const std::string name = std::filesystem::path(file).stem().string();
   std::string bytes, error;
   if (ending == ".obj") {
@@ -230,6 +235,7 @@ INode* ChooseNode(Scene& scene, std::vector<INode*> nodes, const std::string& na
 
 int Import(const Streams& to, const std::string& model, const std::string& target,
            const std::string& name, bool join) {
+  if (host::ExtensionOf(target) != ".vorn") return WrongEnding(to, target, ".Vorn");
   host::Host host;
   std::string error;
   const auto result = host::ImportModel(host.Services(), model, {}, error);

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "host/core/assets.h"
 #include "host/core/classdesc.h"
 #include "host/core/hold.h"
 #include "host/core/notify.h"
@@ -39,6 +40,7 @@ class CoreSession {
   ClassRegistry classes;
   Hold hold;
   SystemRandom systemRandom;
+  MaxSDK::AssetManagement::IAssetManager assets;
   /// The host's present time.
   TimeValue time = 0;
 

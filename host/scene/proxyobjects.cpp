@@ -159,7 +159,12 @@ void MoksetProxyObject::SetMesh(const Mesh& source) {
   pblock2->SetValue(kExternal, 0, 0);
 }
 
-void MoksetProxyObject::SetFile(const WStr& path) {
+void* MoksetProxyObject::GetInterface(Interface_ID id) {
+  if (id == kID) return static_cast<MoksetProxyInterface*>(this);
+  return ProxyObject::GetInterface(id);
+}
+
+void MoksetProxyObject::SetProxyFile(const WStr& path) {
   if (pblock2->GetInt(kExternal) == 0) {
     const std::span<const Point3> verts = pblock2->Points(kVertices);
     std::vector<Point3> samples;

@@ -20,10 +20,19 @@ class ProxyObject : public SimpleObject2 {
   void SetReference(int i, ReferenceTarget* t) override;
 };
 
+/// What others ask of a Mokset proxy object beside its block.
+class MoksetProxyInterface {
+ public:
+  static constexpr Interface_ID kID{0x70de6ee5, 0x70ab16b7};
+  virtual ~MoksetProxyInterface() = default;
+  /// The mesh is that of a file from now on; box and samples stay.
+  virtual void SetProxyFile(const WStr& path) = 0;
+};
+
 /// A mesh that is kept in the tables of its block, or in a Mokset file that the block names. The
 /// host doesn't read the file: such an object converts to an empty mesh, and its box is the stored
 /// one. The display option is kept for others; the mesh is always the whole one.
-class MoksetProxyObject : public ProxyObject {
+class MoksetProxyObject : public ProxyObject, public MoksetProxyInterface {
  public:
   static constexpr Class_ID kClassID{0x4a93d413, 0xc235d2b7};
   enum : ParamID {
@@ -46,8 +55,9 @@ class MoksetProxyObject : public ProxyObject {
 
   /// Takes a mesh into the tables. Its vertices are the samples, evenly chosen above 3000.
   void SetMesh(const Mesh& mesh);
-  /// The mesh is that of a file from now on; box and samples stay.
-  void SetFile(const WStr& path);
+  void SetProxyFile(const WStr& path) override;
+  using ProxyObject::GetInterface;
+  void* GetInterface(Interface_ID id) override;
 
   Class_ID ClassID() const override { return kClassID; }
   void GetClassName(WStr& name) const override { name = L"Mokset Proxy"; }

@@ -3,16 +3,13 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "host/math/wstr.h"
+#include "sowfield/proxy/moksetfile.h"
 
 namespace sowfield {
 
-// Paths come with either separator.
 bool MoksetFileExists(const WStr& path) {
-  WStr slashed = path;
-  std::replace(slashed.begin(), slashed.end(), L'\\', L'/');
   std::error_code error;
-  return std::filesystem::is_regular_file(ToUtf8(slashed), error);
+  return std::filesystem::is_regular_file(NativePathOf(path), error);
 }
 
 bool AllMoksetFilesExist(const Distribution& d) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/core/assets.h"
 #include "host/core/classdesc.h"
 #include "host/interface.h"
 #include "host/scene/modifier.h"
@@ -117,7 +118,7 @@ TypeData DataOfVRayProxy(Distribution& d, const TypeRef& type) {
   const Source source(original, d.curTime, SampleShuffle::File);
   INode* old = d.SourceNode(type);
   d.block->SetValue(Geo_Nodes, d.curTime, source.node, type.node);
-  GetCOREInterface()->DeleteNode(old, false, false);
+  if (old && !IsInUse(old)) GetCOREInterface()->DeleteNode(old, false, false);
   return source.data;
 }
 
@@ -130,6 +131,12 @@ TypeData FreshData(Distribution& d, const TypeRef& type) {
   INode* node = d.SourceNode(type);
   return WhyNotASource(node, d.curTime).empty() ? Source(node, d.curTime, SampleShuffle::File).data
                                                 : StoredData(d, type.type);
+}
+
+// The last table of every change of the list: undo and redo find their end by it.
+void TouchName(Distribution& d, int type) {
+  const WStr name = d.block->GetStr(Geo_Names, d.curTime, type);
+  d.block->SetValue(Geo_Names, d.curTime, name, type);
 }
 
 Mtl* MaterialOf(const Distribution& d, const TypeRef& type) {
@@ -155,7 +162,7 @@ std::string WhyNotConvertible(const Distribution& d, int type) {
   }
 }
 
-bool ConvertType(Distribution& d, int type, const WStr& path, bool& written) {
+bool ConvertType(Distribution& d, int type, const WStr& path, bool& written, std::string* error) {
   written = false;
   if (!WhyNotConvertible(d, type).empty()) return false;
   IParamBlock2& block = *d.block;
@@ -169,8 +176,11 @@ bool ConvertType(Distribution& d, int type, const WStr& path, bool& written) {
   block.SetValue(Geo_Kind, d.curTime, kFromFile, type);
   block.SetValue(Geo_BoxMax, d.curTime, box.Max(), type);
   block.SetValue(Geo_BoxMin, d.curTime, box.Min(), type);
-  written = WriteMoksetFile(mesh, path, d.rng);
+  written = WriteMoksetFile(mesh, path, d.rng, error);
   block.Insert(Proxy_Files, from.file, 1, &path);
+  using MaxSDK::AssetManagement::IAssetManager;
+  if (IAssetManager* assets = IAssetManager::GetInstance())
+    assets->GetAsset(path, MaxSDK::AssetManagement::kExternalLink);
   int index = -1;
   if (Mtl* material = node->GetMtl()) {
     index = block.Count(Proxy_Mtls);
@@ -178,9 +188,7 @@ bool ConvertType(Distribution& d, int type, const WStr& path, bool& written) {
   }
   block.Insert(Proxy_MtlIndex, from.file, 1, &index);
   block.Delete(Geo_Nodes, from.node, 1);
-  // The last table of every change of the list: undo and redo find their end by it.
-  const WStr name = block.GetStr(Geo_Names, d.curTime, type);
-  block.SetValue(Geo_Names, d.curTime, name, type);
+  TouchName(d, type);
   theHold.Accept(L"Save Mokset Out");
 
   d.Tell(Event::TypeListChanged);
@@ -243,6 +251,11 @@ bool ExportMoksetToObject(Distribution& d, int type) {
 void UpdateAllTypes(Distribution& d) {
   IParamBlock2& block = *d.block;
   d.SetListReady(0);
+
+  // Nodes are exchanged, so it has to be undone as a whole.
+  theHold.Begin();
+  const bool any = d.TypeCount() > 0;
+  if (any) block.SetValue(Geo_Kind, d.curTime, block.GetInt(Geo_Kind, d.curTime, 0), 0);
   std::vector<TypeData> all;
   for (int type = 0; type < d.TypeCount(); ++type) all.push_back(FreshData(d, d.FindType(type)));
   for (const Param id :
@@ -251,6 +264,9 @@ void UpdateAllTypes(Distribution& d) {
   for (const TypeData& data : all) AppendTypeData(d, data);
   if (INode* own = d.OwnNode())
     own->SetNodeTM(d.curTime, TransMatrix(own->GetNodeTM(d.curTime).GetTrans()));
+  if (any) TouchName(d, 0);
+  theHold.Accept(L"Update All");
+
   d.Tell(Event::StatsChanged);
   d.SetListReady(1);
 }

@@ -20,8 +20,9 @@ std::string WhyNotConvertible(const Distribution& d, int type);
 /// stays in the scene, no longer a source; its material goes with the type.
 ///
 /// False if the type isn't convertible, and nothing happens. The type is converted even if the file
-/// can't be written, which `written` tells.
-bool ConvertType(Distribution& d, int type, const WStr& path, bool& written);
+/// can't be written, which `written` tells and `error` explains.
+bool ConvertType(Distribution& d, int type, const WStr& path, bool& written,
+                 std::string* error = nullptr);
 
 /// Points a type of kind 2 at another file, takes its box, counts and samples from there and
 /// refreshes; no undo step. False, and nothing happens, for another kind and for a file that
@@ -34,8 +35,9 @@ bool PointTypeAtFile(Distribution& d, int type, const WStr& path);
 bool ExportMoksetToObject(Distribution& d, int type);
 
 /// Takes box, counts and samples of all types anew from their sources; a type whose source can't be
-/// read keeps its own. The mesh nodes of V-Ray proxies are made anew. The object's node loses its
-/// rotation and scale. No undo step.
+/// read keeps its own. The mesh nodes of V-Ray proxies are made anew; an old one that a copy of the
+/// object uses stays. The object's node loses its rotation and scale. One undo step, "Update All":
+/// nodes are exchanged, and half of that would be left after undoing the steps before.
 void UpdateAllTypes(Distribution& d);
 
 /// One hidden node for each type of kind 2, in order, with the file's mesh and the type's material.

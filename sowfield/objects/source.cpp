@@ -125,6 +125,13 @@ std::string WhyNotASource(INode* node, TimeValue t) {
   return IsSoundBox(box) ? "" : "its size isn't a finite number";
 }
 
+bool IsInUse(const INode* node) {
+  const auto& holders = node->Dependents();
+  return std::any_of(holders.begin(), holders.end(), [](const ReferenceTarget* t) {
+    return t->SuperClassID() == PARAMETER_BLOCK2_CLASS_ID;
+  });
+}
+
 Source::Source(INode* asked, TimeValue t, SampleShuffle how)
     : kind(KindOf(asked->EvalWorldState(t).obj)), node(asked), picked(asked), t_(t) {
   if (kind == 1) {

@@ -13,6 +13,9 @@ namespace sowfield {
 /// but sound tables.
 std::string WhyNotASource(INode* node, TimeValue t);
 
+/// Whether a parameter block still points at a node that lost a type: that of a copy, for example.
+bool IsInUse(const INode* node);
+
 /// A picked node as the source of a type. While it lives, a V-Ray proxy shows its whole mesh.
 class Source {
  public:

@@ -50,18 +50,11 @@ class LeavingNodes {
   }
   // Call when the tables agree again: a deletion may reach them.
   void LetGo() const {
-    const auto isBlock = [](const ReferenceTarget* t) {
-      return t->SuperClassID() == PARAMETER_BLOCK2_CLASS_ID;
-    };
-    const auto used = [&](const INode* node) {
-      const auto& holders = node->Dependents();
-      return std::any_of(holders.begin(), holders.end(), isBlock);
-    };
     ILayer* layer = GetCOREInterface()->GetLayerManager().GetDefaultLayer();
     for (INode* node : scene_)
-      if (node && !used(node)) layer->AddToLayer(node);
+      if (node && !IsInUse(node)) layer->AddToLayer(node);
     for (INode* node : made_)
-      if (node && !used(node)) GetCOREInterface()->DeleteNode(node, false, false);
+      if (node && !IsInUse(node)) GetCOREInterface()->DeleteNode(node, false, false);
   }
 
  private:

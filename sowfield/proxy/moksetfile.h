@@ -31,6 +31,9 @@ struct MoksetInfo {
   MoksetFault fault;
 };
 
+/// A path as this system takes it; stored ones have either separator.
+std::string NativePathOf(WStr path);
+
 /// The generation of a file: 1 to 3; 0 for a version that isn't known, -1 if it can't be opened. A
 /// file that doesn't begin like a Mokset file counts as generation 1, which begins with its box.
 int ReadMoksetVersion(const WStr& path);

@@ -355,7 +355,7 @@ class Reader {
 
 // Folders and pipes can't be read with seeks; opening a pipe would wait for its writer.
 std::optional<std::ifstream> OpenFile(const WStr& path) {
-  const std::filesystem::path native(ToUtf8(path));
+  const std::filesystem::path native(NativePathOf(path));
   std::error_code error;
   if (!std::filesystem::is_regular_file(native, error)) return std::nullopt;
   std::ifstream in;
@@ -375,6 +375,11 @@ MoksetInfo ReadPath(const WStr& path, Mesh* mesh) {
 }
 
 }  // namespace
+
+std::string NativePathOf(WStr path) {
+  std::replace(path.begin(), path.end(), L'\\', L'/');
+  return ToUtf8(path);
+}
 
 int ReadMoksetVersion(const WStr& path) {
   std::optional<std::ifstream> in = OpenFile(path);

@@ -124,7 +124,7 @@ bool WriteMoksetFile(const Mesh& mesh, const WStr& path, Generator& random, std:
   PutFaces(out, mesh, m);
   if (textureFaces > 0) out.Put(texture->faces.data(), textureFaces * kMoksetTexFaceBytes);
 
-  const bool written = host::WriteFileSafely(ToUtf8(path), out.Bytes(), why);
+  const bool written = host::WriteFileSafely(NativePathOf(path), out.Bytes(), why);
   if (error) *error = why;
   return written;
 }

@@ -132,7 +132,7 @@ ProxyObject* MakeProxy(const Stage& stage, const Args& args, const Mesh& mesh) {
   const WStr path = file ? FromUtf8(stage.Resolve(file->text)) : WStr();
   if (kind == "mokset") {
     auto* made = ProxyWith<MoksetProxyObject>(mesh);
-    if (file) made->SetFile(path);
+    if (file) made->SetProxyFile(path);
     return made;
   }
   if (kind == "vray") {

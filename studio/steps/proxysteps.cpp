@@ -1,6 +1,8 @@
 #include <fmt/format.h>
 
+#include "host/io/modelfiles.h"
 #include "sowfield/objects/proxylife.h"
+#include "sowfield/objects/typelist.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "studio/steps/steps.h"
 
@@ -28,6 +30,24 @@ struct AskedType {
 
 constexpr int kFromFile = 2;
 
+// Why a Mokset file can't be read whole; empty if it can.
+std::string WhyNotRead(const WStr& path) {
+  Mesh mesh;
+  const sowfield::MoksetInfo info = sowfield::ReadMoksetFile(path, mesh);
+  if (info.generation == -1) return "it can't be opened";
+  if (info.generation == 0) return "its version isn't known";
+  return info.fault ? fmt::format("at byte {}: {}", info.fault.offset, info.fault.text) : "";
+}
+
+// Where the file stands that was told, with its folders.
+WStr FileToWrite(Stage& stage, const Value& file) {
+  if (host::ExtensionOf(file.text) != ".vorn")
+    throw StepFailure{file.place, fmt::format("\"{}\" must end in .Vorn", file.text)};
+  Value native = file;
+  native.text = sowfield::NativePathOf(FromUtf8(file.text));
+  return FromUtf8(stage.MakeRoomFor(native));
+}
+
 }  // namespace
 
 void ConvertType(Stage& stage, const Call& call, Outcome& out) {
@@ -36,15 +56,13 @@ void ConvertType(Stage& stage, const Call& call, Outcome& out) {
   if (const std::string why = sowfield::WhyNotConvertible(d, asked.type); !why.empty())
     asked.Refuse("it can't become a Mokset: " + why);
   const Value& file = *call.args.Given("file");
-  const std::string path = stage.Resolve(file.text);
+  const WStr path = FileToWrite(stage, file);
   bool written = false;
-  sowfield::ConvertType(d, asked.type, FromUtf8(path), written);
+  std::string error;
+  sowfield::ConvertType(d, asked.type, path, written, &error);
   d.RefreshObject();
-  if (!written)
-    throw StepFailure{file.place, fmt::format("\"{}\" can't be written; type {} points at it all "
-                                              "the same: undo, or load a file into it",
-                                              file.text, asked.type)};
-  const sowfield::MoksetInfo info = sowfield::ReadMoksetInfo(FromUtf8(path));
+  if (!written) throw StepFailure{file.place, error};
+  const sowfield::MoksetInfo info = sowfield::ReadMoksetInfo(path);
   out.AddText("file", file.text);
   out.Add("vertices", info.vertices);
   out.Add("faces", info.faces);
@@ -57,15 +75,9 @@ void LoadType(Stage& stage, const Call& call, Outcome& out) {
   if (asked.Kind() != kFromFile) asked.Refuse("it doesn't live in a file");
   const Value& file = *call.args.Given("file");
   const WStr path = FromUtf8(stage.Resolve(file.text));
-  if (!sowfield::PointTypeAtFile(asked.object.distribution, asked.type, path)) {
-    Mesh mesh;
-    const sowfield::MoksetInfo info = sowfield::ReadMoksetFile(path, mesh);
-    const std::string why = info.generation == -1 ? "it can't be opened"
-                            : info.generation == 0
-                                ? "its version isn't known"
-                                : fmt::format("at byte {}: {}", info.fault.offset, info.fault.text);
-    throw StepFailure{file.place, fmt::format("\"{}\": {}", file.text, why)};
-  }
+  if (!sowfield::PointTypeAtFile(asked.object.distribution, asked.type, path))
+    throw StepFailure{file.place, fmt::format("\"{}\": {}", file.text, WhyNotRead(path))};
+  sowfield::RecomputeBrushMinimum(asked.object.distribution);
   out.AddText("file", file.text);
   out.text = fmt::format("type {} shows {}", asked.type, file.text);
 }
@@ -74,6 +86,9 @@ void ExportType(Stage& stage, const Call& call, Outcome& out) {
   const AskedType asked(stage, call);
   if (asked.Kind() != kFromFile) asked.Refuse("it doesn't live in a file");
   sowfield::Distribution& d = asked.object.distribution;
+  const WStr path = d.block->GetStr(sowfield::Proxy_Files, d.curTime, d.FindType(asked.type).file);
+  if (const std::string why = WhyNotRead(path); !why.empty())
+    asked.Refuse(fmt::format("its file \"{}\": {}", ToUtf8(path), why));
   if (!sowfield::ExportMoksetToObject(d, asked.type)) asked.Refuse("its file is missing");
   d.RefreshObject();
   const std::string name = ToUtf8(d.SourceNode(d.FindType(asked.type))->GetName());
@@ -84,9 +99,23 @@ void ExportType(Stage& stage, const Call& call, Outcome& out) {
 void UpdateTypes(Stage& stage, const Call& call, Outcome& out) {
   sowfield::Distribution& d = stage.Edited(call.place).distribution;
   sowfield::UpdateAllTypes(d);
+  sowfield::RecomputeBrushMinimum(d);
   d.RefreshObject();
   out.Add("types", d.TypeCount());
   out.text = fmt::format("{} type{}", d.TypeCount(), d.TypeCount() == 1 ? "" : "s");
+  JsonOut unread;
+  unread.BeginList();
+  const std::span<const WStr> files = d.block->Strings(sowfield::Proxy_Files);
+  for (const sowfield::TypeRef& type : sowfield::TypeWalk(*d.block)) {
+    if (type.kind != kFromFile) continue;
+    const WStr& path = files[size_t(type.file)];
+    const std::string why = WhyNotRead(path);
+    if (why.empty()) continue;
+    unread.Int(type.type);
+    out.text +=
+        fmt::format("\n  type {} keeps what it knew: \"{}\": {}", type.type, ToUtf8(path), why);
+  }
+  out.Add("unread", unread.End().Str());
 }
 
 }  // namespace studio

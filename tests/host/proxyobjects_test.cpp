@@ -41,7 +41,9 @@ TEST(MoksetProxy, HoldsAMeshInItsTables) {
   proxy->SetMesh(mesh);
   ASSERT_EQ(b.Count(46), 3000);
   for (int i = 1; i < 3000; ++i) EXPECT_LT(b.GetInt(46, 0, i - 1), b.GetInt(46, 0, i));
-  proxy->SetFile(L"x.Vorn");
+  void* asked = proxy->GetInterface(Interface_ID{0x70de6ee5, 0x70ab16b7});
+  ASSERT_TRUE(asked && !proxy->GetInterface(Interface_ID{0x70de6ee5, 0}));
+  static_cast<MoksetProxyInterface*>(asked)->SetProxyFile(L"x.Vorn");
   EXPECT_TRUE(b.GetInt(50) == 1 && b.GetStr(51) == WStr(L"x.Vorn") && b.Count(3) == 3000);
   EXPECT_EQ(Converted(proxy).getNumVerts(), 0);
 }

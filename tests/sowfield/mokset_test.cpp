@@ -229,6 +229,8 @@ TEST_F(MoksetFiles, TellsWhatIsWrongAndWhere) {
   const std::tuple<size_t, std::string, const char*> table[] = {
       {43, "\xFF\xFF\xFF\xFF", "number of vertices is -1"},
       {47, std::string("\0\0\x80\x7F", 4), "vertex 0 isn't finite"},
+      {47 + 96 + 4, std::string(4, '\0'), "multiplier"},
+      {47 + 96 + 4, "\xFF\xFF\xFF\xFF", "multiplier"},
       {163, "\x23", "sample 1 times 7 is 35, allowed are 0 to 28"},
       {451 + 44, std::string(8, '\xFF'), "vertex a of face 1 times 7 is -1"},
       {451 + 3 * 44 + 12, "\x03", "a texture vertex of face 1 is 3, allowed are 0 to 2"}};

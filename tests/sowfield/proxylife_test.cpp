@@ -5,8 +5,10 @@
 
 #include <filesystem>
 
+#include "host/core/assets.h"
 #include "host/scene/animatedmesh.h"
 #include "host/scene/modifier.h"
+#include "sowfield/objects/proxyfiles.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "tests/sowfield/typelist_fixture.h"
 
@@ -131,6 +133,48 @@ TEST_F(ProxyLife, MissingAndBrokenFilesChangeNothing) {
   std::string differences = Differences(before, TakeSnapshot(Block()));
   EXPECT_EQ(differences, "Geo_Points") << "the sphere's samples are drawn anew";
   EXPECT_EQ(Records(*this)[0].samples.size(), 8u) << "what was known of the file stays";
+}
+
+TEST_F(ProxyLife, PathsHaveEitherSeparatorAndAreToldToTheHost) {
+  ASSERT_TRUE(AddAsType(AddSphere(L"a", 1, 12)));
+  fs::create_directory(folder / "in");
+  const WStr path = File("in") + L"\\a.Vorn";
+  bool written = false;
+  ASSERT_TRUE(ConvertType(D(), 0, path, written) && written);
+  EXPECT_TRUE(fs::exists(folder / "in" / "a.Vorn"));
+  EXPECT_EQ(Block().GetStr(Proxy_Files, 0, 0), path);
+  EXPECT_TRUE(MoksetFileExists(path) && ReadMoksetVersion(path) == 3);
+  const auto& assets = MaxSDK::AssetManagement::IAssetManager::GetInstance()->Assets();
+  ASSERT_EQ(assets.size(), 1u);
+  EXPECT_TRUE(assets[0].path == path && assets[0].type == 7);
+  ASSERT_TRUE(ExportMoksetToObject(D(), 0));
+  EXPECT_GT(EvalMesh(Records(*this)[0].node, 0).mesh->verts.size(), 12u);
+}
+
+TEST_F(ProxyLife, UpdateLeavesWhatACopyUsesAndIsOneStep) {
+  ASSERT_TRUE(AddAsType(AddSource(*this, 3, L"Proxy", 2, 2, 2)) &&
+              AddAsType(AddBox(L"b", 1, 1, 1)));
+  AppendPlacements({{{1, 2, 3}, {0, 0, 0}, 0, 0, 0}, {{4, 5, 6}, {0, 0, 0}, 1, 0, 0}});
+  RemapDir remap;
+  auto* copy = static_cast<Sowfield*>(object->Clone(remap));
+  AddNode(L"copy", copy);
+  node->SetNodeTM(0, {{0, 2, 0}, {-2, 0, 0}, {0, 0, 2}, {5, 6, 7}});
+  INode* const old = Records(*this)[0].node;
+  const Snapshot other = TakeSnapshot(*copy->pblock2), before = TakeSnapshot(Block());
+  UpdateAllTypes(D());
+  const Snapshot after = TakeSnapshot(Block());
+  EXPECT_NE(Records(*this)[0].node, old);
+  EXPECT_TRUE(old->InScene());
+  EXPECT_EQ(Differences(other, TakeSnapshot(*copy->pblock2)), "");
+  EXPECT_EQ(Breach() + FirstBreach(*copy->pblock2), "");
+  for (const bool back : {true, false, true}) {
+    redraws = 0;
+    ASSERT_TRUE(back ? Undo().Undo() : Undo().Redo());
+    EXPECT_EQ(Differences(back ? before : after, TakeSnapshot(Block())), "");
+    EXPECT_EQ(redraws, 1);
+    EXPECT_EQ(D().ListReady(), 1);
+    EXPECT_EQ(node->GetNodeTM(0).GetRow(0), back ? Point3(0, 2, 0) : Point3(1, 0, 0));
+  }
 }
 
 TEST_F(ProxyLife, UpdateTakesWhatTheSourcesHaveBecome) {

@@ -12,6 +12,7 @@
 #include <numeric>
 #include <set>
 
+#include "host/io/scenefile.h"
 #include "sowfield/objects/proxylife.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "tests/sowfield/paint_fixture.h"
@@ -29,11 +30,11 @@ struct Operation {
 };
 constexpr const char* kNames[] = {"add",  "replace", "delete", "paint",       "erase",
                                   "set",  "convert", "load",   "export back", "update all",
-                                  "node", "undo",    "redo",   "clone"};
+                                  "node", "undo",    "redo",   "clone",       "save and open"};
 // How often each comes.
-constexpr int kShares[] = {12, 6, 5, 20, 10, 10, 8, 3, 6, 2, 4, 12, 8, 1};
+constexpr int kShares[] = {12, 6, 5, 20, 10, 10, 8, 3, 6, 2, 4, 12, 8, 1, 2};
 constexpr int kOperations = int(std::size(kNames));
-constexpr size_t kMostTypes = 8;
+constexpr size_t kMostTypes = 8, kMostCopies = 2;
 
 // What is compared: the types with their placements, the order in which these were painted, and
 // the global row.
@@ -57,7 +58,7 @@ Model ModelOf(const SowfieldScene& s) {
 class Machine {
  public:
   explicit Machine(const fs::path& folder) : folder_(folder), s_(0, PaintScene::kScripted) {
-    for (int i = 0; i < 6; ++i) NewSource(i % 4 == 3 ? 3 : i % 4 == 2 ? 1 : 0, float(i));
+    FillPool();
     for (int i = 0; i < 2; ++i) {
       files_.push_back((folder_ / ("loaded" + std::to_string(i) + ".Vorn")).wstring());
       WriteMoksetFile(BoxMeshOf(1, 2 + float(i), 1), files_.back(), s_.D().rng);
@@ -74,6 +75,7 @@ class Machine {
     s_.redraws = 0;
     Act(op.what, draw);
     if (const std::string breach = s_.Breach(); !breach.empty()) return breach;
+    if (const std::string breach = BreachOfCopies(); !breach.empty()) return breach;
     if (!(ModelOf(s_) == model_)) return "the tables aren't those of the model: " + Difference();
     if (step_) {
       undo_.push_back(before);
@@ -81,7 +83,12 @@ class Machine {
     }
     const bool travels =
         kNames[op.what] == std::string_view("undo") || kNames[op.what] == std::string_view("redo");
-    if (travels && s_.redraws > 1) return std::to_string(s_.redraws) + " refreshes";
+    // Copies refresh too where their types went with a node; updating an empty list moves the
+    // object's node at most.
+    const bool none = !copies_.empty() || (before.types.empty() && model_.types.empty());
+    const int most = 1 + int(copies_.size());
+    if (travels && travelled_ && !(s_.redraws <= most && (none || s_.redraws == 1)))
+      return std::to_string(s_.redraws) + " refreshes";
     return {};
   }
 
@@ -105,6 +112,10 @@ class Machine {
     return actual.order != model_.order ? "painting order" : "global row";
   }
 
+  void FillPool() {
+    for (int i = int(pool_.size()); i < 6; ++i)
+      NewSource(i % 4 == 3 ? 3 : i % 4 == 2 ? 1 : 0, float(i));
+  }
   void NewSource(int kind, float size) {
     INode* node = AddSource(s_, kind, L"Source", 1 + size, 2, 1 + 0.5f * size, {50 + size, 40, 0});
     Matrix3 tm = node->GetNodeTM(0);
@@ -284,7 +295,7 @@ class Machine {
     } else if (name == "update all") {
       UpdateAllTypes(s_.D());
       for (size_t t = 0; t < model_.types.size(); ++t) TakeData(t);
-      Forget();
+      step_ = true;
     } else if (name == "node") {
       const int type = AnyType(draw, [](const TypeRecord& r) { return r.kind != 2; });
       if (type < 0) return;
@@ -303,19 +314,92 @@ class Machine {
       s_.host.Services().DeleteNode(picked, true, false);
     } else if (name == "undo" || name == "redo") {
       Travel(name == "undo");
+    } else if (name == "save and open") {
+      SaveAndOpen();
     } else {
-      RemapDir remap;
-      const std::unique_ptr<ReferenceTarget, DeleteUnreferenced> copy(s_.object->Clone(remap));
-      EXPECT_EQ(Differences(TakeSnapshot(*static_cast<Sowfield*>(copy.get())->pblock2),
-                            TakeSnapshot(s_.Block())),
-                "");
+      Copy();
     }
+  }
+
+  // Other things stand where the old ones stood: each old one has one that follows it.
+  void SaveAndOpen() {
+    const std::vector<INode*> before = s_.host.GetScene().AllNodes();
+    const auto place = std::find(before.begin(), before.end(), s_.object->OwnNode());
+    const Snapshot tables = TakeSnapshot(s_.Block());
+    const std::vector<std::byte> bytes = Saved();
+    std::string error;
+    ASSERT_TRUE(host::OpenSceneBytes(s_.host.Services(), bytes, "it", {}, error)) << error;
+    const std::vector<INode*> after = s_.host.GetScene().AllNodes();
+    ASSERT_EQ(after.size(), before.size());
+    s_.node = after[size_t(place - before.begin())];
+    s_.object = static_cast<Sowfield*>(s_.node->GetObjectRef());
+    for (const auto& [name, bits] : TakeSnapshot(s_.Block()))
+      if (name != "Geo_Nodes" && name != "Proxy_Nodes" && name != "Proxy_Mtls") {
+        EXPECT_EQ(bits, tables.at(name)) << name;
+      }
+    EXPECT_EQ(Saved(), bytes);
+    EXPECT_EQ(s_.D().rng, Generator());
+    EXPECT_EQ(s_.D().ListReady(), 1);
+
+    std::map<INode*, INode*> nodes = {{nullptr, nullptr}};
+    for (size_t i = 0; i < before.size(); ++i) nodes[before[i]] = after[i];
+    std::map<Mtl*, Mtl*> materials = {{nullptr, nullptr}};
+    std::set<Mtl*> different = {nullptr};
+    const std::vector<TypeRecord> now = Records(s_);
+    ASSERT_EQ(now.size(), model_.types.size());
+    for (size_t t = 0; t < now.size(); ++t) {
+      TypeRecord& r = model_.types[t];
+      r.node = nodes.at(r.node), r.original = nodes.at(r.original);
+      r.material = materials.emplace(r.material, now[t].material).first->second;
+      different.insert(r.material);
+    }
+    EXPECT_EQ(different.size(), materials.size());
+    std::vector<Pin<INode>> pool;
+    for (const Pin<INode>& n : pool_)
+      if (const auto found = nodes.find(n.get()); found != nodes.end())
+        pool.emplace_back(found->second);
+    pool_ = std::move(pool);
+    std::vector<Pin<INode>> copies;
+    for (const Pin<INode>& n : copies_)
+      if (const auto found = nodes.find(n.get()); found != nodes.end())
+        copies.emplace_back(found->second);
+    copies_ = std::move(copies);
+    s_.D().AddListener(&s_.log);
+    s_.object->BeginEditParams(&s_.host.Services(), kEditModify, nullptr);
+    FillPool();
+    Forget();
+  }
+  std::vector<std::byte> Saved() {
+    std::vector<std::byte> bytes;
+    std::string error;
+    EXPECT_TRUE(host::SaveSceneBytes(s_.host.Services(), "/it.glb", bytes, error)) << error;
+    return bytes;
+  }
+
+  // The copy shares the sources from then on, and goes its own way.
+  void Copy() {
+    if (copies_.size() == kMostCopies) return;
+    RemapDir remap;
+    theHold.Begin();
+    auto* copy = static_cast<Sowfield*>(s_.object->Clone(remap));
+    copies_.emplace_back(s_.AddNode(L"copy", copy));
+    theHold.Accept(L"Clone");
+    EXPECT_EQ(Differences(TakeSnapshot(*copy->pblock2), TakeSnapshot(s_.Block())), "");
+    step_ = true;
+  }
+  std::string BreachOfCopies() {
+    std::string breach;
+    for (const Pin<INode>& n : copies_)
+      if (breach.empty() && n->InScene())
+        breach = FirstBreach(*static_cast<Sowfield*>(n->GetObjectRef())->pblock2);
+    return breach.empty() ? "" : "a copy: " + breach;
   }
 
   void Travel(bool back) {
     std::vector<Model>&from = back ? undo_ : redo_, &to = back ? redo_ : undo_;
     EXPECT_EQ(back ? s_.Undo().Undo() : s_.Undo().Redo(), !from.empty());
-    if (from.empty()) return;
+    travelled_ = !from.empty();
+    if (!travelled_) return;
     to.push_back(model_);
     model_ = from.back();
     from.pop_back();
@@ -328,11 +412,11 @@ class Machine {
 
   fs::path folder_;
   PaintScene s_;
-  std::vector<Pin<INode>> pool_;
+  std::vector<Pin<INode>> pool_, copies_;
   std::vector<WStr> files_;
   Model model_;
   std::vector<Model> undo_, redo_;
-  bool step_ = false;
+  bool step_ = false, travelled_ = false;
 };
 
 std::string RunAll(const fs::path& folder, const std::vector<Operation>& operations) {
@@ -360,6 +444,12 @@ std::vector<Operation> Shrunk(const fs::path& folder, std::vector<Operation> fai
   return failing;
 }
 
+// Every other sequence keeps its undo steps from the first operation to the last.
+bool Forgets(int what) {
+  const std::string_view name = kNames[what];
+  return name == "load" || name == "save and open";
+}
+
 std::vector<Operation> Sequence(std::uint32_t seed, size_t length) {
   Draws draw(seed);
   std::vector<Operation> operations;
@@ -367,7 +457,7 @@ std::vector<Operation> Sequence(std::uint32_t seed, size_t length) {
   while (operations.size() < length) {
     int share = draw.Int(0, all - 1), what = 0;
     while (share >= kShares[what]) share -= kShares[what++];
-    operations.push_back({what, draw.Bits()});
+    if (seed % 2 == 0 || !Forgets(what)) operations.push_back({what, draw.Bits()});
   }
   return operations;
 }

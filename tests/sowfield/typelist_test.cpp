@@ -130,7 +130,7 @@ TEST(AddType, OfAMoksetProxyTakesItsOwnSamples) {
   ASSERT_TRUE(s.AddAsType(node));
   EXPECT_EQ(node->GetNodeTM(0).GetTrans(), Point3(2001, 1, 2)) << "the floor of the stored box";
   EXPECT_EQ(s.Block().GetFloat(Brush_Collision), 4000);
-  proxy->SetFile(L"elsewhere.Vorn");
+  proxy->SetProxyFile(L"elsewhere.Vorn");
   ASSERT_TRUE(s.AddAsType(node));
   EXPECT_EQ(s.Ints(Geo_PointCount), (std::vector{3500, 3500})) << "more than of a mesh";
   EXPECT_EQ(s.Ints(Geo_VertCount), (std::vector{4000, 3500})) << "in a file, the points are these";

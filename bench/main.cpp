@@ -132,6 +132,7 @@ int main(int argc, char** argv) {
   bench::AddPaintRows();
   bench::AddUndoRows();
   bench::AddProxyRows();
+  bench::AddSceneRows();
   bench::Medians medians;
   benchmark::RunSpecifiedBenchmarks(&medians);
   bench::Print(medians);

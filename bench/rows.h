@@ -35,5 +35,6 @@ void AddLightRows();
 void AddPaintRows();
 void AddUndoRows();
 void AddProxyRows();
+void AddSceneRows();
 
 }  // namespace bench

@@ -1,5 +1,6 @@
 // Opens any bytes as a scene. What opens must save, and open and save again to the same bytes. The
-// text's checksum is set right first, so that what lies behind it is reached.
+// text's checksum is set right first, so that what lies behind it is reached. Then what can be read
+// of the bytes is recovered, which finds no damage where there is none, and its objects are sound.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -9,7 +10,10 @@
 #include "host/host.h"
 #include "host/io/glb.h"
 #include "host/io/scenefile.h"
+#include "sowfield/model/invariants.h"
+#include "sowfield/model/repair.h"
 #include "sowfield/plugin/entry.h"
+#include "sowfield/plugin/sowfield.h"
 
 namespace {
 
@@ -37,20 +41,46 @@ std::vector<std::byte> Save(host::Host& host) {
   return bytes;
 }
 
+// As a program accepts a scene: its objects' tables agree, or are brought to agree.
+std::string Accept(Scene& scene, bool recover, std::vector<std::string>& lost) {
+  for (INode* node : scene.AllNodes()) {
+    auto* object = dynamic_cast<sowfield::Sowfield*>(node->GetObjectRef());
+    if (!object) continue;
+    if (recover)
+      for (std::string& line : sowfield::RepairTables(*object->pblock2)) lost.push_back(line);
+    if (!sowfield::FirstBreachAsStored(*object->pblock2).empty()) return "the tables disagree";
+  }
+  return {};
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   host::Host host;
   std::string error;
   if (!host.Classes().AddPlugin(sowfield::Entries(), error)) std::abort();
-  const auto open = [&](const std::vector<std::byte>& bytes) {
-    return host::OpenSceneBytes(host.Services(), bytes, "it", {}, error);
+  std::vector<std::string> lost;
+  const auto open = [&](const std::vector<std::byte>& bytes, bool recover) {
+    error.clear();
+    const host::OpenOptions options = {[&](Scene& scene) { return Accept(scene, recover, lost); },
+                                       recover ? &lost : nullptr};
+    const bool opened = host::OpenSceneBytes(host.Services(), bytes, "it", options, error);
+    if (opened != error.empty()) std::abort();
+    return opened;
   };
-  if (!open(WithChecksum(data, size))) {
-    if (error.empty()) std::abort();
+  const std::vector<std::byte> bytes = WithChecksum(data, size);
+  const bool sound = open(bytes, false);
+  std::vector<std::byte> saved;
+  if (sound) {
+    saved = Save(host);
+    if (!open(saved, false) || Save(host) != saved) std::abort();
+  }
+  if (!open(bytes, true)) {
+    if (sound || error.find("disagree") != std::string::npos) std::abort();
     return 0;
   }
-  const std::vector<std::byte> saved = Save(host);
-  if (!open(saved) || Save(host) != saved) std::abort();
+  const std::vector<std::byte> recovered = Save(host);
+  if (sound != lost.empty() || (sound && recovered != saved)) std::abort();
+  if (!open(recovered, false) || Save(host) != recovered) std::abort();
   return 0;
 }

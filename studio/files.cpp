@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <ostream>
@@ -43,12 +44,18 @@ class Steps {
     return outcome;
   }
 
-  void OpenScene(const std::string& file) {
+  /// Whether nothing was lost, which can be only where a damaged file is recovered.
+  bool OpenScene(const std::string& file, bool recover) {
     if (std::error_code code; !std::filesystem::exists(file, code))
       throw Failure{1, fmt::format("there is no file \"{}\"", file)};
     if (!host::LooksLikeScene(file))
       throw Failure{1, fmt::format("\"{}\" is no scene that this program saved", file)};
-    Do(JsonOut().BeginObject().Key("do").Text("open").Key("file").Text(file).End());
+    JsonOut step;
+    step.BeginObject().Key("do").Text("open").Key("file").Text(file).Key("recover").Flag(recover);
+    const Outcome opened = Do(step.End());
+    return std::all_of(opened.fields.begin(), opened.fields.end(), [](const auto& field) {
+      return field.first != "losses" || field.second == "0";
+    });
   }
 
   /// Makes an object the edited one: the named one, or the only one.
@@ -104,14 +111,16 @@ void WriteCsv(Stage& stage, std::ostream& out) {
 struct FileCommands::Commands {
   explicit Commands(CLI::App& app);
   int Run(std::ostream& out, std::ostream& err) const;
-  void Do(Steps& steps, std::ostream& out) const;
+  /// False where a check finds damage that was recovered from.
+  bool Do(Steps& steps, std::ostream& out) const;
   void Info(Steps& steps, std::ostream& out) const;
   void View(Steps& steps, std::ostream& out) const;
   void Import(Steps& steps, std::ostream& out) const;
+  void Recover(Steps& steps, std::ostream& out) const;
 
-  CLI::App *info, *check, *stats, *params, *placements, *view, *import;
-  std::string scene, object, picture, model;
-  bool json = false, csv = false, counts = false;
+  CLI::App *info, *check, *stats, *params, *placements, *view, *import, *recover;
+  std::string scene, object, picture, model, damaged;
+  bool json = false, csv = false, counts = false, recovering = false;
   std::vector<int> size = {960, 540};
   std::vector<double> eye, target;
   double fov = 45, scale = 1;
@@ -121,8 +130,9 @@ struct FileCommands::Commands {
 FileCommands::Commands::Commands(CLI::App& app) {
   const auto add = [&](const char* name, const char* meaning) {
     CLI::App* command = app.add_subcommand(name, meaning);
-    if (std::string_view(name) != "import")
-      command->add_option("scene", scene, "the scene file")->required();
+    if (std::string_view(name) == "import" || std::string_view(name) == "recover") return command;
+    command->add_option("scene", scene, "the scene file")->required();
+    command->add_flag("--recover", recovering, "read what can be read of a damaged file");
     return command;
   };
   info = add("info", "Tells what a scene file holds");
@@ -132,6 +142,7 @@ FileCommands::Commands::Commands(CLI::App& app) {
   placements = add("placements", "Prints all placements of an object");
   view = add("view", "Draws a picture of a scene");
   import = add("import", "Makes a scene file from a model of any kind that can be opened");
+  recover = add("recover", "Saves what can be read of a damaged scene file as a new one");
 
   for (CLI::App* command : {info, check, stats, placements})
     command->add_flag("--json", json, "print one JSON document");
@@ -157,22 +168,24 @@ FileCommands::Commands::Commands(CLI::App& app) {
 
   import->add_option("model", model, "the model file")->required();
   import->add_option("scene", scene, "the scene file to write, .glb")->required();
+  recover->add_option("damaged", damaged, "the damaged scene file, which stays")->required();
+  recover->add_option("scene", scene, "the scene file to write")->required();
   import->add_option("--up", up, "which axis of the model points up: y or z");
   import->add_option("--scale", scale, "scene units per unit of the model");
   import->add_option("--join", join, "make one node of this name from all parts");
 }
 
 int FileCommands::Commands::Run(std::ostream& out, std::ostream& err) const {
-  const CLI::App* all[] = {info, check, stats, params, placements, view, import};
+  const CLI::App* all[] = {info, check, stats, params, placements, view, import, recover};
   std::string name;
   for (const CLI::App* command : all)
     if (command->parsed()) name = command->get_name();
   try {
     Steps steps(err);
-    Do(steps, out);
+    const bool sound = Do(steps, out);
     out.flush();
     if (!out) throw Failure{1, "standard output can't be written"};
-    return 0;
+    return sound ? 0 : 1;
   } catch (const Failure& f) {
     err << name << ": " << f.text << '\n';
     return f.status;
@@ -184,21 +197,23 @@ int FileCommands::Commands::Run(std::ostream& out, std::ostream& err) const {
   return 1;
 }
 
-void FileCommands::Commands::Do(Steps& steps, std::ostream& out) const {
-  if (import->parsed()) return Import(steps, out);
-  steps.OpenScene(scene);
-  if (info->parsed()) return Info(steps, out);
-  if (view->parsed()) return View(steps, out);
+bool FileCommands::Commands::Do(Steps& steps, std::ostream& out) const {
+  if (import->parsed()) return Import(steps, out), true;
+  if (recover->parsed()) return Recover(steps, out), true;
+  const bool sound = steps.OpenScene(scene, recovering);
+  if (info->parsed()) return Info(steps, out), true;
+  if (view->parsed()) return View(steps, out), true;
   if (check->parsed()) {
     const Outcome o = steps.Do(JsonOut().BeginObject().Key("do").Text("check").End());
     JsonOut document;
-    document.BeginObject().Key("file").Text(scene).Key("sound").Flag(true);
+    document.BeginObject().Key("file").Text(scene).Key("sound").Flag(sound);
     for (const auto& [key, value] : o.fields) document.Key(key).Raw(value);
-    out << (json ? document.End().Str() : fmt::format("{}: {}", scene, o.text)) << '\n';
-    return;
+    const char* damage = sound ? "" : ", once recovered from damage";
+    out << (json ? document.End().Str() : fmt::format("{}: {}{}", scene, o.text, damage)) << '\n';
+    return sound;
   }
   steps.Choose(object);
-  if (placements->parsed() && csv) return WriteCsv(steps.GetStage(), out);
+  if (placements->parsed() && csv) return WriteCsv(steps.GetStage(), out), true;
   JsonOut step;
   step.BeginObject().Key("do").Text(placements->parsed() ? "placements"
                                     : params->parsed()   ? "params"
@@ -215,6 +230,7 @@ void FileCommands::Commands::Do(Steps& steps, std::ostream& out) const {
   } else {
     out << o.answer << '\n';
   }
+  return true;
 }
 
 void FileCommands::Commands::Info(Steps& steps, std::ostream& out) const {
@@ -303,6 +319,20 @@ void FileCommands::Commands::Import(Steps& steps, std::ostream& out) const {
   out << steps.Do(save).text << '\n';
 }
 
+void FileCommands::Commands::Recover(Steps& steps, std::ostream& out) const {
+  std::error_code code;
+  // A scene that is too large for a .glb becomes a .gltf.
+  const auto pair = std::filesystem::path(scene).replace_extension(".gltf");
+  if (std::filesystem::equivalent(damaged, scene, code) ||
+      std::filesystem::equivalent(damaged, pair, code))
+    throw Failure{2,
+                  fmt::format("\"{}\" would take the damaged file's place: name another", scene)};
+  steps.OpenScene(damaged, true);
+  JsonOut save;
+  save.BeginObject().Key("do").Text("save").Key("file").Text(scene).End();
+  out << steps.Do(save).text << '\n';
+}
+
 FileCommands::FileCommands(CLI::App& app) : commands_(std::make_unique<Commands>(app)) {}
 
 FileCommands::~FileCommands() = default;
@@ -310,7 +340,7 @@ FileCommands::~FileCommands() = default;
 bool FileCommands::Parsed() const {
   const Commands& c = *commands_;
   for (const CLI::App* command :
-       {c.info, c.check, c.stats, c.params, c.placements, c.view, c.import})
+       {c.info, c.check, c.stats, c.params, c.placements, c.view, c.import, c.recover})
     if (command->parsed()) return true;
   return false;
 }

@@ -9,9 +9,9 @@ class App;
 
 namespace studio {
 
-/// The commands about scene files: `info`, `check`, `stats`, `params`, `placements`, `view` and
-/// `import`. What was asked for goes to `out`; what went wrong goes to `err`, one line that begins
-/// with the command's name.
+/// The commands about scene files: `info`, `check`, `stats`, `params`, `placements`, `view`,
+/// `import` and `recover`. What was asked for goes to `out`; what went wrong goes to `err`, one
+/// line that begins with the command's name.
 class FileCommands {
  public:
   /// Adds the commands to the program's; this must live while arguments are read.

@@ -1,6 +1,7 @@
 #include "host/io/file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -51,6 +52,26 @@ bool SyncFolder(const std::string& folder) {
   return fd && (::fsync(fd.Get()) == 0 || errno == EINVAL);
 }
 
+// Of the names of files that are being written, and of second names made for their backups.
+constexpr std::string_view kSaving = ".saving", kAside = ".bak";
+
+// The lock tells that the writer lives: it goes with the process. False if the file is gone, or is
+// about to be removed as a leftover; where there are no locks nothing is removed.
+bool Claim(int fd) {
+  struct stat info {};
+  if (::flock(fd, LOCK_EX | LOCK_NB) != 0) return errno != EWOULDBLOCK;
+  return ::fstat(fd, &info) == 0 && info.st_nlink > 0;
+}
+
+std::string FolderOf(const std::string& file) {
+  const std::filesystem::path folder = std::filesystem::path(file).parent_path();
+  return folder.empty() ? "." : folder.string();
+}
+
+std::string NameOf(const std::string& file) {
+  return std::filesystem::path(file).filename().string();
+}
+
 // Gives -1 and the reason on failure.
 int OpenRegular(const std::string& path, size_t& size, std::string& error) {
   // Without O_NONBLOCK opening a pipe would wait for its writer.
@@ -81,13 +102,44 @@ bool WriteAll(int fd, std::span<const std::byte> bytes) {
   return true;
 }
 
+std::string FileBehind(const std::string& path) {
+  constexpr int kMostLinks = 40;
+  std::error_code code;
+  std::filesystem::path file = path;
+  for (int i = 0; i < kMostLinks && std::filesystem::is_symlink(file, code); ++i)
+    file = file.parent_path() / std::filesystem::read_symlink(file, code);
+  return file.string();
+}
+
+void RemoveLeftovers(const std::string& path) {
+  const std::string file = FileBehind(path), folder = FolderOf(file);
+  const std::string start = "." + NameOf(file) + ".";
+  constexpr size_t kRandom = 6;
+  std::error_code code;
+  for (std::filesystem::directory_iterator it(folder, code), end; !code && it != end;
+       it.increment(code)) {
+    std::string name = it->path().filename().string();
+    if (name.ends_with(kAside)) name.resize(name.size() - kAside.size());
+    if (name.size() != start.size() + kRandom + kSaving.size() || !name.starts_with(start) ||
+        !name.ends_with(kSaving))
+      continue;
+    const std::string neighbour = folder + "/" + name;
+    const Descriptor fd(::open(neighbour.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (fd ? ::flock(fd.Get(), LOCK_EX | LOCK_NB) != 0 : errno != ENOENT) continue;
+    ::unlink(neighbour.c_str());
+    ::unlink((neighbour + std::string(kAside)).c_str());
+  }
+}
+
 struct SafeFile::State {
-  std::filesystem::path target;
-  std::string folder, neighbour;
+  std::string target, folder, neighbour;
   mode_t mode = 0;
-  bool old = false;    // there is a file to replace
-  bool there = false;  // the neighbour exists under its own name
-  Descriptor fd{-1};
+  bool old = false;     // there is a file to replace
+  bool there = false;   // the neighbour exists under its own name
+  bool synced = false;  // and is complete
+  bool done = false;
+  off_t written = 0, sent = 0;  // bytes, and those of them that the disk was told to take
+  Descriptor fd{-1}, lock{-1};
   ~State() {
     if (there) ::unlink(neighbour.c_str());
   }
@@ -104,12 +156,7 @@ bool SafeFile::Fail(int code, const char* what) {
 
 bool SafeFile::Open() {
   State& s = *state_;
-  std::error_code code;
-  s.target = path_;
-  if (std::filesystem::is_symlink(s.target, code)) {
-    s.target = std::filesystem::weakly_canonical(s.target, code);
-    if (code) return Fail(code.value());
-  }
+  s.target = FileBehind(path_);
   s.mode = NewFileMode();
   struct stat old {};
   if (::stat(s.target.c_str(), &old) == 0) {
@@ -117,23 +164,39 @@ bool SafeFile::Open() {
       return error_ = "cannot write \"" + path_ + "\": it is not a regular file", false;
     s.mode = old.st_mode & 07777;
     s.old = true;
+  } else if (errno == ELOOP) {
+    return Fail(errno);
   }
-  s.folder = s.target.has_parent_path() ? s.target.parent_path().string() : ".";
-  s.neighbour = s.folder + "/." + s.target.filename().string() + ".XXXXXX";
-  s.fd.Take(::mkostemp(s.neighbour.data(), O_CLOEXEC));
-  if (!s.fd) return Fail(errno);
-  s.there = true;
-  return true;
+  s.folder = FolderOf(s.target);
+  while (!s.there) {
+    s.neighbour = s.folder + "/." + NameOf(s.target) + ".XXXXXX" + std::string(kSaving);
+    s.fd.Take(::mkostemps(s.neighbour.data(), int(kSaving.size()), O_CLOEXEC));
+    if (!s.fd) return Fail(errno);
+    s.there = Claim(s.fd.Get());
+    if (!s.there) s.fd.Close();
+  }
+  // Closing may tell of a late failure; the lock lasts until the file is in its place.
+  s.lock.Take(::fcntl(s.fd.Get(), F_DUPFD_CLOEXEC, 0));
+  return s.lock || Fail(errno);
 }
 
 bool SafeFile::Write(std::span<const std::byte> bytes) {
-  return WriteAll(state_->fd.Get(), bytes) || Fail(errno);
+  State& s = *state_;
+  if (!WriteAll(s.fd.Get(), bytes)) return Fail(errno);
+  s.written += off_t(bytes.size());
+  // The disk may begin while the next bytes are made. A failure shows when all is synced.
+  constexpr off_t kAtOnce = off_t(8) << 20;
+  if (s.written - s.sent >= kAtOnce) {
+    ::sync_file_range(s.fd.Get(), s.sent, s.written - s.sent, SYNC_FILE_RANGE_WRITE);
+    s.sent = s.written;
+  }
+  return true;
 }
 
 // A second name for the old file, made aside and renamed, so that there is always a whole backup.
 bool SafeFile::KeepOld() {
   const State& s = *state_;
-  const std::string aside = s.neighbour + ".bak", backup = s.target.string() + ".bak";
+  const std::string aside = s.neighbour + std::string(kAside), backup = s.target + ".bak";
   if (::link(s.target.c_str(), aside.c_str()) != 0) return false;
   if (::rename(aside.c_str(), backup.c_str()) == 0) {
     ::unlink(aside.c_str());  // still there if the backup was this very file
@@ -145,15 +208,31 @@ bool SafeFile::KeepOld() {
   return false;
 }
 
+bool SafeFile::Sync() {
+  State& s = *state_;
+  if (!s.synced && (::fchmod(s.fd.Get(), s.mode) != 0 || ::fsync(s.fd.Get()) != 0 || !s.fd.Close()))
+    return Fail(errno);
+  s.synced = true;
+  return true;
+}
+
 bool SafeFile::Commit(bool backup) {
   State& s = *state_;
-  if (::fchmod(s.fd.Get(), s.mode) != 0 || ::fsync(s.fd.Get()) != 0 || !s.fd.Close())
-    return Fail(errno);
+  if (!Sync()) return false;
   if (backup && s.old && !KeepOld()) return Fail(errno, "cannot keep a backup of");
-  if (::rename(s.neighbour.c_str(), s.target.c_str()) != 0) return Fail(errno);
+  return CommitAs(NameOf(s.target));
+}
+
+bool SafeFile::CommitAs(const std::string& name) {
+  State& s = *state_;
+  if (!Sync()) return false;
+  if (::rename(s.neighbour.c_str(), (s.folder + "/" + name).c_str()) != 0) return Fail(errno);
   s.there = false;
+  s.done = true;
   return SyncFolder(s.folder) || Fail(errno, "wrote, but cannot make permanent");
 }
+
+bool SafeFile::Done() const { return state_->done; }
 
 bool WriteFileSafely(const std::string& path, std::span<const std::byte> bytes,
                      std::string& error) {

@@ -11,7 +11,8 @@ namespace host {
 /// A file that is written piece by piece to a temporary neighbour and takes its place as a whole:
 /// a reader or a crash sees the old file or the new one and never a part. A link stays a link: the
 /// file that it points at is replaced. Permissions of an old file are kept. Destroyed before
-/// Commit, it leaves the old file and no neighbour.
+/// Commit, it leaves the old file and no neighbour. A process that is killed leaves the neighbour,
+/// `.NAME.XXXXXX.saving`, which RemoveLeftovers knows from one that is being written.
 class SafeFile {
  public:
   explicit SafeFile(std::string path);
@@ -22,9 +23,15 @@ class SafeFile {
   // Each is false on failure, and Error() then names the path and the reason.
   bool Open();
   bool Write(std::span<const std::byte> bytes);
+  /// All is on the disk, under the neighbour's name. Commit does this first.
+  bool Sync();
   /// Syncs, renames into place and syncs the folder. With a backup the old file, if there is one,
   /// stays beside the new one under its name with ".bak" behind it, in place of an older backup.
   bool Commit(bool backup = false);
+  /// The same under another name in the folder.
+  bool CommitAs(const std::string& name);
+  /// It stands in its place; true as well where only the folder couldn't be synced.
+  bool Done() const;
   const std::string& Error() const { return error_; }
 
  private:
@@ -34,6 +41,13 @@ class SafeFile {
   std::string path_, error_;
   std::unique_ptr<State> state_;
 };
+
+/// The path itself, or where it leads if it is a link; nothing need be there.
+std::string FileBehind(const std::string& path);
+
+/// Removes what killed processes left of a file that they were writing to this path. A file that is
+/// still being written stays, and so does all where the file system knows no locks.
+void RemoveLeftovers(const std::string& path);
 
 /// Bytes that are read at any place.
 class ByteSource {

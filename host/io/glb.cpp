@@ -137,14 +137,7 @@ size_t GlbSize(const std::string& json, const BinaryParts& parts) {
          (parts.Size() > 0 ? kChunkHeader + parts.Size() : 0);
 }
 
-bool WriteGlb(const std::string& json, const BinaryParts& parts, const ByteSink& sink) {
-  const std::uint32_t head[5] = {kMagic, kVersion, std::uint32_t(GlbSize(json, parts)),
-                                 std::uint32_t(Padded(json.size())), kJsonChunk};
-  if (!sink(BytesOf(head, 5)) || !WritePadded(sink, std::as_bytes(std::span(json)), ' '))
-    return false;
-  if (parts.Size() == 0) return true;
-  const std::uint32_t chunk[2] = {std::uint32_t(parts.Size()), kBinChunk};
-  if (!sink(BytesOf(chunk, 2))) return false;
+bool WriteParts(const BinaryParts& parts, const ByteSink& sink) {
   for (const BinaryParts::Part& part : parts.All()) {
     if (!part.made) {
       if (!WritePadded(sink, part.owned.empty() ? part.borrowed : part.owned, '\0')) return false;
@@ -162,6 +155,16 @@ bool WriteGlb(const std::string& json, const BinaryParts& parts, const ByteSink&
       return false;
   }
   return true;
+}
+
+bool WriteGlb(const std::string& json, const BinaryParts& parts, const ByteSink& sink) {
+  const std::uint32_t head[5] = {kMagic, kVersion, std::uint32_t(GlbSize(json, parts)),
+                                 std::uint32_t(Padded(json.size())), kJsonChunk};
+  if (!sink(BytesOf(head, 5)) || !WritePadded(sink, std::as_bytes(std::span(json)), ' '))
+    return false;
+  if (parts.Size() == 0) return true;
+  const std::uint32_t chunk[2] = {std::uint32_t(parts.Size()), kBinChunk};
+  return sink(BytesOf(chunk, 2)) && WriteParts(parts, sink);
 }
 
 bool ReadGlb(const ByteSource& source, GlbContent& content, std::string& why) {

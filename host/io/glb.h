@@ -56,6 +56,8 @@ class BinaryParts {
 inline constexpr size_t kMostGlbBytes = 0xFFFFFFFF;
 /// Bytes of the whole file.
 size_t GlbSize(const std::string& json, const BinaryParts& parts);
+/// The pieces alone, padded. False as soon as the sink or a piece refuses.
+bool WriteParts(const BinaryParts& parts, const ByteSink& sink);
 /// False as soon as the sink or a piece refuses. The size must not be above kMostGlbBytes.
 bool WriteGlb(const std::string& json, const BinaryParts& parts, const ByteSink& sink);
 

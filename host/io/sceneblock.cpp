@@ -78,7 +78,11 @@ template <class T>
 std::vector<T*> ReadRefs(const SceneIn& in, const json& list, const char* what) {
   if (!list.is_array()) throw SceneFault(std::string(what) + " is no list");
   std::vector<T*> targets;
-  for (const json& r : list) targets.push_back(in.RefTo<T>(r, what));
+  for (const json& r : list) {
+    T* target = nullptr;
+    in.Try([&] { target = in.RefTo<T>(r, what); });
+    targets.push_back(target);
+  }
   return targets;
 }
 
@@ -140,7 +144,8 @@ void ReadParam(const SceneIn& in, IParamBlock2& block, const ParamDef& def, cons
   if (def.table) return ReadTable(in, block, def, value["table"], name.c_str());
   ReadScalar(in, block, def, MemberOf(value, "value"), name.c_str());
   if (!value.contains("control")) return;
-  if (!block.SetController(def.id, in.RefTo<FloatControl>(value["control"], name.c_str())))
+  auto* control = in.RefTo<FloatControl>(value["control"], name.c_str());
+  if (control && !block.SetController(def.id, control))
     throw SceneFault(name + " can't be animated");
 }
 
@@ -167,21 +172,22 @@ void ReadBlock(const SceneIn& in, IParamBlock2& block, const json& value) {
   const ParamBlockDesc2& desc = *block.GetDesc();
   std::vector<bool> seen(size_t(INT16_MAX) + 1);
   json undeclared = json::array();
-  const auto read = [&](const json& list) {
-    for (const json& param : list) {
-      const int id = IntOf(MemberOf(param, "id"), 0, INT16_MAX, "the id of a parameter");
-      if (seen[size_t(id)]) throw SceneFault("parameter " + std::to_string(id) + " is there twice");
-      seen[size_t(id)] = true;
-      if (const ParamDef* def = desc.Find(ParamID(id))) {
-        ReadParam(in, block, *def, param);
-      } else {
-        undeclared.push_back(param);
-      }
+  const auto read = [&](const json& param) {
+    const int id = IntOf(MemberOf(param, "id"), 0, INT16_MAX, "the id of a parameter");
+    if (seen[size_t(id)]) throw SceneFault("parameter " + std::to_string(id) + " is there twice");
+    seen[size_t(id)] = true;
+    if (const ParamDef* def = desc.Find(ParamID(id))) {
+      ReadParam(in, block, *def, param);
+    } else {
+      undeclared.push_back(param);
     }
   };
-  read(ListOf(value, "params"));
-  if (value.contains("undeclared")) read(ListOf(value, "undeclared"));
-  if (!undeclared.empty()) block.SetUndeclared(in.Keep(undeclared));
+  const auto readAll = [&](const char* list) {
+    for (const json& param : ListOf(value, list)) in.Try([&] { read(param); });
+  };
+  in.Try([&] { readAll("params"); });
+  if (value.contains("undeclared")) in.Try([&] { readAll("undeclared"); });
+  if (!undeclared.empty()) in.Try([&] { block.SetUndeclared(in.Keep(undeclared)); });
 }
 
 }  // namespace host

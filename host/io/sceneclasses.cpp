@@ -17,6 +17,12 @@ using nlohmann::json;
 struct SceneAccess {
   static Matrix3& Local(INode& node) { return node.local_; }
   static const Matrix3& Local(const INode& node) { return node.local_; }
+  static void TakeChildren(INode& from, INode& to) {
+    std::vector<Pin<INode>> children;
+    for (INode* c : from.children_) children.emplace_back(c);
+    for (size_t i = children.size(); i-- > 0;) from.RemoveChild(children[i].get());
+    for (const Pin<INode>& c : children) to.InsertChild(c.get(), to.children_.size());
+  }
 
   static json TrackValue(SceneOut& out, const Track& t) {
     return {{"shape", int(t.shape_)},
@@ -246,9 +252,11 @@ void ReadDerived(const SceneIn& in, ReferenceTarget& thing, const json& data) {
   auto& d = static_cast<DerivedObject&>(thing);
   d.ReplaceReference(DerivedObject::kBaseRef, in.RefTo<Object>(MemberOf(data, "base"), "the base"));
   for (const json& m : ListOf(data, "modifiers")) {
-    auto* modifier = in.RefTo<Modifier>(m, "a modifier");
-    if (!modifier) throw SceneFault("a modifier is missing");
-    d.AddModifier(modifier);
+    if (auto* modifier = in.RefTo<Modifier>(m, "a modifier")) {
+      d.AddModifier(modifier);
+    } else {
+      in.Fault("a modifier is missing");
+    }
   }
 }
 ReferenceTarget* MakeDerived() { return new DerivedObject(nullptr); }
@@ -410,6 +418,8 @@ void SetStillMatrix(INode& node, const Matrix3& still, ReferenceTarget* control)
   node.ReplaceReference(INode::kTMRef, control);
   SceneAccess::Local(node) = still;
 }
+
+void TakeChildren(INode& from, INode& to) { SceneAccess::TakeChildren(from, to); }
 
 MotionTracks TracksOf(const TransformControl& control) { return SceneAccess::Motion(control); }
 

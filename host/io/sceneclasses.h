@@ -24,6 +24,8 @@ const SceneClass* FindSceneClass(SClass_ID super, Class_ID id);
 Matrix3 StillMatrixOf(const INode& node);
 /// Sets it together with the controller (null for none), which stays as it is.
 void SetStillMatrix(INode& node, const Matrix3& still, ReferenceTarget* control);
+/// Hangs all children of a node behind those of another; nothing is recorded.
+void TakeChildren(INode& from, INode& to);
 
 /// The parts of a keyed motion, for those who describe it in other words.
 struct MotionTracks {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 class INode;
@@ -17,22 +18,34 @@ namespace host {
 
 struct SaveOptions {
   bool backup = false;  // keep the old file, see SafeFile::Commit
+  /// A scene whose .glb would be larger than this, or than a .glb can be, becomes a pair of files.
+  size_t mostGlbBytes = 0xFFFFFFFF;
+};
+
+/// What a save has written.
+struct SavedScene {
+  std::string path;  // the one that was asked for, or that of the .gltf of a pair
+  size_t bytes = 0;  // of all files
 };
 
 /// Saves the whole scene: nodes, objects, materials, layers, time range, units. The bytes depend
-/// on the scene alone, not on views or on what is drawn. On failure the old file is untouched and
-/// `error` is one line with the path and the reason.
+/// on the scene alone, not on views or on what is drawn. A path that ends in .gltf gets a pair of
+/// files; so does one of a .glb that would be too large, and then `saved` tells the path. On
+/// failure the old file is untouched and `error` is one line with the path and the reason.
 bool SaveScene(Interface& ip, const std::string& path, const SaveOptions& options,
-               std::string& error);
+               std::string& error, SavedScene* saved = nullptr);
 
 /// The same into memory; `path` is where the bytes will lie.
 bool SaveSceneBytes(Interface& ip, const std::string& path, std::vector<std::byte>& bytes,
                     std::string& error);
 
 struct OpenOptions {
-  /// Looks at the scene once it is in its place and complete. A text that isn't empty refuses it:
-  /// the old one comes back.
+  /// Looks at the new scene, beside the present one, before its objects hear that the file is open.
+  /// It may mend them. A text that isn't empty refuses the scene.
   std::function<std::string(Scene&)> accept;
+  /// Recovers what can be read of a damaged file, as long as its description is whole, and lists
+  /// what was dropped or changed, one line each: empty for a sound file. `accept` may add to it.
+  std::vector<std::string>* recover = nullptr;
 };
 
 /// Opens a scene file in place of the scene, which goes with its undo steps. Everything is checked
@@ -43,6 +56,21 @@ bool OpenScene(Interface& ip, const std::string& path, const OpenOptions& option
 /// The same for a file in memory; `name` stands for the path in messages.
 bool OpenSceneBytes(Interface& ip, std::span<const std::byte> bytes, const std::string& name,
                     const OpenOptions& options, std::string& error);
+
+/// What a merge brought.
+struct MergedScene {
+  size_t nodes = 0;
+  std::vector<std::pair<std::wstring, std::wstring>> renamed;  // names in the file and here
+  std::string warning;  // one line, where the file has other units: numbers stay as they are
+};
+
+/// Adds the nodes of a scene file, and all that they refer to, to the scene, which keeps its time,
+/// range, units, current layer and undo steps; the merge is none of them. A name that is taken gets
+/// a number; layers of one name become one, as it is here. Reads and fails as OpenScene does.
+bool MergeScene(Interface& ip, const std::string& path, const OpenOptions& options,
+                MergedScene& merged, std::string& error);
+bool MergeSceneBytes(Interface& ip, std::span<const std::byte> bytes, const std::string& name,
+                     const OpenOptions& options, MergedScene& merged, std::string& error);
 
 /// Whether a file is, or was before it was damaged, a scene that this program saved.
 bool LooksLikeScene(const std::string& path);

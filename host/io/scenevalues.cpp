@@ -31,6 +31,15 @@ std::string HexText(std::uint32_t value) {
   return "0x" + std::string(digits, end);
 }
 
+bool ReadHex(const json& value, std::uint32_t& number) {
+  if (!value.is_string()) return false;
+  const std::string& text = value.get_ref<const std::string&>();
+  if (text.size() <= 2 || text.size() > 10 || !text.starts_with("0x")) return false;
+  const char* end = text.data() + text.size();
+  const auto result = std::from_chars(text.data() + 2, end, number, 16);
+  return result.ec == std::errc() && result.ptr == end;
+}
+
 constexpr struct {
   std::string_view name;
   size_t size;
@@ -110,14 +119,7 @@ WStr TextOf(const json& value, const char* what) {
 
 std::uint32_t HexOf(const json& value, const char* what) {
   std::uint32_t number = 0;
-  if (value.is_string()) {
-    const std::string& text = value.get_ref<const std::string&>();
-    if (text.size() > 2 && text.size() <= 10 && text.starts_with("0x")) {
-      const char* end = text.data() + text.size();
-      const auto result = std::from_chars(text.data() + 2, end, number, 16);
-      if (result.ec == std::errc() && result.ptr == end) return number;
-    }
-  }
+  if (ReadHex(value, number)) return number;
   Refuse(what, value, "a text such as \"0x1f\"");
 }
 
@@ -210,24 +212,48 @@ json SceneOut::Release(const json& tree, const KeptValues& kept) {
   return copy;
 }
 
-SceneIn::SceneIn(const ByteSource& source, const GlbContent& content, const json& root)
-    : source_(source), content_(content), root_(root) {}
+SceneIn::SceneIn(const ByteSource& source, const GlbContent& content, const json& root,
+                 Losses* losses)
+    : source_(source), content_(content), root_(root), losses_(losses) {}
+
+void SceneIn::Fault(const std::string& text) const {
+  if (!losses_) throw SceneFault(text);
+  losses_->Add(text);
+}
 
 void SceneIn::Add(const json& id, ReferenceTarget* target) {
   const std::uint32_t number = HexOf(id, "the id");
-  if (!things_.emplace(number, target).second)
-    throw SceneFault("two things have the id " + HexText(number));
+  if (!things_.emplace(number, target).second) Fault("two things have the id " + HexText(number));
+}
+
+void SceneIn::Drop(const json& id, const ReferenceTarget* target) {
+  std::uint32_t number;
+  if (!ReadHex(id, number)) return;
+  const auto [found, isNew] = things_.emplace(number, nullptr);
+  if (!isNew && found->second == target) found->second = nullptr;
 }
 
 ReferenceTarget* SceneIn::Ref(const json& value) const {
   if (value.is_null()) return nullptr;
   const std::uint32_t id = HexOf(MemberOf(value, "ref"), "a reference");
   const auto found = things_.find(id);
-  if (found == things_.end()) throw SceneFault("nothing has the id " + HexText(id));
+  if (found == things_.end()) {
+    Fault("nothing has the id " + HexText(id));
+    return nullptr;
+  }
+  if (!found->second) Fault("a reference to " + HexText(id) + ", which was dropped, is none now");
   return found->second;
 }
 
-size_t SceneIn::ViewSize(const json& table, size_t& offset, const char* what) const {
+ReferenceTarget* SceneIn::Find(const json& value) const {
+  std::uint32_t id;
+  if (!value.is_object() || !value.contains("ref") || !ReadHex(value["ref"], id)) return nullptr;
+  const auto found = things_.find(id);
+  return found == things_.end() ? nullptr : found->second;
+}
+
+SceneIn::View SceneIn::ViewOf(const json& table, const char* what) const {
+  if (!table.contains("view")) return {};
   const json& views = ListOf(root_, "bufferViews");
   const int index = IntOf(MemberOf(table, "view"), 0, INT_MAX, what);
   if (size_t(index) >= views.size())
@@ -239,62 +265,106 @@ size_t SceneIn::ViewSize(const json& table, size_t& offset, const char* what) co
     if (!value.is_number_unsigned()) Refuse(what, value, "a " + std::string(name));
     return value.get<std::uint64_t>();
   };
-  const std::uint64_t start = number("byteOffset"), size = number("byteLength");
-  if (start > content_.binSize || size > content_.binSize - start)
-    throw SceneFault(std::string(what) + " has " + std::to_string(size) + " bytes from byte " +
+  const std::uint64_t start = number("byteOffset"), told = number("byteLength");
+  const std::uint64_t rest = content_.binSize - std::min<std::uint64_t>(start, content_.binSize);
+  if (!losses_ && (told > rest || start > content_.binSize))
+    throw SceneFault(std::string(what) + " has " + std::to_string(told) + " bytes from byte " +
                      std::to_string(start) + " on, but the file holds " +
                      std::to_string(content_.binSize));
-  offset = content_.binOffset + size_t(start);
-  return size_t(size);
+  return {content_.binOffset + size_t(std::min<std::uint64_t>(start, content_.binSize)),
+          size_t(std::min(told, rest)), size_t(told)};
 }
 
 size_t SceneIn::Count(const json& table, const char* type, const char* what) const {
   const json& found = MemberOf(table, "type");
   if (found != type) Refuse(what, found, "a table of \"" + std::string(type) + "\"");
   const auto count = size_t(IntOf(MemberOf(table, "count"), 0, INT_MAX, what));
-  size_t offset, bytes = table.contains("view") ? ViewSize(table, offset, what) : 0;
+  const View view = ViewOf(table, what);
   const size_t element = SceneOut::ElementSize(type);
-  if (element != 0 && bytes != count * element)
-    throw SceneFault(std::string(what) + " has " + std::to_string(bytes) + " bytes, expected " +
-                     std::to_string(count * element));
-  return count;
+  if (element == 0) return count;
+  if (view.told != count * element)
+    Fault(std::string(what) + " has " + std::to_string(view.told) + " bytes, expected " +
+          std::to_string(count * element));
+  return std::min(count, view.size / element);
 }
 
-void SceneIn::Pour(const json& table, size_t element, const char* what,
+void SceneIn::Pour(const json& table, size_t entry, size_t entries, const char* what,
                    const ByteSink& sink) const {
   constexpr size_t kPiece = size_t(1) << 18;
   if (!table.contains("view")) return;
-  size_t offset, left = ViewSize(table, offset, what);
+  const View view = ViewOf(table, what);
+  size_t offset = view.offset, left = std::min(view.size / entry, entries) * entry;
   // A file in which many tables share their bytes would fill the memory.
+  if (left > content_.binSize - taken_)
+    return Fault(std::string(what) + " shares its bytes with other tables");
   taken_ += left;
-  if (taken_ > content_.binSize)
-    throw SceneFault(std::string(what) + " shares its bytes with other tables");
-  std::vector<std::byte> buffer(std::min(left, kPiece / element * element));
+  std::vector<std::byte> buffer(std::min(left, kPiece / entry * entry));
   std::uint32_t sum = 0;
   for (size_t n; left > 0; left -= n, offset += n) {
     n = std::min(left, buffer.size());
     const auto piece = std::span(buffer).first(n);
+    errno = 0;
     if (!source_.Read(offset, piece))
-      throw SceneFault(std::string(what) + " can't be read: " + std::strerror(errno ? errno : EIO));
+      return Fault(std::string(what) + " can't be read from byte " +
+                   std::to_string(offset - view.offset) +
+                   " on: " + std::strerror(errno ? errno : EIO));
     sum = Crc32c(piece, sum);
     sink(piece);
   }
-  const json& crc = MemberOf(table, "crc");
-  if (const std::string found = CrcText(sum); crc != found)
-    throw SceneFault(std::string(what) + " is damaged: its checksum is " + found + ", expected " +
-                     (crc.is_string() ? crc.get<std::string>() : "a text"));
+  if (view.size < view.told)
+    return Fault(std::string(what) + " ends with the file: " + std::to_string(view.size / entry) +
+                 " of " + std::to_string(view.told / entry) +
+                 (entry == 1 ? " bytes are there" : " entries are there"));
+  CheckSum(table, sum, what);
+}
+
+void SceneIn::CheckSum(const json& table, std::uint32_t sum, const char* what) const {
+  const auto crc = table.find("crc");
+  const bool told = crc != table.end() && crc->is_string();
+  if (const std::string found = CrcText(sum); !told || *crc != found)
+    Fault(std::string(what) + " is damaged: its checksum is " + found + ", expected " +
+          (told ? crc->get<std::string>() : "a text"));
 }
 
 std::vector<std::byte> SceneIn::Bytes(const json& table, const char* what) const {
   std::vector<std::byte> bytes;
-  size_t offset;
-  if (table.contains("view")) bytes.reserve(ViewSize(table, offset, what));
-  Pour(table, 1, what, [&](std::span<const std::byte> piece) {
+  const View view = ViewOf(table, what);
+  bytes.reserve(std::min(view.size, content_.binSize - taken_));
+  Pour(table, 1, view.size, what, [&](std::span<const std::byte> piece) {
     bytes.insert(bytes.end(), piece.begin(), piece.end());
     return true;
   });
   return bytes;
 }
+
+namespace {
+
+// The length of the text at a place, -1 if it isn't there as a whole.
+std::int64_t TextLength(std::span<const std::byte> bytes, size_t at) {
+  std::uint32_t length = 0;
+  if (bytes.size() - at < 4) return -1;
+  std::memcpy(&length, &bytes[at], 4);
+  return length > bytes.size() - at - 4 ? -1 : std::int64_t(length);
+}
+
+// What was recovered of a table is written back as a sound one.
+void MendTable(json& table, std::vector<std::byte>& bytes) {
+  const auto crc = table.find("crc"), type = table.find("type");
+  if (crc != table.end() && *crc == CrcText(Crc32c(bytes))) return;
+  if (type != table.end() && type->is_string()) {
+    const size_t element = SceneOut::ElementSize(type->get<std::string>());
+    size_t count = element > 0 ? bytes.size() / element : 0, end = count * element;
+    if (*type == "text")
+      for (; TextLength(bytes, end) >= 0; ++count) end += 4 + size_t(TextLength(bytes, end));
+    if (element > 0 || *type == "text") {
+      bytes.resize(end);
+      table["count"] = count;
+    }
+  }
+  table["crc"] = CrcText(Crc32c(bytes));
+}
+
+}  // namespace
 
 std::vector<WStr> SceneIn::Texts(const json& table, const char* what) const {
   const size_t count = Count(table, "text", what);
@@ -302,17 +372,19 @@ std::vector<WStr> SceneIn::Texts(const json& table, const char* what) const {
   std::vector<WStr> texts;
   size_t at = 0;
   for (size_t i = 0; i < count; ++i) {
-    std::uint32_t length = 0;
-    if (bytes.size() - at >= 4) std::memcpy(&length, &bytes[at], 4);
-    if (bytes.size() - at < 4 || length > bytes.size() - at - 4)
-      throw SceneFault(std::string(what) + " ends within entry " + std::to_string(i) + " of " +
-                       std::to_string(count));
-    texts.push_back(FromUtf8({reinterpret_cast<const char*>(bytes.data()) + at + 4, length}));
-    at += 4 + length;
+    const std::int64_t length = TextLength(bytes, at);
+    if (length < 0) {
+      Fault(std::string(what) + " ends within entry " + std::to_string(i) + " of " +
+            std::to_string(count));
+      return texts;
+    }
+    const char* start = reinterpret_cast<const char*>(bytes.data()) + at + 4;
+    texts.push_back(FromUtf8({start, size_t(length)}));
+    at += 4 + size_t(length);
   }
   if (at != bytes.size())
-    throw SceneFault(std::string(what) + " has " + std::to_string(bytes.size() - at) +
-                     " bytes behind its " + std::to_string(count) + " entries");
+    Fault(std::string(what) + " has " + std::to_string(bytes.size() - at) + " bytes behind its " +
+          std::to_string(count) + " entries");
   return texts;
 }
 
@@ -325,17 +397,28 @@ std::shared_ptr<const KeptValues> SceneIn::Keep(const json& tree) const {
 json SceneIn::Capture(const json& tree, KeptValues& kept) const {
   if (!tree.is_structured()) return tree;
   if (tree.is_object() && tree.contains("ref")) {
-    kept.targets.emplace_back(Ref(tree));
+    ReferenceTarget* target = Ref(tree);
+    if (!target) return nullptr;
+    kept.targets.emplace_back(target);
     return {{"ref", kept.targets.size() - 1}};
   }
   json copy = tree;
   for (auto& item : copy.items())
     if (item.value().is_structured()) item.value() = Capture(item.value(), kept);
-  if (tree.is_object() && tree.contains("view")) {
-    copy["view"] = kept.blobs.size();
-    kept.blobs.push_back(Bytes(tree, "an unknown value"));
-  }
+  if (tree.is_object() && tree.contains("view")) CaptureTable(copy, kept);
   return copy;
+}
+
+void SceneIn::CaptureTable(json& table, KeptValues& kept) const {
+  std::vector<std::byte> bytes = Bytes(table, "an unknown value");
+  if (losses_) MendTable(table, bytes);
+  if (bytes.empty() && losses_) {
+    table.erase("view");
+    table.erase("crc");
+    return;
+  }
+  table["view"] = kept.blobs.size();
+  kept.blobs.push_back(std::move(bytes));
 }
 
 }  // namespace host

@@ -13,6 +13,7 @@
 
 #include "host/core/paramblock.h"
 #include "host/io/glb.h"
+#include "host/io/scenelosses.h"
 #include "host/math/matrix3.h"
 
 namespace host {
@@ -97,21 +98,44 @@ class SceneOut {
   std::deque<ReferenceTarget*> waiting_;
 };
 
-/// What the things of a scene are read through.
+/// What the things of a scene are read through. With `losses` a damaged scene is recovered: what
+/// reading can go on behind is added there instead of thrown. A table is then as long as the bytes
+/// that are there, and a reference to nothing is null.
 class SceneIn {
  public:
-  SceneIn(const ByteSource& source, const GlbContent& content, const nlohmann::json& root);
+  SceneIn(const ByteSource& source, const GlbContent& content, const nlohmann::json& root,
+          Losses* losses = nullptr);
 
-  /// Makes a thing known under the id that stands in its description.
+  Losses* GetLosses() const { return losses_; }
+  /// A fault that reading can go on behind.
+  void Fault(const std::string& text) const;
+  /// False if the work was at fault and the scene is being recovered.
+  template <class F>
+  bool Try(F work) const {
+    try {
+      work();
+      return true;
+    } catch (const SceneFault& f) {
+      if (!losses_) throw;
+      losses_->Add(f.what());
+      return false;
+    }
+  }
+
+  /// Makes a thing known under the id that stands in its description; the first keeps an id.
   void Add(const nlohmann::json& id, ReferenceTarget* target);
-  /// Null for null. Throws for an id that nothing has.
+  /// References to that id are faults from now on, unless another thing has it.
+  void Drop(const nlohmann::json& id, const ReferenceTarget* target);
+  /// Null for null. An id that nothing has is a fault.
   ReferenceTarget* Ref(const nlohmann::json& value) const;
-  /// The same, and throws for a thing of another kind.
+  /// The same without a fault.
+  ReferenceTarget* Find(const nlohmann::json& value) const;
+  /// The same; a thing of another kind is a fault, and null then.
   template <class T>
   T* RefTo(const nlohmann::json& value, const char* what) const {
     ReferenceTarget* target = Ref(value);
     T* typed = dynamic_cast<T*>(target);
-    if (target && !typed) throw SceneFault(std::string(what) + " refers to a thing that is none");
+    if (target && !typed) Fault(std::string(what) + " refers to a thing that is none");
     return typed;
   }
 
@@ -121,11 +145,11 @@ class SceneIn {
     const size_t perEntry = sizeof(T) / SceneOut::ElementSize(type);
     const size_t count = Count(table, type, what);
     if (count % perEntry != 0)
-      throw SceneFault(std::string(what) + " has " + std::to_string(count) +
-                       " numbers, expected a multiple of " + std::to_string(perEntry));
+      Fault(std::string(what) + " has " + std::to_string(count) +
+            " numbers, expected a multiple of " + std::to_string(perEntry));
     Container values;
     values.reserve(count / perEntry);
-    Pour(table, sizeof(T), what, [&](std::span<const std::byte> piece) {
+    Pour(table, sizeof(T), count / perEntry, what, [&](std::span<const std::byte> piece) {
       const T* first = reinterpret_cast<const T*>(piece.data());
       values.insert(values.end(), first, first + piece.size() / sizeof(T));
       return true;
@@ -137,19 +161,26 @@ class SceneIn {
   std::shared_ptr<const KeptValues> Keep(const nlohmann::json& tree) const;
 
  private:
+  struct View {
+    size_t offset = 0, size = 0;  // in the file
+    size_t told = 0;              // the size by its description
+  };
   size_t Count(const nlohmann::json& table, const char* type, const char* what) const;
   std::vector<std::byte> Bytes(const nlohmann::json& table, const char* what) const;
-  // Hands over a table in pieces of whole elements that stay in the processor's cache, so that the
+  // Hands over a table in pieces of whole entries that stay in the processor's cache, so that the
   // checksum costs next to nothing. An empty table gives none.
-  void Pour(const nlohmann::json& table, size_t element, const char* what,
+  void Pour(const nlohmann::json& table, size_t entry, size_t entries, const char* what,
             const ByteSink& sink) const;
-  size_t ViewSize(const nlohmann::json& table, size_t& offset, const char* what) const;
+  void CheckSum(const nlohmann::json& table, std::uint32_t sum, const char* what) const;
+  View ViewOf(const nlohmann::json& table, const char* what) const;
   nlohmann::json Capture(const nlohmann::json& tree, KeptValues& kept) const;
+  void CaptureTable(nlohmann::json& table, KeptValues& kept) const;
 
   const ByteSource& source_;
   const GlbContent& content_;
   const nlohmann::json& root_;
-  std::unordered_map<std::uint32_t, ReferenceTarget*> things_;
+  Losses* losses_;
+  std::unordered_map<std::uint32_t, ReferenceTarget*> things_;  // null for those that were dropped
   mutable size_t taken_ = 0;  // bytes of all tables that were read
 };
 

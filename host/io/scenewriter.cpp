@@ -1,7 +1,10 @@
+#include <algorithm>
+#include <filesystem>
 #include <functional>
 
 #include "host/interface.h"
 #include "host/io/sceneclasses.h"
+#include "host/io/scenecontainer.h"
 #include "host/io/scenefile.h"
 #include "host/io/sceneviewer.h"
 #include "host/scene/node.h"
@@ -132,11 +135,14 @@ void AddBuffers(json& root, const BinaryParts& parts) {
 }
 
 // The text's own checksum is taken with zeros in its place.
-std::string TextOf(const json& root) {
-  std::string text = root.dump();
-  while (text.size() % 4 != 0) text += ' ';
+void Seal(std::string& text) {
   const std::string crc = CrcText(Crc32c(std::as_bytes(std::span(text))));
   text.replace(text.find(kCrcMark) + kCrcMark.size(), crc.size(), crc);
+}
+
+std::string OpenText(const json& root) {
+  std::string text = root.dump();
+  while (text.size() % 4 != 0) text += ' ';
   return text;
 }
 
@@ -150,9 +156,9 @@ void CheckDepth(const std::vector<INode*>& nodes) {
   }
 }
 
-// Composes the file and hands it to `write`, which tells its failures itself.
+// Composes the description and hands it to `write`, which tells its failures itself or throws them.
 bool Compose(Interface& ip, const std::string& path, std::string& error,
-             const std::function<bool(const std::string&, const BinaryParts&)>& write) {
+             const std::function<bool(json&, const BinaryParts&)>& write) {
   const auto fail = [&](const std::string& why) {
     error = "cannot save \"" + path + "\": " + why;
     return false;
@@ -167,11 +173,7 @@ bool Compose(Interface& ip, const std::string& path, std::string& error,
     root["extensions"][kSceneExtension] = SceneValue(ip, out, nodes);
     AddViewerScene(ip, nodes, path, parts, root);
     AddBuffers(root, parts);
-    const std::string text = TextOf(root);
-    if (const size_t size = GlbSize(text, parts); size > kMostGlbBytes)
-      return fail("it would have " + std::to_string(size) + " bytes, more than a .glb can hold (" +
-                  std::to_string(kMostGlbBytes) + ")");
-    return write(text, parts);
+    return write(root, parts);
   } catch (const SceneFault& f) {
     return fail(f.what());
   } catch (const std::bad_alloc&) {
@@ -179,31 +181,69 @@ bool Compose(Interface& ip, const std::string& path, std::string& error,
   }
 }
 
+constexpr const char* kTableChanged = "a table changed its size";
+
+bool WriteOne(const std::string& path, std::string text, const BinaryParts& parts, bool backup,
+              std::string& error) {
+  RemoveLeftovers(path);
+  SafeFile file(path);
+  const auto sink = [&](std::span<const std::byte> bytes) { return file.Write(bytes); };
+  Seal(text);
+  if (file.Open() && WriteGlb(text, parts, sink) && file.Commit(backup)) return true;
+  error = file.Error();
+  if (error.empty()) throw SceneFault(kTableChanged);
+  return false;
+}
+
+// What the user named makes way for the scene; what he didn't name does so if it is a scene.
+void CheckFree(const std::string& path) {
+  std::error_code code;
+  if (std::filesystem::exists(path, code) && !LooksLikeScene(path))
+    throw SceneFault("it is too large for a .glb, and \"" + path +
+                     "\", where it would lie, is no scene");
+}
+
 }  // namespace
 
 bool SaveScene(Interface& ip, const std::string& path, const SaveOptions& options,
-               std::string& error) {
-  return Compose(ip, path, error, [&](const std::string& text, const BinaryParts& parts) {
-    SafeFile file(path);
-    const auto sink = [&](std::span<const std::byte> bytes) { return file.Write(bytes); };
-    if (file.Open() && WriteGlb(text, parts, sink) && file.Commit(options.backup)) return true;
-    error = file.Error();
-    if (error.empty()) error = "cannot save \"" + path + "\": a table changed its size";
-    return false;
-  });
+               std::string& error, SavedScene* saved) {
+  SavedScene result{path, 0};
+  const auto write = [&](json& root, const BinaryParts& parts) {
+    const size_t most = std::min(options.mostGlbBytes, kMostGlbBytes);
+    if (!IsPairPath(path)) {
+      std::string text = OpenText(root);
+      result.bytes = GlbSize(text, parts);
+      if (result.bytes <= most)
+        return WriteOne(path, std::move(text), parts, options.backup, error);
+      result.path = PairPathFor(path);
+      CheckFree(result.path);
+    }
+    if (parts.Size() > 0) root["buffers"][0]["uri"] = PairUriFor(result.path);
+    return WritePair(result.path, OpenText(root), parts, options.backup, Seal, result.bytes, error);
+  };
+  const bool done = Compose(ip, path, error, write);
+  if (done && saved) *saved = result;
+  return done;
 }
 
 bool SaveSceneBytes(Interface& ip, const std::string& path, std::vector<std::byte>& bytes,
                     std::string& error) {
-  return Compose(ip, path, error, [&](const std::string& text, const BinaryParts& parts) {
+  return Compose(ip, path, error, [&](json& root, const BinaryParts& parts) {
+    std::string text = OpenText(root);
+    const size_t size = GlbSize(text, parts);
+    if (size > kMostGlbBytes)
+      throw SceneFault("it would have " + std::to_string(size) + " bytes, more than a .glb can " +
+                       "hold (" + std::to_string(kMostGlbBytes) + ")");
     std::vector<std::byte> written;
-    written.reserve(GlbSize(text, parts));
+    written.reserve(size);
+    Seal(text);
     const bool whole = WriteGlb(text, parts, [&](std::span<const std::byte> piece) {
       written.insert(written.end(), piece.begin(), piece.end());
       return true;
     });
-    if (whole) bytes = std::move(written);
-    return whole;
+    if (!whole) throw SceneFault(kTableChanged);
+    bytes = std::move(written);
+    return true;
   });
 }
 

@@ -1,5 +1,6 @@
 #include "host/io/viewermesh.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <map>
@@ -76,6 +77,7 @@ std::vector<ViewerPart> ViewerParts(const Mesh& source, const Matrix3* baked) {
       if (!fresh) continue;
       g.part.positions.push_back(mesh.verts[corner.vertex]);
       g.part.normals.push_back(normal);
+      g.part.vertices.push_back(corner.vertex);
       if (!map) continue;
       const Point3& uv = map->verts[corner.uv];
       g.part.uvs.push_back(IsFinite(uv) ? Point3(uv.x, 1 - uv.y, 0) : Point3(0, 0, 0));
@@ -87,6 +89,43 @@ std::vector<ViewerPart> ViewerParts(const Mesh& source, const Matrix3* baked) {
     parts.push_back(std::move(g.part));
   }
   return parts;
+}
+
+Mesh StartOf(const MeshMotion& motion) {
+  Mesh mesh = motion.base;
+  if (motion.frames.empty()) return mesh;
+  const KeyPlace place = PlaceAmong(motion.frameTimes, 0);
+  const auto part = float(place.part);
+  for (size_t v = 0; v < mesh.verts.size(); ++v) {
+    Point3 at = motion.frames[place.key][v];
+    if (part > 0) at = at * (1 - part) + motion.frames[place.key + 1][v] * part;
+    if (IsFinite(at)) mesh.verts[v] = at;
+  }
+  return mesh;
+}
+
+std::optional<std::vector<VertexBones>> ViewerBones(const MeshMotion& motion) {
+  constexpr double kRounding = 1e-3;
+  std::vector<VertexBones> all;
+  if (motion.vertexBones.size() != motion.base.verts.size()) return std::nullopt;
+  for (const VertexBones& from : motion.vertexBones) {
+    VertexBones to{};
+    double sum = 0;
+    int used = 0;
+    for (int k = 0; k < 4; ++k) {
+      if (from.weight[k] == 0) continue;
+      if (!(from.weight[k] > 0) || from.bone[k] >= motion.inverseBind.size()) return std::nullopt;
+      const int known = int(std::find(to.bone, to.bone + used, from.bone[k]) - to.bone);
+      to.bone[known] = from.bone[k];
+      to.weight[known] += from.weight[k];
+      used = std::max(used, known + 1);
+      sum += double(from.weight[k]);
+    }
+    if (!(std::fabs(sum - 1) < kRounding)) return std::nullopt;
+    for (float& weight : to.weight) weight = float(weight / sum);
+    all.push_back(to);
+  }
+  return all;
 }
 
 bool ViewerKeys(const Track& track, bool turns, std::vector<TimeValue>& times,
@@ -112,6 +151,7 @@ bool ViewerKeys(const Track& track, bool turns, std::vector<TimeValue>& times,
       if (t > 0 || (t == 0 && !early)) wanted.push_back(t);
   }
   const size_t w = track.Width();
+  std::vector<double> now(w);
   for (const TimeValue t : wanted) {
     const auto seconds = [](TimeValue at) { return float(double(at) / TIME_TICKSPERSEC); };
     if (!times.empty() && seconds(t) <= seconds(times.back())) continue;
@@ -122,10 +162,9 @@ bool ViewerKeys(const Track& track, bool turns, std::vector<TimeValue>& times,
       values.insert(values.end(), from, from + w * 3);
       continue;
     }
-    double at[4];
     Interval valid = FOREVER;
-    turns ? track.RotationAt(t, at, valid) : track.At(t, at, valid);
-    for (size_t k = 0; k < w; ++k) values.push_back(float(at[k]));
+    turns ? track.RotationAt(t, now.data(), valid) : track.At(t, now.data(), valid);
+    for (const double value : now) values.push_back(float(value));
   }
   return true;
 }

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "host/core/track.h"
 #include "host/math/matrix3.h"
+#include "host/scene/animatedmesh.h"
 #include "host/scene/mesh.h"
 
 namespace host {
@@ -15,12 +17,20 @@ struct ViewerPart {
   int materialId = 0;
   std::vector<Point3> positions, normals;  // normals have unit length
   std::vector<Point3> uvs;                 // v from the top down; none without map channel 1
+  std::vector<std::uint32_t> vertices;     // of the mesh, where these come from
   std::vector<std::uint32_t> indices;      // three a face
 };
 
 /// The parts of a sound mesh, by rising material id. With `baked` its vertices are taken through
 /// that matrix first, and a mirrored mesh keeps its faces the right way round.
 std::vector<ViewerPart> ViewerParts(const Mesh& mesh, const Matrix3* baked);
+
+/// The shape that morph targets and bones start from, at time 0.
+Mesh StartOf(const MeshMotion& motion);
+
+/// The bones of each vertex as viewers take them: each bone once, weights that sum to 1, bone 0
+/// where a weight is 0. None if weights are below 0 or don't sum to 1, or bones are missing.
+std::optional<std::vector<VertexBones>> ViewerBones(const MeshMotion& motion);
 
 /// The keys of a track as viewers take them: from time 0 on, seconds that rise in single precision
 /// too, unit quaternions where it `turns`. A cubic track keeps its tangents unless it begins before

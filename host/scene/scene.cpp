@@ -6,15 +6,11 @@
 #include "host/core/notify.h"
 #include "host/core/paramblock.h"
 
-namespace {
-
-WStr Numbered(const WStr& base, int number) {
+WStr Scene::Numbered(const WStr& base, int number) {
   WStr digits = std::to_wstring(number);
   if (digits.size() < 3) digits.insert(0, 3 - digits.size(), L'0');
   return base + digits;
 }
-
-}  // namespace
 
 Scene::Scene() {
   auto* root = new INode(L"Scene Root");

@@ -35,6 +35,8 @@ class Scene : public ReferenceTarget {
   std::vector<INode*> FindNodes(const WStr& name) const;
   /// `base`, or base with the lowest number from 001 that makes it unlike all names in use.
   WStr UniqueName(const WStr& base) const;
+  /// The base with a number of at least three digits behind it.
+  static WStr Numbered(const WStr& base, int number);
 
   int NumRefs() const override { return 2; }
   ReferenceTarget* GetReference(int i) const override {

@@ -130,19 +130,32 @@ std::string AnimBreach(const IParamBlock2& block) {
   return {};
 }
 
-}  // namespace
+bool IsNormalRow(Param id) {
+  return id == Tr_Normal_Min || id == Tr_Normal_Max || id == Rnd_Normal;
+}
 
-std::string FirstBreach(const IParamBlock2& block) {
+std::string FirstBreachIn(const IParamBlock2& block, bool normalRows) {
   if (std::string b = RangeBreach(block, Geo_Kind, 0, 3); !b.empty()) return b;
   const Counts n = CountsOf(block);
   for (const ParamEntry& e : AllParams())
-    if (std::string b = CountBreach(block, e.id, ExpectedCount(block, e, n)); !b.empty()) return b;
+    if (const long long expected = ExpectedCount(block, e, n); normalRows || !IsNormalRow(e.id))
+      if (std::string b = CountBreach(block, e.id, expected); !b.empty()) return b;
   if (std::string b = TypeValueBreach(block); !b.empty()) return b;
   if (std::string b = PlacementValueBreach(block, int(n.types)); !b.empty()) return b;
   if (std::string b = AnimBreach(block); !b.empty()) return b;
   for (const Param id : kRandomTables)
     if (std::string b = RandomBreach(block, id); !b.empty()) return b;
   return RandomBreach(block, Rnd_Anim);
+}
+
+}  // namespace
+
+std::string FirstBreach(const IParamBlock2& block) { return FirstBreachIn(block, true); }
+
+std::string FirstBreachAsStored(const IParamBlock2& block) {
+  const bool none = block.Count(Tr_Normal_Min) + block.Count(Tr_Normal_Max) == 0 &&
+                    block.Count(Rnd_Normal) == 0 && block.Count(Tr_Random) > 0;
+  return FirstBreachIn(block, !none);
 }
 
 }  // namespace sowfield

@@ -10,5 +10,8 @@ namespace sowfield {
 /// expected; empty when all is well. Holds between operations, for an object that was never set up
 /// (all tables empty) too.
 std::string FirstBreach(const IParamBlock2& block);
+/// The same of a block that was read and isn't in use yet: the N rows may all be missing, since
+/// UpgradeNormalRows makes them.
+std::string FirstBreachAsStored(const IParamBlock2& block);
 
 }  // namespace sowfield

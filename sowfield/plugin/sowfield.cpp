@@ -5,6 +5,7 @@
 #include "host/viewport/renderitems.h"
 #include "host/viewport/viewexp.h"
 #include "sowfield/display/bounds.h"
+#include "sowfield/display/viewerinstances.h"
 #include "sowfield/model/classids.h"
 #include "sowfield/model/displaymode.h"
 #include "sowfield/model/palette.h"
@@ -142,6 +143,10 @@ void Sowfield::BuildMesh(TimeValue t) {
   builder_.Build(t, mesh);
   if (pblock2->Count(Proxy_Files) > 0) CheckProxyFiles();
   ivalid = {t, t};
+}
+
+std::unique_ptr<InstanceSet> Sowfield::InstancesAt(TimeValue t) {
+  return MakeViewerInstances(distribution, t);
 }
 
 bool Sowfield::InLightMode(TimeValue t) const {

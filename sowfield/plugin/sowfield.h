@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/core/notify.h"
+#include "host/scene/instancesource.h"
 #include "host/scene/simpleobject.h"
 #include "sowfield/display/displaymesh.h"
 #include "sowfield/display/lightmodes.h"
@@ -14,7 +15,7 @@ namespace sowfield {
 /// The geometry object: a distribution of object types and placements held in one parameter block,
 /// which is its only reference and all that is stored. Everything else here lasts while the object
 /// is in memory.
-class Sowfield : public SimpleObject2, public ObjectSide {
+class Sowfield : public SimpleObject2, public ObjectSide, public InstanceSource {
  public:
   Sowfield();
   ~Sowfield() override;
@@ -70,6 +71,9 @@ class Sowfield : public SimpleObject2, public ObjectSide {
   bool PrepareDisplay(UpdateDisplayContext& context) override;
   bool UpdatePerNodeItems(UpdateDisplayContext& context, UpdateNodeContext& nodeContext,
                           RenderItemContainer& container) override;
+
+  // InstanceSource.
+  std::unique_ptr<InstanceSet> InstancesAt(TimeValue t) override;
 
   // SimpleObject2.
   /// A redraw that comes in the middle of a table change keeps the last mesh.

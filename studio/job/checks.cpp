@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cmath>
 
+#include "host/io/modelfiles.h"
 #include "host/math/wstr.h"
 #include "studio/job/paramrules.h"
 
@@ -316,10 +317,10 @@ class TogetherCheck {
       report_(join->place, "\"join\" and \"name\" both name what is opened: give one");
   }
 
-  void Save() { EndsIn(".glb", "scenes are binary glTF files"); }
+  void Save() { EndsIn({".glb", ".gltf"}, "scenes are glTF files"); }
 
   void Picture() {
-    EndsIn(".png", "pictures are PNG files");
+    EndsIn({".png"}, "pictures are PNG files");
     if (const Value* cursor = Given("cursor"))
       Inside("view", cursor->place, cursor->items[0], cursor->items[1]);
   }
@@ -380,12 +381,12 @@ class TogetherCheck {
   }
 
  private:
-  void EndsIn(std::string_view wanted, const char* why) {
+  void EndsIn(std::initializer_list<const char*> wanted, const char* why) {
     const Value& file = *Given("file");
-    std::string end = file.text.size() >= 4 ? file.text.substr(file.text.size() - 4) : "";
-    for (char& c : end) c = char(std::tolower(static_cast<unsigned char>(c)));
-    if (end != wanted)
-      report_(file.place, fmt::format("{}: \"{}\" doesn't end in {}", why, file.text, wanted));
+    const std::string end = host::ExtensionOf(file.text);
+    if (std::find(wanted.begin(), wanted.end(), end) == wanted.end())
+      report_(file.place, fmt::format("{}: \"{}\" doesn't end in {}", why, file.text,
+                                      fmt::join(wanted, " or ")));
   }
   const Value* Given(std::string_view field) const { return step_.Find(field); }
 

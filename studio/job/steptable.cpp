@@ -93,7 +93,7 @@ constexpr FieldDecl kOpen[] = {
     {.name = "file",
      .type = Text,
      .required = true,
-     .meaning = "a scene that was saved, which takes no other field; or a model: "
+     .meaning = "a scene that was saved, which takes no other field but `recover`; or a model: "
                 "glTF 2 (.gltf, .glb), .fbx, .dae, .obj, .blend, .3ds, .ply, .stl or another kind "
                 "that assimp reads"},
     {.name = "up",
@@ -129,6 +129,14 @@ constexpr FieldDecl kOpen[] = {
      .high = kFar,
      .unit = "scene units",
      .meaning = "moves by this, after the turn"},
+    {.name = "recover",
+     .type = Flag,
+     .initial = "false",
+     .meaning = "of a damaged scene, open what can be read and tell what is lost"},
+};
+
+constexpr FieldDecl kMerge[] = {
+    {.name = "file", .type = Text, .required = true, .meaning = "a scene that was saved"},
 };
 
 constexpr FieldDecl kSave[] = {
@@ -516,6 +524,8 @@ constexpr FieldDecl kParams[] = {
 constexpr StepDecl kSteps[] = {
     {"open", "adds the nodes of a model file to the scene, or opens a scene file in its place",
      false, kOpen},
+    {"merge", "adds the nodes of a scene file to the scene; names that are taken get a number",
+     false, kMerge},
     {"save", "saves the scene; \"open\" opens it again", false, kSave},
     {"primitive", "adds a box, a sphere or a plane", false, kPrimitive},
     {"camera", "adds a camera", false, kCamera},

@@ -1,9 +1,11 @@
 #include <fmt/format.h>
 
 #include <filesystem>
+#include <set>
 
 #include "host/io/scenefile.h"
 #include "sowfield/model/invariants.h"
+#include "sowfield/model/repair.h"
 #include "studio/steps/steps.h"
 
 namespace studio {
@@ -14,22 +16,58 @@ void Save(Stage& stage, const Call& call, Outcome& out) {
   host::SaveOptions options;
   options.backup = call.args.Flag("backup");
   std::string error;
-  if (!host::SaveScene(stage.Ip(), path, options, error)) throw StepFailure{file.place, error};
-  std::error_code code;
-  const auto bytes = (long long)(std::filesystem::file_size(path, code));
-  out.AddText("file", file.text);
-  out.Add("bytes", bytes);
-  out.text = fmt::format("{}, {} bytes", file.text, Grouped(bytes));
+  host::SavedScene saved;
+  if (!host::SaveScene(stage.Ip(), path, options, error, &saved))
+    throw StepFailure{file.place, error};
+  std::filesystem::path written = file.text;
+  // A scene that is too large for a .glb gets another ending.
+  if (saved.path != path) written.replace_filename(std::filesystem::path(saved.path).filename());
+  out.AddText("file", written.string());
+  out.Add("bytes", (long long)(saved.bytes));
+  out.text = fmt::format("{}, {} bytes", written.string(), Grouped((long long)(saved.bytes)));
 }
 
 namespace {
 
-std::string FirstBreachIn(const Scene& scene) {
-  for (INode* node : scene.AllNodes())
-    if (const sowfield::Sowfield* object = Stage::SowfieldOf(node))
-      if (const std::string breach = sowfield::FirstBreach(*object->pblock2); !breach.empty())
-        return fmt::format("the tables of \"{}\" disagree: {}", ToUtf8(node->GetName()), breach);
+using Lines = std::vector<std::string>;
+
+// The first disagreement of the tables. With `lines` they are brought to agree before, which is
+// told there.
+std::string AcceptObjects(const Scene& scene, Lines* lines) {
+  std::set<const sowfield::Sowfield*> seen;
+  for (INode* node : scene.AllNodes()) {
+    const sowfield::Sowfield* object = Stage::SowfieldOf(node);
+    if (!object || !seen.insert(object).second) continue;
+    const std::string name = ToUtf8(node->GetName());
+    if (lines)
+      for (const std::string& line : sowfield::RepairTables(*object->pblock2))
+        lines->push_back(fmt::format("\"{}\": {}", name, line));
+    const std::string breach = sowfield::FirstBreachAsStored(*object->pblock2);
+    if (!breach.empty()) return fmt::format("the tables of \"{}\" disagree: {}", name, breach);
+  }
   return {};
+}
+
+host::OpenOptions OptionsFor(Lines* lines) {
+  return {[lines](Scene& scene) { return AcceptObjects(scene, lines); }, lines};
+}
+
+std::string Counted(size_t n, const char* what) {
+  return fmt::format("{} {}{}", Grouped((long long)(n)), what, n == 1 ? "" : "s");
+}
+
+void TellLosses(Stage& stage, const Lines& lines, Outcome& out) {
+  JsonOut list;
+  list.BeginList();
+  for (const std::string& line : lines) {
+    stage.Notices() << "lost: " << line << '\n';
+    list.Line().Text(line);
+  }
+  out.Add("losses", (long long)(lines.size()));
+  out.Add("lost", list.End().Str());
+  out.text += lines.empty() ? ", nothing lost"
+                            : ", " + fmt::format("{} loss{}", Grouped((long long)(lines.size())),
+                                                 lines.size() == 1 ? "" : "es");
 }
 
 }  // namespace
@@ -44,17 +82,46 @@ void OpenSceneFile(Stage& stage, const Call& call, Outcome& out) {
   const Pin<INode> edited(stage.EditedNode());
   stage.StopEditing();
   std::string error;
-  if (!host::OpenScene(stage.Ip(), stage.Resolve(file.text), {FirstBreachIn}, error)) {
+  Lines lost;
+  const bool recover = call.args.Flag("recover");
+  if (!host::OpenScene(stage.Ip(), stage.Resolve(file.text), OptionsFor(recover ? &lost : nullptr),
+                       error)) {
     if (edited) stage.Edit(edited.get());
     throw StepFailure{file.place, error};
   }
   const std::vector<INode*> objects = stage.SowfieldNodes();
   if (objects.size() == 1) stage.Edit(objects.front());
-  const auto nodes = (long long)(stage.Ip().GetScene().AllNodes().size());
-  out.Add("nodes", nodes);
+  const size_t nodes = stage.Ip().GetScene().AllNodes().size();
+  out.Add("nodes", (long long)(nodes));
   out.Add("objects", (long long)(objects.size()));
-  out.text = fmt::format("{}: {} node{}, {} Sowfield object{}", file.text, Grouped(nodes),
-                         nodes == 1 ? "" : "s", objects.size(), objects.size() == 1 ? "" : "s");
+  out.text = fmt::format("{}: {}, {}", file.text, Counted(nodes, "node"),
+                         Counted(objects.size(), "Sowfield object"));
+  if (recover) TellLosses(stage, lost, out);
+}
+
+void Merge(Stage& stage, const Call& call, Outcome& out) {
+  const Value& file = *call.args.Given("file");
+  host::MergedScene merged;
+  std::string error;
+  if (!host::MergeScene(stage.Ip(), stage.Resolve(file.text), OptionsFor(nullptr), merged, error))
+    throw StepFailure{file.place, error};
+  if (!merged.warning.empty())
+    stage.Notices() << "warning: " << file.text << ": " << merged.warning << '\n';
+  out.text = fmt::format("merged \"{}\": {}", file.text, Counted(merged.nodes, "node"));
+  constexpr size_t kMostShown = 5;
+  JsonOut renamed;
+  renamed.BeginList();
+  for (size_t i = 0; i < merged.renamed.size(); ++i) {
+    const std::string from = ToUtf8(merged.renamed[i].first), to = ToUtf8(merged.renamed[i].second);
+    renamed.Line().BeginObject().Key("from").Text(from).Key("to").Text(to).End();
+    if (i == 0)
+      out.text += fmt::format(", {} renamed (", Grouped((long long)(merged.renamed.size())));
+    if (i < kMostShown) out.text += fmt::format("{}\"{}\" to \"{}\"", i ? ", " : "", from, to);
+  }
+  if (merged.renamed.size() > kMostShown) out.text += ", ...";
+  if (!merged.renamed.empty()) out.text += ")";
+  out.Add("nodes", (long long)(merged.nodes));
+  out.Add("renamed", renamed.End().Str());
 }
 
 }  // namespace studio

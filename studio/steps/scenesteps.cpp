@@ -50,6 +50,9 @@ void Open(Stage& stage, const Call& call, Outcome& out) {
   const Args& args = call.args;
   if (host::LooksLikeScene(stage.Resolve(args.Text("file"))))
     return OpenSceneFile(stage, call, out);
+  if (args.Flag("recover"))
+    throw StepFailure{args.PlaceOf("recover"), "\"recover\" is for scenes: \"" + args.Text("file") +
+                                                   "\" is none that this program saved"};
   host::ImportOptions options;
   if (args.Has("up"))
     options.up = args.Text("up") == "y" ? host::ImportOptions::Up::Y : host::ImportOptions::Up::Z;
@@ -162,6 +165,9 @@ void Delete(Stage& stage, const Call& call, Outcome& out) {
 void Time(Stage& stage, const Call& call, Outcome& out) {
   const double frame = call.args.Number("frame");
   stage.Ip().SetTime(TimeValue(std::lround(frame * GetTicksPerFrame())));
+  // What a view would have drawn at the new time.
+  for (INode* node : stage.SowfieldNodes())
+    Stage::SowfieldOf(node)->distribution.curTime = stage.Ip().GetTime();
   out.Add("frame", JsonOut().Double(frame).Str());
   out.text = fmt::format("frame {}", frame);
 }

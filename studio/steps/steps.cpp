@@ -11,6 +11,7 @@ StepFunction FunctionOf(std::string_view name) {
     StepFunction function;
   };
   static constexpr Entry kFunctions[] = {{"open", Open},
+                                         {"merge", Merge},
                                          {"save", Save},
                                          {"primitive", Primitive},
                                          {"camera", Camera},

@@ -35,6 +35,7 @@ StepFunction FunctionOf(std::string_view name);
 void OpenSceneFile(Stage& stage, const Call& call, Outcome& out);
 void Save(Stage& stage, const Call& call, Outcome& out);
 void Open(Stage& stage, const Call& call, Outcome& out);
+void Merge(Stage& stage, const Call& call, Outcome& out);
 void Primitive(Stage& stage, const Call& call, Outcome& out);
 void Camera(Stage& stage, const Call& call, Outcome& out);
 void Delete(Stage& stage, const Call& call, Outcome& out);

@@ -55,6 +55,9 @@ TEST_F(FileIo, WhatWasWrittenIsReadAndPermissionsAndLinksStay) {
   EXPECT_TRUE(fs::is_symlink(link));
   EXPECT_EQ(Text(path), "new");
   EXPECT_EQ(fs::status(path).permissions(), fs::perms(0640));
+  fs::create_symlink("ring", folder_ + "/ring");
+  EXPECT_FALSE(Write(folder_ + "/ring", "new"));
+  EXPECT_TRUE(fs::is_symlink(folder_ + "/ring"));
 }
 
 TEST_F(FileIo, AWriteThatFailsHalfwayLeavesTheOldFile) {

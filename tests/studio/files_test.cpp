@@ -90,8 +90,50 @@ TEST_F(Files, FailuresNameTheFileAndTheReason) {
   const Result r = RunSteps(kField + R"(, {"do": "save", "file": "scene.glb"},
 {"do": "open", "file": "scene.glb", "at": [1, 0, 0]})");
   EXPECT_NE(r.err.find("\"at\" is for models"), std::string::npos) << r.err;
-  EXPECT_NE(RunSteps(R"({"do": "save", "file": "a.gltf"})").err.find("doesn't end in .glb"),
+  EXPECT_NE(RunSteps(R"({"do": "save", "file": "a.obj"})").err.find("doesn't end in .glb or .gltf"),
             std::string::npos);
+}
+
+TEST_F(Files, WhatCanBeReadOfADamagedFileIsSavedAnew) {
+  ASSERT_EQ(RunSteps(kField + R"(,
+{"do": "set", "values": {"Brush_Size": 2, "Brush_Amount": 20}},
+{"do": "stroke", "tool": "multi", "points": [[-8, -6], [8, -4]], "on": "field"},
+{"do": "save", "file": "scene.glb"}, {"do": "placements", "file": "p.json"})")
+                .status,
+            0);
+  const std::string bytes = Read("scene.glb");
+  const auto count = nlohmann::json::parse(Read("p.json")).at("count").get<size_t>();
+  EXPECT_EQ(Command({"check", Scene(), "--recover"}).status, 0);
+  const std::string broken = bytes.substr(0, bytes.size() - 8);  // what is for viewers stands last
+  Write("cut.glb", broken);
+  EXPECT_EQ(Command({"stats", Scene("cut.glb")}).status, 1);
+  const Result stats = Command({"stats", Scene("cut.glb"), "--json", "--recover"});
+  EXPECT_EQ(stats.status, 0);
+  EXPECT_EQ(nlohmann::json::parse(stats.out).at("placements"), count);
+  EXPECT_EQ(stats.err, "lost: it has " + std::to_string(broken.size()) + " bytes, expected " +
+                           std::to_string(bytes.size()) + "\n");
+  EXPECT_EQ(Command({"check", Scene("cut.glb"), "--recover"}).status, 1);
+  EXPECT_EQ(Command({"recover", Scene("cut.glb"), Scene("cut.glb")}).status, 2);
+  EXPECT_EQ(Read("cut.glb"), broken);
+  EXPECT_EQ(Command({"recover", Scene("cut.glb"), Scene("new.glb")}).status, 0);
+  EXPECT_EQ(Read("new.glb"), bytes);
+}
+
+TEST_F(Files, AJobMergesScenes) {
+  const Result r = RunSteps(kField + R"(, {"do": "save", "file": "a.glb"},
+{"do": "merge", "file": "a.glb"}, {"do": "check"}, {"do": "undo"},
+{"do": "open", "file": "a.glb", "recover": true}, {"do": "merge", "file": "job.json"})");
+  EXPECT_EQ(r.Step(6).at("nodes"), 3);
+  EXPECT_EQ(r.Step(6).at("renamed").at(1), (nlohmann::json{{"from", "stone"}, {"to", "stone001"}}));
+  EXPECT_EQ(r.Step(7).at("objects"), 2);
+  EXPECT_EQ(r.Step(9).at("nodes"), 3);
+  EXPECT_EQ(r.Step(9).at("losses"), 0);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("cannot merge"), std::string::npos) << r.err;
+  Write("m.obj", "v 0 0 0\n");
+  EXPECT_NE(
+      RunSteps(R"({"do": "open", "file": "m.obj", "recover": true})").err.find("is for scenes"),
+      std::string::npos);
 }
 
 TEST_F(Files, AModelBecomesAScene) {

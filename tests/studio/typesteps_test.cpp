@@ -22,6 +22,35 @@ TEST_F(TypeSteps, ReplaceAndRemoveWorkOnTypesOfAllKinds) {
   EXPECT_EQ(r.Step(12)["value"].dump(), R"(["proxy","fir"])");
 }
 
+TEST_F(TypeSteps, ABrokenFileIsNamedWhereItIsRead) {
+  const std::string convert = R"(, {"do": "convert", "type": "stone", "file": ")";
+  Result r = RunSteps(kField + convert + R"(in\\deep\\s.Vorn"}, {"do": "restore", "type": 0},
+{"do": "convert", "type": 0, "file": "s.Vorn"}, {"do": "save", "file": "s.glb"})");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(std::filesystem::exists(Path("in") / "deep" / "s.Vorn"));
+  std::filesystem::resize_file(Path("s.Vorn"), 200);
+  r = RunSteps(R"({"do": "open", "file": "s.glb"}, {"do": "select", "object": "sow"},
+{"do": "update"}, {"do": "restore", "type": 0})");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("s.Vorn\": at byte "), std::string::npos) << r.err;
+  r = RunSteps(R"({"do": "open", "file": "s.glb"}, {"do": "select", "object": "sow"},
+{"do": "update"})");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.Step(3)["unread"].dump(), "[0]");
+  EXPECT_EQ(RunSteps(kField + convert + "s.json\"}").status, 1);
+  EXPECT_FALSE(std::filesystem::exists(Path("s.json")));
+}
+
+TEST_F(TypeSteps, ConversionTakesTheMeshOfThePresentTime) {
+  const Result r = RunSteps(kField + R"(,
+{"do": "key", "node": "stone", "frame": 0, "scale": [1, 1, 1]},
+{"do": "key", "node": "stone", "frame": 10, "scale": [5, 5, 5]}, {"do": "time", "frame": 5},
+{"do": "convert", "type": 0, "file": "s.Vorn"}, {"do": "get", "param": "Geo_BoxMax"})");
+  ASSERT_EQ(r.status, 0) << r.err;
+  // A box of 1 by 1 by 1 at three times its size, round its own foot.
+  EXPECT_NEAR(double(r.Step(9)["value"][0][0]), 1.5, 1e-6) << r.Step(9);
+}
+
 TEST_F(TypeSteps, SayWhatTheyCantDo) {
   const std::pair<const char*, const char*> cases[] = {
       {R"({"do": "replace", "type": "stone", "node": "sow"})", "can't become an object type"},

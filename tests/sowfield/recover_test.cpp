@@ -1,0 +1,281 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <random>
+
+#include "host/io/scenefile.h"
+#include "sowfield/model/repair.h"
+#include "tests/sowfield/fixture.h"
+
+namespace sowfield {
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr size_t kStride = 7;
+#else
+constexpr size_t kStride = 1;
+#endif
+
+const std::vector<Placement> kPlaced = {{{1, 2, -0.0f}, {0.1f, 0.2f, 0.3f}, 0, 3, 17},
+                                        {{-4, 5, 6}, {0, -0.0f, 3}, 1, 99, 9999},
+                                        {{7, 8, 9}, {0, 0, 0}, 0, 0, 0}};
+
+class Recover : public testing::Test, public SowfieldScene {
+ protected:
+  void SetUp() override {
+    node->SetName(L"one");
+    ASSERT_TRUE(AddAsType(AddBox(L"stone", 1, 2, 3, {9, 0, 0})));
+    ASSERT_TRUE(AddAsType(AddSphere(L"tree", 2, 9, {20, 0, 0})));
+    AppendPlacements(kPlaced);
+    Set(Tr_Random, 1, 2), Set(Tr_ZRot_Max, 90.5f, 2);
+    CloseEdit();
+    sound_ = Save();
+    std::uint32_t text;
+    std::memcpy(&text, &sound_[12], 4);
+    bin_ = 28 + text;
+    const auto root = nlohmann::json::parse(sound_.substr(20, text));
+    for (const auto& thing : root["extensions"]["SOWFIELD_scene"]["things"])
+      for (const auto& p : thing.value("/block/params"_json_pointer, nlohmann::json::array()))
+        if (p.contains("/table/view"_json_pointer)) {
+          const auto& view = root["bufferViews"][p["table"]["view"].get<size_t>()];
+          tables_[p["id"]] = {bin_ + size_t(view["byteOffset"]), size_t(view["byteLength"])};
+        }
+  }
+  std::string Save() {
+    std::vector<std::byte> bytes;
+    EXPECT_TRUE(host::SaveSceneBytes(host.Services(), "/s.glb", bytes, error_)) << error_;
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+  }
+  // As the program opens.
+  host::OpenOptions Options(bool recover) {
+    const auto accept = [=, this](Scene& scene) {
+      for (INode* n : scene.AllNodes())
+        if (auto* o = dynamic_cast<Sowfield*>(n->GetObjectRef())) {
+          if (recover)
+            for (const std::string& line : RepairTables(*o->pblock2)) lost_.push_back(line);
+          if (const std::string b = FirstBreachAsStored(*o->pblock2); !b.empty()) return b;
+        }
+      return std::string();
+    };
+    return {accept, recover ? &lost_ : nullptr};
+  }
+  // The fixture's object is the one that was recovered then.
+  bool Open(const std::string& bytes, bool recover = true) {
+    lost_.clear(), error_.clear();
+    const bool opened = host::OpenSceneBytes(host.Services(), std::as_bytes(std::span(bytes)), "it",
+                                             Options(recover), error_);
+    object = nullptr;
+    for (INode* n : host.GetScene().AllNodes())
+      if (auto* o = dynamic_cast<Sowfield*>(n->GetObjectRef())) object = o, node = n;
+    return opened;
+  }
+  bool OpenReplaced(const std::string& from, const std::string& to) {
+    return Open(std::string(sound_).replace(sound_.find(from), from.size(), to));
+  }
+  bool Lost(const std::string& text) const {
+    return std::any_of(lost_.begin(), lost_.end(), [&](const std::string& line) {
+      return line.find(text) != std::string::npos;
+    });
+  }
+  std::string sound_, error_;
+  size_t bin_ = 0;
+  std::map<int, std::pair<size_t, size_t>> tables_;  // where they lie in the file, and their size
+  std::vector<std::string> lost_;
+};
+
+TEST_F(Recover, ACutFileOpensWithWhatIsThere) {
+  const size_t positions = tables_[Ins_Pos].first, types = tables_[Ins_Type].first;
+  size_t end = 0;
+  for (const auto& [id, place] : tables_) end = std::max(end, place.first + place.second);
+  for (size_t n = 0; n < sound_.size();) {
+    if (!Open(sound_.substr(0, n))) {
+      ASSERT_LT(n, bin_ - 8);
+      ASSERT_FALSE(error_.empty());
+    } else {
+      ASSERT_FALSE(lost_.empty()) << n;
+      ASSERT_EQ(Breach(), "") << n;
+      ASSERT_EQ(D().TypeCount(), 2) << n;
+      const size_t whole = n < positions ? 0 : std::min<size_t>(3, (n - positions) / 12);
+      ASSERT_EQ(size_t(D().PlacementCount()), whole) << n;
+      for (size_t p = 0; p < whole; ++p) {
+        ASSERT_EQ(Block().GetPoint3(Ins_Pos, 0, int(p)), kPlaced[p].position);
+        ASSERT_EQ(Block().GetInt(Ins_Type, 0, int(p)),
+                  n >= types + 4 * (p + 1) ? kPlaced[p].type : 0);
+      }
+    }
+    n += n + 16 > bin_ && n < end ? kStride : 61 * kStride;
+  }
+}
+
+TEST_F(Recover, DamageOfATableLeavesTheRest) {
+  ASSERT_TRUE(Open(sound_));
+  EXPECT_EQ(lost_, std::vector<std::string>());
+  EXPECT_EQ(Save(), sound_);
+  Snapshot before = TakeSnapshot(Block());
+  before.erase("Geo_Nodes");  // other nodes each time
+  for (const Param id : {Geo_BoxMax, Geo_Points, Geo_Names, Tr_ZRot_Max, Rnd_XRot, Ins_Pos}) {
+    std::string broken = sound_;
+    broken[tables_[id].first + tables_[id].second - 4] ^= 1;  // the last bit of a number, a letter
+    ASSERT_FALSE(Open(broken, false));
+    ASSERT_TRUE(Open(broken)) << error_;
+    const std::string name = ToUtf8(FindParam(id)->name);
+    ASSERT_EQ(lost_.size(), 1u);
+    EXPECT_TRUE(Lost("\"one\" (0x")) << lost_[0];
+    EXPECT_TRUE(Lost("(" + name + ") is damaged: its checksum is ")) << lost_[0];
+    Snapshot after = TakeSnapshot(Block());
+    after.erase("Geo_Nodes");
+    EXPECT_EQ(Differences(before, after), name);
+  }
+  for (const size_t at : {size_t(0), size_t(4), size_t(8), size_t(12), bin_ - 8, bin_ - 4}) {
+    std::string broken = sound_;  // the headers of the container
+    broken[at] ^= 4;
+    ASSERT_FALSE(Open(broken, false)) << at;
+    ASSERT_TRUE(Open(broken)) << at << error_;
+    EXPECT_EQ(lost_.size(), 1u) << at;
+    EXPECT_EQ(Save(), sound_) << at;
+  }
+}
+
+TEST_F(Recover, ADamagedDescriptionIsReadAsFarAsItMakesSense) {
+  ASSERT_TRUE(OpenReplaced("\"segments\":9", "\"segments\":0"));
+  EXPECT_TRUE(Lost("its description is damaged: its checksum is "));
+  EXPECT_TRUE(Lost("Sphere \"tree\" (0x")) << lost_[1];
+  EXPECT_TRUE(Lost("is dropped: segments is 0, expected ")) << lost_[1];
+  EXPECT_EQ(host.GetScene().FindNodes(L"tree").at(0)->GetObjectRef(), nullptr);
+  EXPECT_EQ(D().PlacementCount(), 3);
+  ASSERT_TRUE(OpenReplaced("\"name\":\"tree\"", "\"nome\":\"tree\""));
+  EXPECT_TRUE(Lost("the member \"name\" is missing"));
+  EXPECT_EQ(Block().GetINode(Geo_Nodes, 0, 1)->GetName(), L"Node");
+  // A node that can't be referred to: type 1 has no source, and goes with its placement.
+  ASSERT_TRUE(OpenReplaced("\"id\":\"0x3\",\"layer\"", "\"id\":\"zz3\",\"layer\""));
+  EXPECT_TRUE(Lost("nothing has the id 0x3"));
+  EXPECT_TRUE(Lost("Geo_Kind: 1 type of 2 without a source went"));
+  EXPECT_EQ(D().TypeCount(), 1);
+  EXPECT_EQ(D().PlacementCount(), 2);
+  ASSERT_TRUE(OpenReplaced("\"block\":{", "\"blotk\":{"));
+  EXPECT_TRUE(Lost("is dropped: the member \"block\" is missing"));
+  EXPECT_EQ(host.GetScene().AllNodes().size(), 3u);
+  EXPECT_EQ(object, nullptr);
+
+  const std::string kept = Save();
+  EXPECT_FALSE(OpenReplaced("\"SOWFIELD_scene\":{", "\"SOWFIELD_szene\":{"));
+  EXPECT_FALSE(Open("no scene at all"));
+  EXPECT_EQ(Save(), kept);
+}
+
+TEST_F(Recover, TablesAgreeBeforeAnOlderSceneIsUpgraded) {
+  for (const Param id : {Tr_Normal_Min, Tr_Normal_Max, Rnd_Normal})
+    Block().Delete(id, 0, Block().Count(id));
+  ASSERT_TRUE(Open(Save()));
+  EXPECT_EQ(lost_.size(), 0u);
+  for (const Param id : {Tr_Normal_Min, Tr_Normal_Max, Rnd_Normal})
+    Block().Delete(id, 0, Block().Count(id));
+  Set(Ins_Type, 1 << 30, 1);
+  const std::string disagreeing = Save();
+  Set(Ins_Type, 0, 1);
+  ASSERT_FALSE(Open(disagreeing, false));  // and no display is built from them
+  ASSERT_TRUE(Open(disagreeing));
+  EXPECT_EQ(Breach(), "");
+  EXPECT_EQ(D().PlacementCount(), 2);
+  EXPECT_EQ(Block().GetFloat(Tr_Normal_Min, 0, 1), 100.0f);
+}
+
+TEST_F(Recover, APairWithoutItsBytesHasItsNodes) {
+  std::string folder = std::filesystem::temp_directory_path() / "recover_test_XXXXXX";
+  ASSERT_TRUE(mkdtemp(folder.data()));
+  const std::string path = folder + "/pair.gltf";
+  ASSERT_TRUE(host::SaveScene(host.Services(), path, {}, error_)) << error_;
+  for (const auto& file : std::filesystem::directory_iterator(folder))
+    if (file.path().extension() == ".bin") std::filesystem::remove(file.path());
+  EXPECT_FALSE(host::OpenScene(host.Services(), path, Options(false), error_));
+  EXPECT_TRUE(host::OpenScene(host.Services(), path, Options(true), error_)) << error_;
+  EXPECT_EQ(host.GetScene().AllNodes().size(), 3u);
+  EXPECT_TRUE(Lost("(Ins_Pos) ends with the file: 0 of 3 entries are there"));
+  std::filesystem::remove_all(folder);
+}
+
+using Copy = std::unique_ptr<IParamBlock2, DeleteUnreferenced>;
+
+Copy CopyOf(IParamBlock2& block) {
+  RemapDir remap;
+  return Copy(static_cast<IParamBlock2*>(block.Clone(remap)));
+}
+
+TEST_F(Recover, TablesAreBroughtToAgree) {
+  constexpr INode* kNoNode = nullptr;
+  struct Case {
+    std::function<void(IParamBlock2&)> damage;
+    int types, placements;
+    std::string line;
+  };
+  const auto gone = [](Param id, int from = 0) {
+    return [=](IParamBlock2& b) { b.Delete(id, from, b.Count(id) - from); };
+  };
+  const auto set = [](Param id, auto value, int index) {
+    return [=](IParamBlock2& b) { b.SetValue(id, 0, value, index); };
+  };
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const Case cases[] = {
+      {[](IParamBlock2&) {}, 2, 3, ""},
+      {gone(Ins_Normal, 1), 2, 3, "Ins_Normal has 1 entries, expected 3: 2 are new"},
+      {gone(Ins_Pos, 1), 2, 1, "Ins_Normal has 3 entries, expected 1: 2 went"},
+      {set(Ins_Pos, Point3(0, nan, 0), 0), 2, 2,
+       "Ins_Pos: 1 placement of 3 without a finite position went"},
+      {set(Ins_Type, 7, 2), 2, 2, "Ins_Type: 1 placement of 3 with a type that isn't there went"},
+      {set(Ins_Rand, 100, 1), 2, 3, "Ins_Rand: 1 of 3 entries were out of range"},
+      {set(Geo_Nodes, kNoNode, 0), 1, 1, "Geo_Kind: 1 type of 2 without a source went"},
+      {gone(Geo_Nodes), 0, 0, "Geo_Kind: 2 types of 2 without a source went"},
+      {gone(Geo_Kind), 2, 3, "Geo_Kind: 2 kinds of 2 guessed from the sources"},
+      {set(Geo_Kind, 9, 1), 2, 3, "Geo_Kind: 1 kind of 2 guessed from the sources"},
+      {set(Geo_Kind, 3, 0), 2, 3, "Geo_Kind: 1 type without entry in Proxy_Nodes got kind 0"},
+      {set(Geo_PointCount, -5, 1), 2, 3, "Geo_PointCount: 1 type of 2 got fewer samples: "},
+      {gone(Rnd_ZRot), 2, 3, "Rnd_ZRot has 0 entries, expected 300: 300 are new"},
+      {set(Tr_AnimOn, 1, 0), 2, 3, "Rnd_Anim has 0 entries, expected 10000: 10000 are new"}};
+  for (const Case& c : cases) {
+    const Copy copy = CopyOf(Block());
+    c.damage(*copy);
+    const std::vector<std::string> lines = RepairTables(*copy);
+    EXPECT_EQ(FirstBreach(*copy), "") << c.line;
+    EXPECT_EQ(copy->Count(Geo_Kind), c.types) << c.line;
+    EXPECT_EQ(copy->Count(Ins_Pos), c.placements) << c.line;
+    ASSERT_EQ(lines.empty(), c.line.empty()) << c.line;
+    EXPECT_EQ(lines.empty() ? "" : lines[0].substr(0, c.line.size()), c.line);
+  }
+  // The second type's rows follow it where the first one goes.
+  const Copy copy = CopyOf(Block());
+  copy->SetValue(Geo_Nodes, 0, kNoNode, 0);
+  RepairTables(*copy);
+  EXPECT_STREQ(copy->GetStr(Geo_Names), L"tree");
+  EXPECT_EQ(copy->GetFloat(Tr_ZRot_Max, 0, 1), 90.5f);
+  EXPECT_EQ(copy->GetFloat(Rnd_XRot, 0, 100), Block().GetFloat(Rnd_XRot, 0, 200));
+  EXPECT_EQ(copy->GetPoint3(Ins_Pos), kPlaced[1].position);
+  EXPECT_EQ(copy->GetInt(Ins_Type), 0);
+  const int first = Block().GetInt(Geo_PointCount);
+  EXPECT_EQ(copy->GetPoint3(Geo_Points), Block().GetPoint3(Geo_Points, 0, first));
+
+  std::mt19937 random(5);
+  const auto params = AllParams();
+  for (int round = 0; round < 400; ++round) {
+    const Copy any = CopyOf(Block());
+    for (int i = 0; i < 6; ++i) {
+      const ParamEntry& e = params[random() % params.size()];
+      if (!e.IsTable() || any->Count(e.id) == 0) continue;
+      const int at = int(random() % unsigned(any->Count(e.id))), value = int(random() % 8) - 2;
+      if (random() % 2) {
+        any->Delete(e.id, at, std::min(any->Count(e.id) - at, 1 + int(random() % 200)));
+      } else if (e.type == ParamType::Int) {
+        any->Insert(e.id, at, 1, &value);
+      } else if (e.type == ParamType::Float) {
+        any->SetValue(e.id, 0, float(value) * 1e3f, at);
+      }
+    }
+    const bool sound = FirstBreachAsStored(*any).empty();
+    ASSERT_EQ(RepairTables(*any).empty(), sound) << round;
+    ASSERT_EQ(FirstBreachAsStored(*any), "") << round;
+  }
+}
+
+}  // namespace
+}  // namespace sowfield

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <ostream>
 
+#include "studio/diff.h"
 #include "studio/files.h"
 #include "studio/job/steptable.h"
 #include "studio/mokset.h"
@@ -56,6 +57,7 @@ int RunCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
   steps->add_flag("--markdown", markdown, "all steps and fields as the tables of docs/jobs.md");
   const MoksetCommand mokset(app);
   const FileCommands files(app);
+  const DiffCommand diff(app);
 
   try {
     app.parse(argc, argv);
@@ -64,6 +66,7 @@ int RunCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
   }
   if (steps->parsed()) return ShowSteps(step, markdown, out, err);
   if (mokset.Parsed()) return mokset.Run(out, err);
+  if (diff.Parsed()) return diff.Run(out, err);
   if (files.Parsed()) return files.Run(out, err);
   options.progress = !options.quiet && &err == &std::cerr && isatty(STDERR_FILENO) != 0;
   return RunJob(job, options, out, err);

@@ -1,0 +1,277 @@
+#include <algorithm>
+#include <bit>
+#include <limits>
+#include <random>
+#include <set>
+
+#include "host/io/scenefile.h"
+#include "studio/align.h"
+#include "studio/cli.h"
+#include "studio/scenediff.h"
+#include "tests/studio/jobfixture.h"
+
+namespace studio {
+namespace {
+
+using nlohmann::json;
+
+// The length of the longest common subsequence by the plain table.
+size_t LongestCommon(const std::vector<std::uint64_t>& a, const std::vector<std::uint64_t>& b) {
+  std::vector<std::vector<size_t>> best(a.size() + 1, std::vector<size_t>(b.size() + 1));
+  for (size_t i = 0; i < a.size(); ++i)
+    for (size_t j = 0; j < b.size(); ++j)
+      best[i + 1][j + 1] = a[i] == b[j] ? best[i][j] + 1 : std::max(best[i][j + 1], best[i + 1][j]);
+  return best[a.size()][b.size()];
+}
+
+TEST(Align, KeepsAsManyInTheirOrderAsThereCanBe) {
+  std::mt19937 random(7);
+  for (int round = 0; round < 300; ++round) {
+    const size_t all = random() % 30;
+    AlignKeys keys;
+    for (size_t i = 0; i < all; ++i) {
+      if (random() % 4 != 0) keys.a.push_back(i);
+      if (random() % 4 != 0) keys.b.push_back(i);
+    }
+    if (round % 3 == 0) std::shuffle(keys.b.begin(), keys.b.end(), random);
+    int nextA = 0, nextB = 0;
+    size_t equal = 0;
+    for (const AlignedPair& p : Align(std::span(&keys, 1))) {
+      ASSERT_TRUE(p.a >= 0 || p.b >= 0);
+      ASSERT_TRUE(p.a < 0 || p.a == nextA++);
+      ASSERT_TRUE(p.b < 0 || p.b == nextB++);
+      if (p.a >= 0 && p.b >= 0) equal += keys.a[size_t(p.a)] == keys.b[size_t(p.b)];
+    }
+    ASSERT_EQ(size_t(nextA), keys.a.size());
+    ASSERT_EQ(size_t(nextB), keys.b.size());
+    EXPECT_EQ(equal, LongestCommon(keys.a, keys.b)) << "round " << round;
+  }
+}
+
+TEST(Align, TakesLooserKeysBetweenStricterOnes) {
+  // By the first keys 1 and 5 are the same. Between them one went and the rest has new first keys.
+  const AlignKeys levels[] = {{{1, 2, 3, 4, 5}, {1, 30, 40, 5, 6}},
+                              {{10, 20, 30, 40, 50}, {10, 30, 40, 50, 60}}};
+  const std::vector<AlignedPair> expected = {{0, 0}, {1, -1}, {2, 1}, {3, 2}, {4, 3}, {-1, 4}};
+  EXPECT_EQ(Align(levels), expected);
+  // Without any likeness they go together in their order; equal ones do the first to the first.
+  const AlignKeys changed{{1, 2, 3}, {4, 5}}, equal{{7, 7}, {7, 7, 7}};
+  EXPECT_EQ(Align(std::span(&changed, 1)), (std::vector<AlignedPair>{{0, 0}, {1, 1}, {2, -1}}));
+  EXPECT_EQ(Align(std::span(&equal, 1)), (std::vector<AlignedPair>{{0, 0}, {1, 1}, {-1, 2}}));
+}
+
+class Diff : public JobTest {
+ protected:
+  Result Command(std::vector<std::string> words) const {
+    words.insert(words.begin(), {"sowfield", "diff"});
+    std::vector<const char*> argv;
+    for (const std::string& w : words) argv.push_back(w.c_str());
+    std::ostringstream out, err;
+    Result result;
+    result.status = RunCommandLine(int(argv.size()), argv.data(), out, err);
+    result.out = out.str(), result.err = err.str();
+    return result;
+  }
+  Result Files(const std::string& a, const std::string& b,
+               std::vector<std::string> more = {}) const {
+    more.insert(more.begin(), {Path(a).string(), Path(b).string()});
+    return Command(more);
+  }
+  json Told(const std::string& a, const std::string& b, std::vector<std::string> more = {}) const {
+    more.push_back("--json");
+    const Result r = Files(a, b, more);
+    EXPECT_EQ(r.status, 1) << r.err;
+    return json::parse(r.out);
+  }
+  // A painted scene "a.glb", and `steps` behind it.
+  void Paint(const std::string& steps) const {
+    const Result r = RunSteps(kField + R"(,
+{"do": "primitive", "kind": "sphere", "name": "ball", "size": [1], "at": [55, 50, 0]},
+{"do": "add", "nodes": "ball"},
+{"do": "set", "values": {"Brush_Size": 2, "Brush_Amount": 20}},
+{"do": "stroke", "tool": "multi", "points": [[-8, -6], [0, 4], [8, -4]], "on": "field"},
+{"do": "placements", "file": "a.json"}, {"do": "save", "file": "a.glb"},
+)" + steps);
+    ASSERT_EQ(r.status, 0) << r.err;
+  }
+  json Placements(const std::string& name) const { return json::parse(Read(name))["placements"]; }
+};
+
+std::set<std::string> WhatOf(const json& changes) {
+  std::set<std::string> what;
+  for (const json& c : changes) what.insert(c["what"].get<std::string>());
+  return what;
+}
+
+TEST_F(Diff, NothingDiffersExactlyWhereTheBytesAreTheSame) {
+  Paint(R"({"do": "save", "file": "b.glb"},
+{"do": "set", "param": "Brush_Size", "value": 3}, {"do": "save", "file": "c.glb"},
+{"do": "undo"}, {"do": "save", "file": "d.glb"},
+{"do": "rows", "rows": ["ball"]}, {"do": "save", "file": "e.glb"},
+{"do": "colour", "type": "ball", "colour": "#102030"}, {"do": "save", "file": "f.glb"},
+{"do": "time", "frame": 7}, {"do": "save", "file": "g.glb"})");
+  for (const char* file : {"a.glb", "b.glb", "c.glb", "d.glb", "e.glb", "f.glb", "g.glb"}) {
+    const Result r = Files("a.glb", file);
+    EXPECT_EQ(r.status, Read("a.glb") == Read(file) ? 0 : 1) << file << ": " << r.out << r.err;
+    EXPECT_EQ(r.out == "nothing differs\n", r.status == 0) << r.out;
+  }
+  EXPECT_EQ(Read("a.glb"), Read("d.glb"));
+  EXPECT_EQ(Files("a.glb", "c.glb").out, "object \"sow\"\n  Brush_Size: 2 -> 3\n");
+  EXPECT_EQ(Told("e.glb", "g.glb")["scene"], json::parse(R"([{"what":"time","a":0,"b":1120}])"));
+  EXPECT_EQ(Told("a.glb", "f.glb")["things"].size(), 1u);
+  // An object without types, and one that had some: its tables have their first rows.
+  ASSERT_EQ(RunSteps(R"({"do": "primitive", "kind": "box", "name": "box"},
+{"do": "create", "name": "sow"}, {"do": "save", "file": "empty.glb"},
+{"do": "add", "nodes": "box"}, {"do": "remove", "types": [0]}, {"do": "save", "file": "emptied.glb"})")
+                .status,
+            0);
+  EXPECT_EQ(Files("empty.glb", "emptied.glb").status,
+            Read("empty.glb") == Read("emptied.glb") ? 0 : 1);
+}
+
+TEST_F(Diff, PlacementsThatCameWentAndChangedAreTold) {
+  Paint(R"({"do": "stroke", "tool": "erase", "points": [[0, 4], [1, 3]], "on": "field"},
+{"do": "stroke", "tool": "line", "points": [[-3, -6], [0, 2]], "on": "field"},
+{"do": "placements", "file": "b.json"}, {"do": "save", "file": "b.glb"},
+{"do": "set", "row": "ball", "values": {"Tr_XScale_Min": 60}}, {"do": "save", "file": "c.glb"})");
+  const json a = Placements("a.json"), b = Placements("b.json");
+  // Positions are unlike one another, and those that stay keep their order.
+  std::set<json> inA, inB;
+  for (const json& p : a) inA.insert(p["position"]);
+  for (const json& p : b) inB.insert(p["position"]);
+  json onlyA = json::array(), onlyB = json::array();
+  for (size_t i = 0; i < a.size(); ++i)
+    if (!inB.contains(a[i]["position"])) onlyA.push_back(i);
+  for (size_t i = 0; i < b.size(); ++i)
+    if (!inA.contains(b[i]["position"])) onlyB.push_back(i);
+  ASSERT_GT(onlyA.size(), 0u);
+  ASSERT_GT(onlyB.size(), 0u);
+  const json first = Told("a.glb", "b.glb")["objects"][0];
+  EXPECT_EQ(first["placements"]["only_a"], onlyA);
+  EXPECT_EQ(first["placements"]["only_b"], onlyB);
+  EXPECT_EQ(first["placements"]["changed"], json::array());
+  EXPECT_EQ(first["tables"], json::array());
+
+  const json second = Told("b.glb", "c.glb")["objects"][0];
+  size_t balls = 0;
+  for (const json& p : b) balls += p["type"] == 1;
+  ASSERT_EQ(second["placements"]["changed"].size(), balls);
+  const json& change = second["placements"]["changed"][0];
+  EXPECT_EQ(WhatOf(change["parts"]), (std::set<std::string>{"scale", "matrix"}));
+  EXPECT_EQ(change["parts"][0]["a"], json({1, 1, 1}));
+  EXPECT_FLOAT_EQ(change["parts"][0]["b"][0].get<float>(), 0.6f);
+  // Its upper end follows while the row isn't random.
+  ASSERT_EQ(second["tables"].size(), 2u);
+  EXPECT_EQ(second["tables"][0]["entries"], json::parse(R"([{"what":"ball","a":100,"b":60}])"));
+
+  const std::string text = Files("b.glb", "c.glb", {"--object", "sow"}).out;
+  EXPECT_NE(text.find("... and " + std::to_string(balls - 3) + " more"), std::string::npos) << text;
+}
+
+TEST_F(Diff, TypesBelongTogetherByTheirNames) {
+  Paint(R"({"do": "remove", "types": ["stone"]}, {"do": "save", "file": "b.glb"})");
+  const json object = Told("a.glb", "b.glb")["objects"][0];
+  EXPECT_EQ(object["types"], json::parse(R"({"only_a": ["stone"], "only_b": [],
+                                             "moved": [{"what": "ball", "a": 1, "b": 0}]})"));
+  const json a = Placements("a.json");
+  json stones = json::array();
+  for (size_t i = 0; i < a.size(); ++i)
+    if (a[i]["type"] == 0) stones.push_back(i);
+  EXPECT_EQ(object["placements"]["only_a"], stones);
+  EXPECT_EQ(object["placements"]["only_b"], json::array());
+  for (const json& table : object["tables"])
+    EXPECT_EQ(table["name"].get<std::string>(), "") << table;
+}
+
+TEST_F(Diff, TheSceneAroundTheObjectsIsTold) {
+  const std::string rest = R"(
+{"do": "primitive", "kind": "sphere", "name": "round", "segments": 8},
+{"do": "primitive", "kind": "box", "name": "still", "at": [1, 2, 3]},)";
+  ASSERT_EQ(RunText(R"({"unit": "feet", "steps": [
+{"do": "primitive", "kind": "box", "name": "went"}, {"do": "primitive", "kind": "box", "name": "thing"},
+{"do": "primitive", "kind": "box", "name": "sized", "size": [1, 2, 3]},)" +
+                        rest + R"({"do": "save", "file": "a.glb"}]})",
+                    {.json = true})
+                .status,
+            0);
+  ASSERT_EQ(RunSteps(R"({"do": "primitive", "kind": "plane", "name": "thing", "colour": "#112233"},
+{"do": "primitive", "kind": "box", "name": "sized", "size": [1, 2, 4]},)" +
+                     rest + R"({"do": "key", "node": "round", "frame": 3, "position": [1, 0, 0]},
+{"do": "camera", "name": "came", "eye": [0, 0, 9], "target": [0, 0, 0]},
+{"do": "save", "file": "b.glb"})")
+                .status,
+            0);
+  const json told = Told("a.glb", "b.glb");
+  EXPECT_EQ(told["scene"], json::parse(R"([{"what": "unit", "a": "feet", "b": "metres"}])"));
+  EXPECT_EQ(told["nodes_only_a"], json({"went"}));
+  EXPECT_EQ(told["nodes_only_b"], json({"came"}));
+  ASSERT_EQ(told["nodes"].size(), 2u);
+  EXPECT_EQ(told["nodes"][0]["name"], "thing");
+  EXPECT_EQ(WhatOf(told["nodes"][0]["changes"]), (std::set<std::string>{"object", "wire colour"}));
+  EXPECT_EQ(told["nodes"][0]["changes"][0],
+            json::parse(R"({"what":"object","a":"Box","b":"Plane"})"));
+  EXPECT_EQ(told["nodes"][1]["name"], "round");
+  ASSERT_EQ(told["things"].size(), 1u);
+  EXPECT_EQ(told["things"][0]["changes"],
+            json::parse(R"([{"what":"size","a":[1,2,3],"b":[1,2,4]}])"));
+  // A name that is a Sowfield object's on one side alone.
+  ASSERT_EQ(
+      RunSteps(R"({"do": "create", "name": "thing"}, {"do": "save", "file": "c.glb"})").status, 0);
+  const json one = Told("c.glb", "a.glb", {"--object", "thing"});
+  EXPECT_EQ(one["nodes"][0]["changes"],
+            json::parse(R"([{"what": "object", "a": "Sowfield", "b": "Box"}])"));
+  EXPECT_EQ(one["scene"], json::array());
+}
+
+// The same scene on two stages, of which one is changed.
+TEST_F(Diff, BitsDecide) {
+  Paint(R"({"do": "leave"})");
+  std::ostringstream notices;
+  Stage a("", notices), b("", notices);
+  std::string error;
+  for (Stage* stage : {&a, &b})
+    ASSERT_TRUE(host::OpenScene(stage->Ip(), Path("a.glb").string(), {}, error)) << error;
+  const auto block = [](Stage& s) { return Stage::SowfieldOf(s.SowfieldNodes()[0])->pblock2; };
+  const auto changed = [&] {
+    const SceneChange c = CompareScenes(a, b, std::nullopt);
+    return c.objects.empty() ? std::vector<PlacementChange>() : c.objects[0].change.changed;
+  };
+  const auto put = [&](Stage& s, float x) {
+    block(s)->SetValue(sowfield::Ins_Pos, 0, Point3(x, 1, 0), 4);
+  };
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  put(a, nan), put(b, nan);
+  EXPECT_TRUE(CompareScenes(a, b, std::nullopt).Nothing());
+  put(b, std::bit_cast<float>(0x7fc00001u));
+  ASSERT_EQ(changed().size(), 1u);
+  EXPECT_EQ(changed()[0].a, 4);
+  const PlacementValues values({*block(a), 0}, {*block(b), 0});
+  EXPECT_EQ(values.Of(changed()[0])[0].b, R"(["0x7fc00001",1,0])");
+  put(a, 0), put(b, -0.0f);
+  ASSERT_EQ(changed().size(), 1u);
+  EXPECT_EQ(changed()[0].parts & kPosition, unsigned(kPosition));
+  put(b, 0);
+  block(b)->SetValue(sowfield::Ins_AnimRand, 0, block(b)->Ints(sowfield::Ins_AnimRand)[9] ^ 1, 9);
+  ASSERT_EQ(changed().size(), 1u);
+  EXPECT_EQ(changed()[0].parts, unsigned(kRandom));
+}
+
+TEST_F(Diff, WhatCannotBeComparedHasItsOwnStatus) {
+  Paint(R"({"do": "leave"})");
+  Write("text.glb", "no scene");
+  for (const auto& [words, why] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+           {{"a.glb", "none.glb"}, "there is no file"},
+           {{"text.glb", "a.glb"}, "is no scene"},
+           {{"a.glb", "a.glb", "--object", "stone"}, "no Sowfield object is named \"stone\""},
+           {{"a.glb"}, "second is required"}}) {
+    std::vector<std::string> paths = words;
+    for (std::string& w : paths)
+      if (w.ends_with(".glb")) w = Path(w).string();
+    const Result r = Command(paths);
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find(why), std::string::npos) << r.err;
+  }
+}
+
+}  // namespace
+}  // namespace studio

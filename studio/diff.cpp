@@ -3,11 +3,11 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <filesystem>
 #include <ostream>
 
 #include "host/io/scenefile.h"
 #include "host/io/scenevalues.h"
+#include "studio/files.h"
 #include "studio/scenediff.h"
 #include "studio/steps/steps.h"
 
@@ -24,10 +24,7 @@ struct Trouble {
 };
 
 void OpenScene(Stage& stage, const std::string& file) {
-  if (std::error_code code; !std::filesystem::exists(file, code))
-    throw Trouble{fmt::format("there is no file \"{}\"", file)};
-  if (!host::LooksLikeScene(file))
-    throw Trouble{fmt::format("\"{}\" is no scene that this program saved", file)};
+  if (const std::string why = WhyNoScene(file); !why.empty()) throw Trouble{why};
   std::vector<Fault> faults;
   const JsonOut step = JsonOut().BeginObject().Key("do").Text("open").Key("file").Text(file).End();
   const std::optional<Job> job = ReadJob("{\"steps\": [" + step.Str() + "]}", faults);

@@ -8,6 +8,7 @@
 #include <map>
 #include <ostream>
 
+#include "host/io/file.h"
 #include "host/io/scenefile.h"
 #include "sowfield/model/placement.h"
 #include "studio/steps/steps.h"
@@ -46,10 +47,7 @@ class Steps {
 
   /// Whether nothing was lost, which can be only where a damaged file is recovered.
   bool OpenScene(const std::string& file, bool recover) {
-    if (std::error_code code; !std::filesystem::exists(file, code))
-      throw Failure{1, fmt::format("there is no file \"{}\"", file)};
-    if (!host::LooksLikeScene(file))
-      throw Failure{1, fmt::format("\"{}\" is no scene that this program saved", file)};
+    if (const std::string why = WhyNoScene(file); !why.empty()) throw Failure{1, why};
     JsonOut step;
     step.BeginObject().Key("do").Text("open").Key("file").Text(file).Key("recover").Flag(recover);
     const Outcome opened = Do(step.End());
@@ -108,6 +106,16 @@ void WriteCsv(Stage& stage, std::ostream& out) {
 
 }  // namespace
 
+std::string WhyNoScene(const std::string& file) {
+  if (std::error_code code; !std::filesystem::exists(file, code) && !code)
+    return fmt::format("there is no file \"{}\"", file);
+  host::FileSource source;
+  if (std::string why; !source.Open(file, why)) return why;
+  return host::LooksLikeScene(file)
+             ? ""
+             : fmt::format("\"{}\" is no scene that this program saved", file);
+}
+
 struct FileCommands::Commands {
   explicit Commands(CLI::App& app);
   int Run(std::ostream& out, std::ostream& err) const;
@@ -148,6 +156,7 @@ FileCommands::Commands::Commands(CLI::App& app) {
     command->add_flag("--json", json, "print one JSON document");
   for (CLI::App* command : {stats, params, placements})
     command->add_option("--object", object, "name of the Sowfield object, where there are several");
+  params->add_flag("--json", json, "print JSON, as without it");
   params->add_flag("--counts", counts, "only the number of a table's entries");
   placements->add_flag("--csv", csv, "print a table, comma separated; JSON without it")
       ->excludes("--json");
@@ -276,8 +285,8 @@ void FileCommands::Commands::Info(Steps& steps, std::ostream& out) const {
     const std::string name = ToUtf8(node->GetName());
     document.Line().BeginObject().Key("node").Text(name).Key("types").Int(d.TypeCount());
     document.Key("placements").Int(d.PlacementCount()).End();
-    text += fmt::format("\"{}\": {} types, {} placements\n", name, d.TypeCount(),
-                        Grouped(d.PlacementCount()));
+    text += fmt::format("\"{}\": {}, {}\n", name, Counted(size_t(d.TypeCount()), "type"),
+                        Counted(size_t(d.PlacementCount()), "placement"));
   }
   document.End().Line().End();
   out << (json ? document.Str() + "\n" : text);
@@ -307,6 +316,8 @@ void FileCommands::Commands::View(Steps& steps, std::ostream& out) const {
 }
 
 void FileCommands::Commands::Import(Steps& steps, std::ostream& out) const {
+  if (std::error_code code; std::filesystem::equivalent(model, scene, code))
+    throw Failure{2, fmt::format("the scene would take the place of the model \"{}\"", model)};
   if (host::LooksLikeScene(model))
     throw Failure{1, fmt::format("\"{}\" is a scene already", model)};
   JsonOut open;

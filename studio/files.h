@@ -2,12 +2,16 @@
 
 #include <iosfwd>
 #include <memory>
+#include <string>
 
 namespace CLI {
 class App;
 }
 
 namespace studio {
+
+/// Why a file can't be opened as a scene, as far as its beginning tells; empty if it can.
+std::string WhyNoScene(const std::string& file);
 
 /// The commands about scene files: `info`, `check`, `stats`, `params`, `placements`, `view`,
 /// `import` and `recover`. What was asked for goes to `out`; what went wrong goes to `err`, one

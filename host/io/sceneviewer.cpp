@@ -115,7 +115,8 @@ class ViewerScene {
  public:
   ViewerScene(Interface& ip, const std::string& path, BinaryParts& parts) : ip_(ip), parts_(parts) {
     std::error_code code;  // pictures stay absolute then
-    folder_ = std::filesystem::absolute(path, code).lexically_normal().parent_path();
+    folder_ = std::filesystem::weakly_canonical(std::filesystem::absolute(path, code), code)
+                  .parent_path();
   }
 
   void Add(const std::vector<INode*>& nodes, json& root) {
@@ -570,7 +571,10 @@ class ViewerScene {
         image = {{"bufferView", ViewOf(*bytes)}, {"mimeType", mime}};
     } else if (std::string file = ToUtf8(picture.GetMapName()); IsWebPicture(file)) {
       std::replace(file.begin(), file.end(), '\\', '/');
-      const std::filesystem::path near = std::filesystem::path(file).lexically_relative(folder_);
+      std::error_code code;  // the picture stays as it is named then
+      const std::filesystem::path near =
+          std::filesystem::weakly_canonical(std::filesystem::absolute(file, code), code)
+              .lexically_relative(folder_);
       image = {{"uri", UriOf(near.empty() ? file : near.string())}};
     }
     if (image.is_null()) return textureOf_[&picture] = std::nullopt;

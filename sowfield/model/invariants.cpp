@@ -3,6 +3,9 @@
 #include <cmath>
 #include <numeric>
 
+#include "host/scene/modifier.h"
+#include "host/scene/node.h"
+#include "sowfield/model/classids.h"
 #include "sowfield/model/distribution.h"
 
 namespace sowfield {
@@ -102,8 +105,9 @@ std::string TypeValueBreach(const IParamBlock2& block) {
   const int materials = block.Count(Proxy_Mtls);
   if (std::string b = RangeBreach(block, Proxy_MtlIndex, -1, materials - 1); !b.empty()) return b;
   for (size_t i = 0; i < block.Nodes(Geo_Nodes).size(); ++i)
-    if (!block.Nodes(Geo_Nodes)[i])
-      return Name(Geo_Nodes) + "[" + std::to_string(i) + "] holds no node";
+    if (const INode* node = block.Nodes(Geo_Nodes)[i]; !CanBeSource(node))
+      return Name(Geo_Nodes) + "[" + std::to_string(i) + "] holds " +
+             (node ? "a Sowfield object, \"" + ToUtf8(node->GetName()) + "\"" : "no node");
   return {};
 }
 
@@ -149,6 +153,11 @@ std::string FirstBreachIn(const IParamBlock2& block, bool normalRows) {
 }
 
 }  // namespace
+
+bool CanBeSource(const INode* node) {
+  const Object* base = node ? FindBaseObject(node->GetObjectRef()) : nullptr;
+  return node && !(base && base->ClassID() == kSowfieldClassID);
+}
 
 std::string FirstBreach(const IParamBlock2& block) { return FirstBreachIn(block, true); }
 

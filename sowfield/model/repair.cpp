@@ -87,9 +87,9 @@ class Repair {
     std::vector<int> kinds = kinds_;
     for (const TypeRef& t : TypeWalk(block_)) {
       const auto type = size_t(t.type);
-      keeps_[type] =
-          type < kMostTypes && (t.HasNode() ? size_t(t.node) < nodes.size() && nodes[size_t(t.node)]
-                                            : size_t(t.file) < Count(Proxy_Files));
+      keeps_[type] = type < kMostTypes && (t.HasNode() ? size_t(t.node) < nodes.size() &&
+                                                             CanBeSource(nodes[size_t(t.node)])
+                                                       : size_t(t.file) < Count(Proxy_Files));
       if (t.kind != 3) continue;
       const auto original = size_t(t.original);
       if (original < originals.size() && originals[original]) {

@@ -97,4 +97,8 @@ std::string Grouped(long long n) {
   return digits;
 }
 
+std::string Counted(size_t n, const char* what) {
+  return Grouped((long long)(n)) + " " + what + (n == 1 ? "" : "s");
+}
+
 }  // namespace studio

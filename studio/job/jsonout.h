@@ -47,5 +47,7 @@ class JsonOut {
 
 /// Digits in groups of three: 1,234,567.
 std::string Grouped(long long n);
+/// "1 node", "2,000 nodes".
+std::string Counted(size_t n, const char* what);
 
 }  // namespace studio

@@ -52,10 +52,6 @@ host::OpenOptions OptionsFor(Lines* lines) {
   return {[lines](Scene& scene) { return AcceptObjects(scene, lines); }, lines};
 }
 
-std::string Counted(size_t n, const char* what) {
-  return fmt::format("{} {}{}", Grouped((long long)(n)), what, n == 1 ? "" : "s");
-}
-
 void TellLosses(Stage& stage, const Lines& lines, Outcome& out) {
   JsonOut list;
   list.BeginList();

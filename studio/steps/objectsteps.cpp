@@ -50,10 +50,7 @@ void Create(Stage& stage, const Call& call, Outcome& out) {
 
 void Select(Stage& stage, const Call& call, Outcome& out) {
   const Value& name = *call.args.Given("object");
-  INode* node = stage.Node(name);
-  if (!Stage::SowfieldOf(node))
-    throw StepFailure{name.place, fmt::format("\"{}\" is no Sowfield object", name.text)};
-  stage.Edit(node);
+  stage.Edit(stage.SowfieldNode(name));
   out.AddText("node", name.text);
   out.text = name.text;
 }
@@ -68,8 +65,6 @@ INode* SourceNode(Stage& stage, const Value& name) {
   return node;
 }
 
-std::string CountedTypes(int n) { return fmt::format("{} type{}", n, n == 1 ? "" : "s"); }
-
 }  // namespace
 
 void AddTypes(Stage& stage, const Call& call, Outcome& out) {
@@ -82,7 +77,7 @@ void AddTypes(Stage& stage, const Call& call, Outcome& out) {
                       fmt::format("only {} of {} nodes became object types", added, nodes.size())};
   out.Add("added", added);
   out.Add("types", d.TypeCount());
-  out.text = fmt::format("{} added, {}", added, CountedTypes(d.TypeCount()));
+  out.text = fmt::format("{} added, {}", added, Counted(size_t(d.TypeCount()), "type"));
 }
 
 void ReplaceSource(Stage& stage, const Call& call, Outcome& out) {
@@ -112,8 +107,9 @@ void RemoveTypes(Stage& stage, const Call& call, Outcome& out) {
   out.Add("removed", removed);
   out.Add("placements", gone);
   out.Add("types", d.TypeCount());
-  out.text = fmt::format("{} removed with {} placement{}, {} left", CountedTypes(removed),
-                         Grouped(gone), gone == 1 ? "" : "s", CountedTypes(d.TypeCount()));
+  out.text =
+      fmt::format("{} removed with {}, {} left", Counted(size_t(removed), "type"),
+                  Counted(size_t(gone), "placement"), Counted(size_t(d.TypeCount()), "type"));
 }
 
 namespace {
@@ -247,7 +243,7 @@ void Check(Stage& stage, const Call& call, Outcome& out) {
       throw StepFailure{call.place,
                         fmt::format("\"{}\" is damaged: {}", ToUtf8(node->GetName()), breach)};
   }
-  out.text = fmt::format("{} object{} sound", nodes.size(), nodes.size() == 1 ? "" : "s");
+  out.text = Counted(nodes.size(), "object") + " sound";
   out.Add("objects", (long long)(nodes.size()));
   for (const char* what : {"types", "placements"}) {
     const Value* wanted = call.args.Given(what);

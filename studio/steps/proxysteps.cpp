@@ -102,7 +102,7 @@ void UpdateTypes(Stage& stage, const Call& call, Outcome& out) {
   sowfield::RecomputeBrushMinimum(d);
   d.RefreshObject();
   out.Add("types", d.TypeCount());
-  out.text = fmt::format("{} type{}", d.TypeCount(), d.TypeCount() == 1 ? "" : "s");
+  out.text = Counted(size_t(d.TypeCount()), "type");
   JsonOut unread;
   unread.BeginList();
   const std::span<const WStr> files = d.block->Strings(sowfield::Proxy_Files);

@@ -15,10 +15,6 @@
 namespace studio {
 namespace {
 
-std::string Counted(size_t n, const char* what) {
-  return fmt::format("{} {}{}", Grouped((long long)(n)), what, n == 1 ? "" : "s");
-}
-
 // The name is checked before anything is made.
 INode* MakeNode(Stage& stage, const Call& call, Object* object) {
   INode* node = stage.Ip().CreateObjectNode(object);

@@ -68,6 +68,17 @@ std::vector<INode*> Stage::SowfieldNodes() {
   return nodes;
 }
 
+INode* Stage::SowfieldNode(const Value& name) {
+  std::vector<INode*> found = SowfieldNodes();
+  std::erase_if(found, [&](INode* n) { return ToUtf8(n->GetName()) != name.text; });
+  if (found.size() == 1) return found.front();
+  if (found.empty() && host_.GetScene().FindNodes(FromUtf8(name.text)).empty()) return Node(name);
+  throw StepFailure{
+      name.place,
+      found.empty() ? fmt::format("\"{}\" is no Sowfield object", name.text)
+                    : fmt::format("{} Sowfield objects are named \"{}\"", found.size(), name.text)};
+}
+
 Sowfield& Stage::Edited(Place place) {
   if (!edited_)
     throw StepFailure{place, "no Sowfield object is edited: create one, or select one by name"};
@@ -130,7 +141,10 @@ int Stage::RowOf(Sowfield& object, const Value& row) {
 }
 
 std::string Stage::Resolve(const std::string& path) const {
-  return (std::filesystem::path(folder_) / path).lexically_normal().string();
+  // What a scene stores of it must hold wherever the scene is opened from.
+  return std::filesystem::absolute(std::filesystem::path(folder_) / path)
+      .lexically_normal()
+      .string();
 }
 
 std::string Stage::MakeRoomFor(const Value& path) const {

@@ -60,6 +60,8 @@ class Stage {
   /// Null for a node that holds no Sowfield object.
   static sowfield::Sowfield* SowfieldOf(INode* node);
   std::vector<INode*> SowfieldNodes();
+  /// The Sowfield object of this name, whatever else is called so.
+  INode* SowfieldNode(const Value& name);
   /// The edited object; fails without one.
   sowfield::Sowfield& Edited(Place place);
   INode* EditedNode() const { return edited_.get(); }

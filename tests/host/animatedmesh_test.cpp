@@ -1,12 +1,10 @@
 #include "host/scene/animatedmesh.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <limits>
 
-#include "host/host.h"
 #include "tests/host/apart.h"
+#include "tests/host/extras.h"
 
 namespace {
 
@@ -24,12 +22,13 @@ std::shared_ptr<MeshMotion> Triangle() {
   return motion;
 }
 
-class MovingMesh : public testing::Test {
+class MovingMesh : public Staged {
  protected:
-  AnimatedMesh* Add(std::shared_ptr<const MeshMotion> motion, const Track& weights = Track({})) {
+  AnimatedMesh* AddMesh(std::shared_ptr<const MeshMotion> motion,
+                        const Track& weights = Track({})) {
     auto* object = new AnimatedMesh;
     object->SetMotion(std::move(motion), weights);
-    node_ = host_.Services().CreateObjectNode(object);
+    node_ = Add(object);
     return object;
   }
   static std::vector<Point3> VertsOf(Object* object, TimeValue t, Interval* valid = nullptr) {
@@ -45,7 +44,6 @@ class MovingMesh : public testing::Test {
     return worst;
   }
 
-  host::Host host_;
   INode* node_ = nullptr;
 };
 
@@ -55,7 +53,7 @@ TEST_F(MovingMesh, FramesThenTargetsAddUp) {
   motion->frames = {{{0, 0, 0}, {0, 0, 0}, {0, 0, 0}}, {{4, 0, 0}, {0, 4, 0}, {0, 0, 4}}};
   motion->targets = {{{1, 1, 1}, {0, 0, 0}, {0, 0, 0}}, {{0, 0, 0}, {2, 0, 0}, {0, 0, 0}}};
   Track weights({0, 0.5f});
-  AnimatedMesh* object = Add(motion, weights);
+  AnimatedMesh* object = AddMesh(motion, weights);
   Interval valid;
   EXPECT_EQ(Apart(VertsOf(object, 150, &valid), {{2, 0, 0}, {1, 2, 0}, {0, 0, 2}}), 0);
   EXPECT_EQ(valid, Interval(150, 150));
@@ -81,7 +79,7 @@ TEST_F(MovingMesh, AShapeIsMadeAnewOnlyWhereItDiffers) {
   motion->targets = {{{1, 0, 0}, {0, 0, 0}, {0, 0, 0}}};
   Track weights({0});
   weights.SetKey(0, {0}), weights.SetKey(100, {1});
-  AnimatedMesh* object = Add(motion, weights);
+  AnimatedMesh* object = AddMesh(motion, weights);
   auto* shown = static_cast<TriObject*>(object->Eval(100).obj);
   const std::uint64_t stamp = shown->mesh.Stamp();
   EXPECT_EQ(object->Eval(700).obj, shown);
@@ -89,14 +87,12 @@ TEST_F(MovingMesh, AShapeIsMadeAnewOnlyWhereItDiffers) {
   object->Eval(50);
   EXPECT_NE(shown->mesh.Stamp(), stamp);
   // A node that takes the shape keeps it.
-  INode* taken = host_.Services().CreateObjectNode(shown);
+  INode* taken = Add(shown);
   object->Eval(100);
   EXPECT_EQ(shown->mesh.verts[0], Point3(1.5f, 0, 0));
   EXPECT_EQ(taken->GetObjectRef(), shown);
 
-  theHold.Begin();
-  object->SetWeights(Track({3}));
-  theHold.Accept(L"Weights");
+  Step([&] { object->SetWeights(Track({3})); });
   EXPECT_EQ(VertsOf(object, 0)[0], Point3(4, 0, 0));
   object->SetWeights(Track({std::numeric_limits<float>::infinity()}));
   EXPECT_EQ(VertsOf(object, 0)[0], Point3(1, 0, 0));
@@ -108,10 +104,7 @@ TEST_F(MovingMesh, AShapeIsMadeAnewOnlyWhereItDiffers) {
 class Skin : public MovingMesh {
  protected:
   Skin() {
-    for (const Point3& at : {Point3(0, 0, 0), Point3(0, 2, 0)}) {
-      bones_.push_back(host_.Services().CreateObjectNode(nullptr));
-      bones_.back()->SetNodeTM(0, TransMatrix(at));
-    }
+    bones_ = {Add(), Add(nullptr, {0, 2, 0})};
     TransformControl* turn = bones_[1]->GetTMController();
     turn->SetKeys(0, {{1, 1, 1}, {0, 0, 0, 1}, {}}, TransformControl::kRotation);
     const double h = std::sqrt(0.5);
@@ -119,7 +112,7 @@ class Skin : public MovingMesh {
     auto motion = Triangle();
     motion->inverseBind = {Matrix3(), TransMatrix({0, -2, 0})};
     motion->vertexBones = {{{0}, {1}}, {{1}, {1}}, {{0, 1}, {0.25f, 0.75f}}};
-    object_ = Add(motion);
+    object_ = AddMesh(motion);
     object_->SetBones(bones_);
   }
   // In the world, by hand: a vertex v of bone 1 goes to turn(v - (0, 2, 0)) + (0, 2, 0).
@@ -152,27 +145,23 @@ TEST_F(Skin, StandsWhereItsBonesAre) {
   bones_[1]->Move(2400, Matrix3(), {1, 2, 3}, true, false, true);
   EXPECT_LT(Apart(InWorld(4800), Expected(90)), 1e-5);
   // A moved parent of a bone does.
-  INode* above = host_.Services().CreateObjectNode(nullptr);
+  INode* above = Add();
   above->AttachChild(bones_[0], false);
   above->SetNodeTM(0, TransMatrix({0, 0, 9}));
   EXPECT_LT(::Apart(InWorld(0)[0], {1, 0, 9}), 1e-5);
 }
 
 TEST_F(Skin, ABoneThatIsGoneKeepsItsBoundPlace) {
-  theHold.Begin();
-  host_.Services().DeleteNode(bones_[1], false, false);
-  theHold.Accept(L"Delete");
+  Step([&] { ip_.DeleteNode(bones_[1], false, false); });
   EXPECT_LT(Apart(InWorld(4800), Expected(0)), 1e-6);
   host_.Undo().Undo();
   EXPECT_LT(Apart(InWorld(4800), Expected(90)), 1e-6);
 
   // A copy hangs on the same bones, or on their copies.
   RemapDir remap;
-  INode* other = host_.Services().CreateObjectNode(nullptr);
-  other->SetNodeTM(0, TransMatrix({0, 2, 5}));
-  remap.AddMapping(bones_[1], other);
+  remap.AddMapping(bones_[1], Add(nullptr, {0, 2, 5}));
   auto* copy = static_cast<AnimatedMesh*>(object_->Clone(remap));
-  host_.Services().CreateObjectNode(copy);
+  Add(copy);
   EXPECT_LT(Apart(VertsOf(copy, 4800), {{1, 0, 0}, {0, 1, 5}, {0, 0, 4.75f}}), 1e-6);
 }
 

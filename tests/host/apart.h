@@ -21,3 +21,13 @@ inline double Apart(const Matrix3& a, const Matrix3& b) {
   for (int i = 0; i < 4; ++i) worst = std::max(worst, Apart(a.GetRow(i), b.GetRow(i)));
   return worst;
 }
+
+/// Scales, then turns about X and twice as far about Z, then moves.
+inline Matrix3 Turned(const Point3& scale, float angle, const Point3& at) {
+  Matrix3 m;
+  m.Scale(scale);
+  m.RotateX(angle);
+  m.RotateZ(2 * angle);
+  m.Translate(at);
+  return m;
+}

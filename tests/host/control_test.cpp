@@ -1,13 +1,10 @@
 #include "host/core/control.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 
-#include "host/core/paramblock.h"
-#include "host/host.h"
-#include "host/scene/primitives.h"
 #include "tests/host/apart.h"
+#include "tests/host/extras.h"
+#include "tests/host/recording_owner.h"
 
 namespace {
 
@@ -74,7 +71,8 @@ TEST(Control, ASplineIsTheCubicOfItsTangents) {
 }
 
 TEST(Control, RotationsTurnTheShorterWay) {
-  // About Z, from 10 degrees to 100; the second quaternion with the other sign.
+  // About Z, from 10 degrees to 100; the second quaternion with the other sign, as q and -q are one
+  // rotation: nothing moves from there.
   const auto about = [](double degrees) {
     const double half = degrees * std::acos(-1.0) / 360;
     return std::pair<float, float>(float(std::sin(half)), float(std::cos(half)));
@@ -83,7 +81,8 @@ TEST(Control, RotationsTurnTheShorterWay) {
   const auto [s1, c1] = about(100);
   Track turn({0, 0, 0, 1});
   turn.SetKeys(KeyShape::Linear, {0, 1, 2}, {0, 0, s0, c0, 0, 0, -s1, -c1, 0, 0, s1, c1});
-  for (const auto& [t, degrees] : {std::pair(0, 10.0), {1600, 40.0}, {2400, 55.0}, {4800, 100.0}}) {
+  for (const auto& [t, degrees] :
+       {std::pair(0, 10.0), {1600, 40.0}, {2400, 55.0}, {4800, 100.0}, {6000, 100.0}}) {
     double q[4];
     Interval valid = FOREVER;
     turn.RotationAt(t, q, valid);
@@ -91,18 +90,17 @@ TEST(Control, RotationsTurnTheShorterWay) {
     const double a = degrees * std::acos(-1.0) / 180;
     EXPECT_LT(Apart(Point3(1, 0, 0) * m, {float(std::cos(a)), float(std::sin(a)), 0}), 2e-7) << t;
   }
-  double q[4];
-  Interval valid = FOREVER;
-  turn.RotationAt(6000, q, valid);  // q and -q are one rotation: nothing moves
-  EXPECT_NEAR(std::fabs(q[2]), s1, 1e-7);
 }
 
-// A node with a position from (0, 0, 0) to (10, 0, 0), turning a quarter about Z, scaled 1 to 3.
-class KeyedNode : public testing::Test {
+// A node with a position from (0, 0, 0) to (10, 0, 0), turning a quarter about Z, scaled 1 to 3,
+// and its child at (1, 0, 0).
+class KeyedNode : public Staged {
  protected:
   KeyedNode() {
-    node_ = host_.Services().CreateObjectNode(new BoxObject);
+    node_ = Add(new BoxObject);
+    child_ = Add(new BoxObject, {1, 0, 0});
     Key(0, {0, 0, 0}, 0, 1), Key(4800, {10, 0, 0}, 1, 3);
+    node_->AttachChild(child_, false);
   }
   void Key(TimeValue t, const Point3& p, double quarters, double scale) {
     const double half = quarters * std::acos(-1.0) / 4;
@@ -117,21 +115,17 @@ class KeyedNode : public testing::Test {
             {float(10 * part), 0, 0}};
   }
 
-  host::Host host_;
-  INode* node_ = nullptr;
+  INode *node_ = nullptr, *child_ = nullptr;
 };
 
 TEST_F(KeyedNode, MovesWithItsChildrenAndTellsHowLong) {
-  INode* child = host_.Services().CreateObjectNode(new BoxObject);
-  child->SetNodeTM(0, TransMatrix({1, 0, 0}));
-  node_->AttachChild(child, false);
   for (const double part : {0.0, 0.25, 1.0}) {
     const auto t = TimeValue(4800 * part);
     EXPECT_LT(Apart(node_->GetNodeTM(t), Expected(part)), 2e-6);
-    EXPECT_LT(Apart(child->GetNodeTM(t), TransMatrix({1, 0, 0}) * Expected(part)), 2e-6);
+    EXPECT_LT(Apart(child_->GetNodeTM(t), TransMatrix({1, 0, 0}) * Expected(part)), 2e-6);
   }
-  EXPECT_EQ(child->TMValidity(1200), Interval(1200, 1200));
-  EXPECT_EQ(child->TMValidity(9000), Interval(4800, kHigh));
+  EXPECT_EQ(child_->TMValidity(1200), Interval(1200, 1200));
+  EXPECT_EQ(child_->TMValidity(9000), Interval(4800, kHigh));
 }
 
 TEST_F(KeyedNode, ASetMatrixMovesTheWholeMotion) {
@@ -147,16 +141,13 @@ TEST_F(KeyedNode, ASetMatrixMovesTheWholeMotion) {
 }
 
 TEST_F(KeyedNode, ANewPivotLeavesTheObjectInItsMotion) {
-  INode* child = host_.Services().CreateObjectNode(new BoxObject);
-  child->SetNodeTM(0, TransMatrix({1, 0, 0}));
-  node_->AttachChild(child, false);
   node_->CenterPivot(1200);
   node_->Move(1200, Matrix3(), {0, 0, -0.5f}, true, false, true);
   EXPECT_GT(Apart(node_->GetObjectOffset(), Matrix3()), 0.01);
   for (const double part : {0.0, 0.25, 0.75, 1.0}) {
     const auto t = TimeValue(4800 * part);
     EXPECT_LT(Apart(node_->GetObjectTM(t), Expected(part)), 5e-6) << part;
-    EXPECT_LT(Apart(child->GetNodeTM(t), TransMatrix({1, 0, 0}) * Expected(part)), 5e-6) << part;
+    EXPECT_LT(Apart(child_->GetNodeTM(t), TransMatrix({1, 0, 0}) * Expected(part)), 5e-6) << part;
   }
   // A key tells where the new pivot goes.
   Key(2400, {7, 8, 9}, 1, 2);
@@ -164,7 +155,7 @@ TEST_F(KeyedNode, ANewPivotLeavesTheObjectInItsMotion) {
 }
 
 TEST_F(KeyedNode, UndoBringsBackKeysAndTheMatrixBeforeThem) {
-  INode* still = host_.Services().CreateObjectNode(new BoxObject);
+  INode* still = Add(new BoxObject);
   const Matrix3 skewed({1, 0, 0}, {1, -1, 0}, {0, 0, 2}, {5, 5, 5});
   still->SetNodeTM(0, skewed);
   theHold.Begin();
@@ -188,61 +179,43 @@ TEST_F(KeyedNode, UndoBringsBackKeysAndTheMatrixBeforeThem) {
   EXPECT_EQ(still->GetNodeTM(700), node_->GetNodeTM(0));
 }
 
-// Holds a block and counts its messages.
-struct Owner : ReferenceTarget {
-  explicit Owner(ParamBlockDesc2& desc) { ReplaceReference(0, new IParamBlock2(desc, this)); }
-  ~Owner() override { DeleteAllRefsFromMe(); }
-  int NumRefs() const override { return 1; }
-  ReferenceTarget* GetReference(int) const override { return block; }
-  void SetReference(int, ReferenceTarget* t) override { block = static_cast<IParamBlock2*>(t); }
-  RefResult NotifyRefChanged(const Interval&, ReferenceTarget*, PartID&, RefMessage) override {
-    told.push_back(block->LastNotifyParamID());
-    return REF_SUCCEED;
-  }
-  IParamBlock2* block = nullptr;
-  std::vector<ParamID> told;
-};
-
 TEST(Control, AnimatableParametersTakeKeys) {
   host::Host host;
-  ParamBlockDesc2 desc(0, L"Block", nullptr,
-                       {{.id = 0, .name = L"shift", .type = ParamType::Float, .animatable = true},
-                        {.id = 1, .name = L"count", .type = ParamType::Int, .animatable = true},
-                        {.id = 2, .name = L"fixed", .type = ParamType::Float}});
-  Owner owner(desc);
-  IParamBlock2& block = *owner.block;
-  block.SetValue(0, 0, 4.0f);
-  EXPECT_FALSE(block.SetKey(2, 0, 1));
-  EXPECT_EQ(block.GetController(2), nullptr);
-
-  owner.told.clear();
+  using Owner = RecordingOwner;
+  constexpr ParamID kShift = Owner::kShift, kCount = Owner::kCount;
+  const std::unique_ptr<Owner, DeleteUnreferenced> owner(new Owner);
+  IParamBlock2& block = owner->Block();
+  block.SetValue(kShift, 0, 4.0f);
+  EXPECT_FALSE(block.SetKey(Owner::kNumber, 0, 1));
+  EXPECT_EQ(block.GetController(Owner::kNumber), nullptr);
+  owner->TakeLog();
   theHold.Begin();
-  ASSERT_TRUE(block.SetKey(0, 0, 10));
-  block.SetValue(0, 4800, 30.0f);  // with keys, a value is a key
+  ASSERT_TRUE(block.SetKey(kShift, 0, 10));
+  block.SetValue(kShift, 4800, 30.0f);  // with keys, a value is a key
   theHold.Accept(L"Keys");
-  EXPECT_EQ(owner.told, (std::vector<ParamID>{0, 0}));
+  EXPECT_EQ(owner->TakeLog(), (std::vector<std::string>{"change 10", "change 10"}));
   Interval valid = FOREVER;
   float value;
-  block.GetValue(0, 1200, value, valid);
+  block.GetValue(kShift, 1200, value, valid);
   EXPECT_EQ(value, 15);
   EXPECT_EQ(valid, Interval(1200, 1200));
-  block.SetKey(1, 0, 0), block.SetKey(1, 4800, 3);
-  EXPECT_EQ(block.GetInt(1, 2400), 2);  // 1.5
-  EXPECT_EQ(block.GetInt(1, 2399), 1);
+  block.SetKey(kCount, 0, 0), block.SetKey(kCount, 4800, 3);
+  EXPECT_EQ(block.GetInt(kCount, 2400), 2);  // 1.5
+  EXPECT_EQ(block.GetInt(kCount, 2399), 1);
 
   RemapDir remap;
   auto* copy = static_cast<IParamBlock2*>(block.Clone(remap));
   const std::unique_ptr<IParamBlock2, DeleteUnreferenced> copyKeeper(copy);
-  owner.told.clear();
+  owner->TakeLog();
   host.Undo().Undo();
-  EXPECT_FALSE(owner.told.empty());
-  for (const ParamID id : owner.told) EXPECT_EQ(id, 0);
-  EXPECT_EQ(block.GetFloat(0, 1200), 4);
-  EXPECT_EQ(copy->GetFloat(0, 1200), 15);
+  EXPECT_FALSE(owner->log.empty());
+  for (const SeenMessage& m : owner->log) EXPECT_EQ(m.Text(), "undo:change 10");
+  EXPECT_EQ(block.GetFloat(kShift, 1200), 4);
+  EXPECT_EQ(copy->GetFloat(kShift, 1200), 15);
   host.Undo().Redo();
-  EXPECT_EQ(block.GetFloat(0, 1200), 15);
-  block.SetController(0, nullptr);
-  EXPECT_EQ(block.GetFloat(0, 1200), 4);
+  EXPECT_EQ(block.GetFloat(kShift, 1200), 15);
+  block.SetController(kShift, nullptr);
+  EXPECT_EQ(block.GetFloat(kShift, 1200), 4);
 }
 
 }  // namespace

@@ -52,9 +52,18 @@ inline std::array<Point3, 4> Square(const Point3& p, float half) {
           p + Point3(-half, half, 0)};
 }
 
+/// The vertices of what nodes show that aren't hidden, in the world.
+inline std::vector<Point3> WorldVertices(const std::vector<INode*>& nodes, TimeValue t) {
+  std::vector<Point3> all;
+  for (INode* n : nodes)
+    if (const EvaluatedMesh e = n->IsHidden() ? EvaluatedMesh() : EvalMesh(n, t))
+      for (const Point3& v : e.mesh->verts) all.push_back(v * n->GetObjectTM(t));
+  return all;
+}
+
 class Staged : public testing::Test {
  protected:
-  INode* Add(Object* object, const Point3& at = {0, 0, 0},
+  INode* Add(Object* object = nullptr, const Point3& at = {0, 0, 0},
              ColorRef color = PackColor(220, 30, 30)) {
     INode* node = ip_.CreateObjectNode(object);
     node->SetNodeTM(0, TransMatrix(at));
@@ -65,6 +74,12 @@ class Staged : public testing::Test {
     auto* plane = new PlaneObject;
     plane->SetSize(side, side, segments, segments);
     return Add(plane, middle, color);
+  }
+  /// Does some work as one step of undo.
+  static void Step(const std::function<void()>& work) {
+    theHold.Begin();
+    work();
+    theHold.Accept(L"Step");
   }
   host::Host host_;
   Interface& ip_ = host_.Services();

@@ -112,10 +112,7 @@ TEST(GraphicsWindow, ARectangleTakesWhatCrossesItOrWhatLiesInside) {
   const auto square = Square({0, 0, 1}, 10);
   // The dot is at pixel (59.5, 49.5), and the open square has no left side, x = 39.5.
   const std::pair<const char*, Extras::Draw> kinds[] = {
-      {"dot ",
-       [&](auto& gw) {
-         gw.marker({10, 0, 0}, DOT_MRKR);
-       }},
+      {"dot ", [](auto& gw) { gw.marker(Point3(10, 0, 0), DOT_MRKR); }},
       {"open ", [&](auto& gw) { gw.polyline(4, square.data(), false); }},
       {"closed", [&](auto& gw) { gw.polyline(4, square.data(), true); }}};
   const auto hit = [&](bool crossing, IPoint2 a, IPoint2 b) {

@@ -1,17 +1,12 @@
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstring>
-#include <functional>
 #include <limits>
 #include <random>
-#include <string>
 
-#include "host/host.h"
 #include "host/painter/painterinterface.h"
 #include "host/painter/raycaster.h"
-#include "host/scene/primitives.h"
 #include "tests/host/apart.h"
+#include "tests/host/extras.h"
 
 namespace {
 
@@ -51,7 +46,7 @@ class Canvas : public ReferenceTarget, public IPainterCanvasInterface_V5 {
 };
 
 /// A host with a view straight down: 200 by 200 pixels of 0.1 units, +X right and +Y up.
-class PainterTest : public testing::Test {
+class PainterTest : public Staged {
  protected:
   PainterTest() {
     system.reset(CreateInstance(PAINT_SYSTEM_CLASS_ID, PAINTERINTERFACE_CLASS_ID));
@@ -60,15 +55,10 @@ class PainterTest : public testing::Test {
     views.SetActive(
         std::make_shared<ViewExp>(ViewExp::Orthographic({0, 0, 10}, {0, 0, 0}, 20, 200, 200)));
   }
-  INode* Node(Object* object, const Matrix3& tm = Matrix3()) {
-    INode* node = services.CreateObjectNode(object);
+  INode* Add(Object* object, const Matrix3& tm = {}) {
+    INode* node = Staged::Add(object);
     node->SetNodeTM(0, tm);
     return node;
-  }
-  INode* Plane(float size, float z) {
-    auto* plane = new PlaneObject;
-    plane->SetSize(size, size, 4, 4);
-    return Node(plane, TransMatrix({0, 0, z}));
   }
   void Targets(const std::vector<INode*>& nodes) {
     painter->InitializeNodes(0, int(nodes.size()), nodes.data());
@@ -88,9 +78,7 @@ class PainterTest : public testing::Test {
     views.Release(way.back());
   }
 
-  host::Host sceneHost;
-  Interface& services = sceneHost.Services();
-  host::Viewports& views = sceneHost.Views();
+  host::Viewports& views = host_.Views();
   Canvas canvas;
   std::unique_ptr<ReferenceTarget, DeleteUnreferenced> system;
   IPainterInterface_V7* painter = nullptr;
@@ -163,12 +151,10 @@ TEST_F(PainterTest, RaysAgreeWithALookAtEachUsableTriangle) {
   std::mt19937 random(20240607);
   std::vector<INode*> nodes;
   for (int i = 0; i < 3; ++i) {
-    Matrix3 tm;
-    tm.Scale({i == 1 ? -0.7f : 1.1f, 0.9f, 1.3f});  // the second one mirrors
-    tm.RotateX(0.4f * float(i));
-    tm.RotateZ(1.3f * float(i));
-    tm.Translate({float(i), -0.5f * float(i), 1.5f * float(i)});
-    nodes.push_back(Node(BumpyGrid(random), tm));
+    // The second one mirrors.
+    const Matrix3 tm = Turned({i == 1 ? -0.7f : 1.1f, 0.9f, 1.3f}, 0.5f * float(i),
+                              {float(i), -0.5f * float(i), 1.5f * float(i)});
+    nodes.push_back(Add(BumpyGrid(random), tm));
   }
   Mesh& broken = static_cast<TriObject*>(nodes[2]->GetObjectRef())->mesh;
   broken.verts[20].x = std::numeric_limits<float>::quiet_NaN();
@@ -205,7 +191,7 @@ TEST_F(PainterTest, RaysAgreeWithALookAtEachUsableTriangle) {
 
 TEST_F(PainterTest, NoRaySlipsThroughEdgesOrVertices) {
   std::mt19937 random(3);
-  caster.SetTargets({{Node(BumpyGrid(random))}}, 0);
+  caster.SetTargets({{Add(BumpyGrid(random))}}, 0);
   for (int y = -15; y <= 15; ++y)
     for (int x = -15; x <= 15; ++x) {  // vertices, and middles of all sides
       const Point3 over(0.5f * float(x), 0.5f * float(y), 9);
@@ -216,8 +202,8 @@ TEST_F(PainterTest, NoRaySlipsThroughEdgesOrVertices) {
 }
 
 TEST_F(PainterTest, ChangesOfATargetCountFromTheNextUpdate) {
-  INode* node = Plane(4, 0);
-  Targets({services.CreateObjectNode(nullptr), nullptr, node, node});
+  INode* node = Plane({0, 0, 0}, 4);
+  Targets({ip_.CreateObjectNode(nullptr), nullptr, node, node});
   node->SetNodeTM(0, TransMatrix({0, 0, 3}));
   node->SetObjOffsetPos({0, 0, 0.5f});
   EXPECT_EQ(Look({100, 100}).worldPoint.z, 0.0f);
@@ -230,7 +216,7 @@ TEST_F(PainterTest, ChangesOfATargetCountFromTheNextUpdate) {
 }
 
 TEST_F(PainterTest, NodesThatGoAreNoTargetsAnyMore) {
-  INode *low = Plane(4, 0), *high = Plane(4, 1);
+  INode *low = Plane({0, 0, 0}, 4), *high = Plane({0, 0, 1}, 4);
   auto* loose = new INode(L"Loose");  // never in the scene
   loose->SetObjectRef(new PlaneObject);
   loose->SetNodeTM(0, TransMatrix({0, 0, 5}));
@@ -238,21 +224,18 @@ TEST_F(PainterTest, NodesThatGoAreNoTargetsAnyMore) {
   EXPECT_EQ(Look({100, 100}).worldPoint.z, 5.0f);
   loose->DeleteThis();
   EXPECT_EQ(Look({100, 100}).worldPoint.z, 1.0f);
-  sceneHost.Undo().Begin();
-  services.DeleteNode(high, false, false);
-  sceneHost.Undo().Accept(L"Delete");
+  Step([&] { ip_.DeleteNode(high, false, false); });
   EXPECT_EQ(Look({100, 100}).worldPoint.z, 0.0f);
-  sceneHost.Undo().Undo();
+  host_.Undo().Undo();
   painter->UpdateMeshes(false);
   EXPECT_EQ(Look({100, 100}).worldPoint.z, 0.0f) << "back in the scene, but not among the targets";
 }
 
 TEST_F(PainterTest, RandomHitsFillTheDiscEvenly) {
-  Matrix3 tilt;
-  tilt.RotateX(0.5f), tilt.RotateZ(0.8f);
+  const Matrix3 tilt = Turned({1, 1, 1}, 0.5f, {0, 0, 0});
   auto* plane = new PlaneObject;
   plane->SetSize(60, 60, 3, 3);
-  Targets({Node(plane, tilt)});
+  Targets({Add(plane, tilt)});
   const Point3 middle = Look({120, 90}).worldPoint;
   const Matrix3 back = Inverse(tilt);  // into the plane's own frame
   constexpr int kRings = 5, kSectors = 8, kDraws = 20000;
@@ -281,7 +264,7 @@ TEST_F(PainterTest, RandomHitsFillTheDiscEvenly) {
 
 TEST_F(PainterTest, RandomHitsLookOneRadiusUpAndDown) {
   painter->SetBrushRadius(1);
-  INode* patch = Plane(0.5f, 0);  // 0.25 of the disc's 3.14
+  INode* patch = Plane({0, 0, 0}, 0.5f);  // 0.25 of the disc's 3.14
   const auto hits = [&](const std::vector<INode*>& others) {
     // The entry is taken on the patch alone, the hits on all.
     Targets({patch});
@@ -294,10 +277,10 @@ TEST_F(PainterTest, RandomHitsLookOneRadiusUpAndDown) {
     return count;
   };
   EXPECT_NEAR(hits({}), 400 * 0.25 / M_PI, 30);
-  EXPECT_EQ(hits({Plane(8, 0.9f)}), 400) << "a ceiling comes first";
-  EXPECT_EQ(hits({Plane(8, 1.1f)}), 0) << "a ceiling beyond the radius";
-  EXPECT_NEAR(hits({Plane(8, -0.9f)}), 400 - 400 * 0.25 / M_PI, 30);
-  EXPECT_EQ(hits({Plane(8, -1.1f)}), 0) << "a floor beyond the radius";
+  EXPECT_EQ(hits({Plane({0, 0, 0.9f}, 8)}), 400) << "a ceiling comes first";
+  EXPECT_EQ(hits({Plane({0, 0, 1.1f}, 8)}), 0) << "a ceiling beyond the radius";
+  EXPECT_NEAR(hits({Plane({0, 0, -0.9f}, 8)}), 400 - 400 * 0.25 / M_PI, 30);
+  EXPECT_EQ(hits({Plane({0, 0, -1.1f}, 8)}), 0) << "a floor beyond the radius";
   EXPECT_FALSE(painter->RandomHit(painter->GetStrokePointCount()).hit);
   EXPECT_FALSE(Look({10, 10}).hit);
   EXPECT_FALSE(painter->RandomHit(-1).hit) << "off the surfaces";
@@ -306,7 +289,7 @@ TEST_F(PainterTest, RandomHitsLookOneRadiusUpAndDown) {
 TEST_F(PainterTest, ASessionReplaysToTheSameBits) {
   auto* sphere = new SphereObject;
   sphere->SetSize(6, 24);
-  Targets({Node(sphere)});
+  Targets({Add(sphere)});
   std::vector<Point3> draws[2];
   for (auto& list : draws) {
     views.Move({99, 101});
@@ -326,7 +309,7 @@ TEST_F(PainterTest, ASessionReplaysToTheSameBits) {
 }
 
 TEST_F(PainterTest, AStrokeTellsTheCanvasInOrder) {
-  INode* node = Plane(10, 0);
+  INode* node = Plane({0, 0, 0}, 10);
   Targets({node});
   ASSERT_TRUE(painter->StartPaintSession(nullptr));
   painter->SetBrushRadius(4);
@@ -352,13 +335,13 @@ TEST_F(PainterTest, AStrokeTellsTheCanvasInOrder) {
   Stroke({{20, 100}, {100, 100}, {20, 100}});
   EXPECT_EQ(canvas.calls, "start paint list end") << "without events off the surfaces";
   views.Press({100, 100});
-  services.DeleteNode(node, false, false);
+  ip_.DeleteNode(node, false, false);
   views.Release({100, 100});
   EXPECT_EQ(canvas.list.at(0).node, nullptr) << "it went in the stroke";
 }
 
 TEST_F(PainterTest, ASessionMayEndAndBeginAnewInsideAnyCall) {
-  Targets({Plane(10, 0)});
+  Targets({Plane({0, 0, 0}, 10)});
   const std::pair<std::string, const char*> cases[] = {{"start", "start over"},
                                                        {"paint", "start paint over"},
                                                        {"list", "start paint paint list over"},

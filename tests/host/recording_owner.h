@@ -27,7 +27,7 @@ class RecordingOwner : public ReferenceTarget {
  public:
   static constexpr ParamID kNodes = 0, kFirst = 1, kInts = 2, kFloats = 3, kPoints = 4,
                            kStrings = 5, kLast = 6, kCamera = 7, kNumber = 8, kMtls = 9,
-                           kParamCount = 10;
+                           kShift = 10, kCount = 11, kParamCount = 12;
 
   RecordingOwner() { ReplaceReference(0, new IParamBlock2(Desc(), this)); }
   ~RecordingOwner() override { DeleteAllRefsFromMe(); }
@@ -44,7 +44,9 @@ class RecordingOwner : public ReferenceTarget {
                                  {kLast, L"Last", ParamType::Float, true, false, 0, 5},
                                  {kCamera, L"Camera", ParamType::Node},
                                  {kNumber, L"Number", ParamType::Int, false, false, 7},
-                                 {kMtls, L"Mtls", ParamType::Mtl, true}});
+                                 {kMtls, L"Mtls", ParamType::Mtl, true},
+                                 {kShift, L"Shift", ParamType::Float, false, true},
+                                 {kCount, L"Count", ParamType::Int, false, true}});
     return desc;
   }
 

@@ -1,14 +1,10 @@
 #include "host/scene/scene.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
 #include <random>
 
-#include "host/host.h"
 #include "host/scene/camera.h"
-#include "host/scene/primitives.h"
 #include "tests/host/apart.h"
+#include "tests/host/extras.h"
 #include "tests/host/recording_owner.h"
 
 namespace {
@@ -108,16 +104,11 @@ TEST(References, HandlersMayChangeWhoRefersDuringAMessage) {
   EXPECT_EQ(gone, 2);
 }
 
-class SceneTest : public testing::Test {
- protected:
-  Scene& TheScene() { return host.GetScene(); }
-  INode* NewNode(Object* object = nullptr) { return TheScene().CreateObjectNode(object); }
-  host::Host host;
-};
+class SceneTest : public Staged {};
 
 TEST_F(SceneTest, NodesAndBlocksMayGoInTheHandlerOfTheirOwnMessage) {
   auto* owner = new Owner;
-  INode* n = NewNode();
+  INode* n = Add();
   owner->Block().Append(Owner::kNodes, 1, &n);
   owner->Block().SetValue(Owner::kCamera, 0, n);
   owner->TakeLog();
@@ -129,7 +120,7 @@ TEST_F(SceneTest, NodesAndBlocksMayGoInTheHandlerOfTheirOwnMessage) {
     GetCOREInterface()->DeleteNode(n, false, false);
   };
   n->SetName(L"Gone");
-  EXPECT_TRUE(TheScene().AllNodes().empty());
+  EXPECT_TRUE(host_.GetScene().AllNodes().empty());
 
   const Pin<IParamBlock2> block(&owner->Block());
   owner->onMessage = [&](const SeenMessage&) {
@@ -143,13 +134,12 @@ TEST_F(SceneTest, NodesAndBlocksMayGoInTheHandlerOfTheirOwnMessage) {
 }
 
 TEST_F(SceneTest, ADeletedParentComesBackWithItsChildrenInTheirOrder) {
-  INode *parent = NewNode(), *after = NewNode();
-  Matrix3 tm = TransMatrix({10, 0, 0});
-  tm.RotateX(0.5f);
+  INode *parent = Add(), *after = Add();
+  const Matrix3 tm = Turned({1, 1, 1}, 0.5f, {10, 0, 0});
   std::vector<INode*> children;
   std::vector<Matrix3> places;
   for (int i = 0; i < 4; ++i) {
-    children.push_back(NewNode());
+    children.push_back(Add());
     children.back()->SetNodeTM(0, TransMatrix({float(i), 0, 7}));
     parent->AttachChild(children.back(), i % 2);  // every other one keeps its world matrix
     parent->SetNodeTM(0, tm);
@@ -157,10 +147,8 @@ TEST_F(SceneTest, ADeletedParentComesBackWithItsChildrenInTheirOrder) {
     if (i % 2 == 0) places.back() = places.back() * tm;
     EXPECT_LT(Apart(children.back()->GetNodeTM(0), places.back()), 3e-6);
   }
-  theHold.Begin();
-  GetCOREInterface()->DeleteNode(parent, false, false);
-  theHold.Accept(L"Delete parent");
-  INode* root = TheScene().GetRootNode();
+  Step([&] { ip_.DeleteNode(parent, false, false); });
+  INode* root = host_.GetScene().GetRootNode();
   for (int round = 0; round < 2; ++round) {
     for (size_t i = 0; i < 4; ++i) {
       EXPECT_EQ(children[i]->GetParentNode(), root);
@@ -175,15 +163,14 @@ TEST_F(SceneTest, ADeletedParentComesBackWithItsChildrenInTheirOrder) {
 }
 
 TEST_F(SceneTest, PivotOperationsLeaveTheObjectAndTheChildrenWhereTheyAre) {
-  Matrix3 turned = TransMatrix({5, 6, 7});
-  turned.RotateX(0.7f), turned.RotateZ(-2.0f);
+  const Matrix3 turned = Turned({1, 1, 1}, 0.7f, {5, 6, 7});
   Matrix3 mirrored = turned;
   mirrored.Scale({-1, 2, 0.5f});
   const Matrix3 flat({1, 0, 0}, {0, 1, 0}, {0, 0, 0}, {1, 2, 3});
   for (const Matrix3& tm : {turned, mirrored, flat}) {
     auto* box = new BoxObject;
     box->SetSize(2, 4, 6);
-    INode *n = NewNode(box), *child = NewNode();
+    INode *n = Add(box), *child = Add();
     n->SetNodeTM(0, tm);
     if (tm != flat) n->SetObjectOffset(mirrored);
     n->AttachChild(child);
@@ -212,7 +199,7 @@ TEST_F(SceneTest, PivotOperationsLeaveTheObjectAndTheChildrenWhereTheyAre) {
 }
 
 TEST_F(SceneTest, ProjectionIsTheInverseOfTheRayThroughAPixel) {
-  INode* camera = NewNode(new CameraObject);
+  INode* camera = Add(new CameraObject);
   Matrix3 tm;
   tm.RotateX(1.1f), tm.RotateZ(0.4f), tm.Scale({2, 3, -4});
   camera->SetNodeTM(0, tm);

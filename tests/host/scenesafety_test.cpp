@@ -1,9 +1,7 @@
-// What stands on the disk when a save is killed, when the disk is full, and when files are damaged.
-#include <fcntl.h>
-#include <gtest/gtest.h>
+// What stands on the disk when a save is killed or finds no room, and when files are damaged.
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
+#include <sys/resource.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,8 +9,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
+#include <functional>
 #include <map>
 #include <random>
 #include <thread>
@@ -22,24 +19,16 @@
 #include "host/io/glb.h"
 #include "host/io/scenefile.h"
 #include "host/scene/triobject.h"
+#include "tests/host/tempfolder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using Files = std::map<std::string, std::string>;  // by name
 
-class SceneSafety : public testing::Test {
+class SceneSafety : public TempFolder {
  protected:
-  void SetUp() override {
-    std::string pattern = fs::temp_directory_path() / "safety_test_XXXXXX";
-    ASSERT_TRUE(mkdtemp(pattern.data()));
-    folder_ = pattern;
-    mesh_ = new TriObject;
-    host_.Services().CreateObjectNode(mesh_);
-  }
-  void TearDown() override { fs::remove_all(folder_); }
-
-  std::string Path(const std::string& name) const { return folder_ + "/" + name; }
+  SceneSafety() { host_.Services().CreateObjectNode(mesh_); }
   /// A scene of so many points.
   bool Save(int points, const std::string& name, host::SaveOptions options = {}) {
     mesh_->mesh.setNumVerts(points);
@@ -57,13 +46,9 @@ class SceneSafety : public testing::Test {
     Files files;
     for (const auto& entry : fs::directory_iterator(folder_)) {
       if (!fs::is_regular_file(entry.symlink_status())) continue;
-      std::ifstream in(entry.path(), std::ios::binary);
-      files[entry.path().filename().string()] = {std::istreambuf_iterator<char>(in), {}};
+      files[entry.path().filename().string()] = Content(entry.path());
     }
     return files;
-  }
-  void Put(const std::string& name, const std::string& bytes) const {
-    std::ofstream(Path(name), std::ios::binary) << bytes;
   }
   std::string BinOf(const std::string& gltf) const {
     const std::string text = All().at(gltf);
@@ -76,9 +61,8 @@ class SceneSafety : public testing::Test {
   std::string OnOwnDisk(size_t bytes, const std::function<std::string()>& work);
   std::string FillUp(const std::string& name);
 
-  std::string folder_, error_;
   host::Host host_;
-  TriObject* mesh_ = nullptr;
+  TriObject* mesh_ = new TriObject;
   host::SavedScene saved_;
 };
 
@@ -280,6 +264,34 @@ TEST_F(SceneSafety, APairMayBeLargerThanFourGigabytes) {
   EXPECT_EQ(PointsIn("a.gltf"), 1000) << error_;
 }
 
+// A larger scene is saved over a small one with ever more room, until it fits.
+TEST_F(SceneSafety, AWriteThatFailsHalfwayLeavesTheOldFile) {
+  rlimit all{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &all), 0);
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  // Of a pair of 20 points the description is the larger file, of 4000 points the bytes are.
+  for (const std::string name : {"a.glb", "a.gltf"})
+    for (const int points : {20, 4000}) {
+      ASSERT_TRUE(Save(5, name)) << error_;
+      const Files old = All();
+      rlimit most = all;
+      for (most.rlim_cur = 0;; most.rlim_cur += size_t(points)) {
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &most), 0);
+        const bool saved = Save(points, name, {.backup = true});
+        setrlimit(RLIMIT_FSIZE, &all);
+        if (saved) break;
+        ASSERT_EQ(error_, "cannot write \"" + Path(name) + "\": File too large");
+        ASSERT_TRUE(All() == old) << "with room for " << most.rlim_cur;
+      }
+      EXPECT_GE(most.rlim_cur, std::max(fs::file_size(Path(name)), points * sizeof(Point3)));
+      EXPECT_EQ(PointsIn(name), points) << error_;
+      EXPECT_EQ(PointsIn(name + ".bak"), 5) << error_;
+      EXPECT_FALSE(Save(5, "none/" + name));
+      EXPECT_EQ(error_, "cannot write \"" + Path("none/" + name) + "\": No such file or directory");
+    }
+  std::signal(SIGXFSZ, handler);
+}
+
 // False with the reason where the machine allows no disk of one's own.
 bool MountDisk(const std::string& folder, size_t bytes, std::string& why) {
   const uid_t user = geteuid();
@@ -313,8 +325,7 @@ std::string SceneSafety::OnOwnDisk(size_t bytes, const std::function<std::string
   }
   int status = 0;
   waitpid(child, &status, 0);
-  std::ifstream in(told);
-  const std::string text{std::istreambuf_iterator<char>(in), {}};
+  const std::string text = Content(told);
   fs::remove(told);
   return status == 0 ? text : "the child ended with " + std::to_string(status) + ": " + text;
 }

@@ -1,11 +1,9 @@
 #include "host/core/hold.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <memory>
 
-#include "host/host.h"
+#include "tests/host/extras.h"
 #include "tests/host/recording_owner.h"
 
 namespace {
@@ -13,36 +11,32 @@ namespace {
 using Owner = RecordingOwner;
 using Texts = std::vector<std::string>;
 
-class Undo : public testing::Test {
+class Undo : public Staged {
  protected:
   IParamBlock2& Block() { return owner->Block(); }
-  INode* NewNode() { return host.GetScene().CreateObjectNode(nullptr); }
   void AppendInt(int v) { Block().Append(Owner::kInts, 1, &v); }
   void AppendNode(INode* n) { Block().Append(Owner::kNodes, 1, &n); }
-  void Delete(std::vector<INode*> nodes) { host.GetScene().DeleteNodes(nodes); }
+  void Delete(std::vector<INode*> nodes) { host_.GetScene().DeleteNodes(nodes); }
 
-  host::Host host;
   std::unique_ptr<Owner, DeleteUnreferenced> owner{new Owner};
 };
 
 TEST_F(Undo, AStepKeepsWhatChangedAndNotTheTable) {
   const std::vector<float> many(1000000, 1.0f);
   Block().Append(Owner::kFloats, int(many.size()), many.data());
-  theHold.Begin();
-  for (int i = 0; i < 1000; ++i) Block().Append(Owner::kFloats, 1, &many[0]);
-  theHold.Accept(L"Stroke");
+  Step([&] {
+    for (int i = 0; i < 1000; ++i) Block().Append(Owner::kFloats, 1, &many[0]);
+  });
   EXPECT_LT(theHold->NewestStepBytes(), 1000u);
   // An eraser that takes a thousand out of a million keeps those and their places.
   std::vector<unsigned char> mask(1001000, 1);
   for (size_t i = 0; i < 1000; ++i) mask[i * 999] = 0;
-  theHold.Begin();
-  Block().KeepEntries(Owner::kFloats, mask);
-  theHold.Accept(L"Eraser");
+  Step([&] { Block().KeepEntries(Owner::kFloats, mask); });
   EXPECT_LT(theHold->NewestStepBytes(), 40000u);
 }
 
 TEST_F(Undo, DeletedNodesTakeTheirEntriesAlongBeforeAnyoneIsTold) {
-  INode *a = NewNode(), *b = NewNode();
+  INode *a = Add(), *b = Add();
   AppendNode(a), AppendNode(b), AppendNode(a);
   Block().SetValue(Owner::kCamera, 0, b);
   owner->TakeLog();
@@ -69,7 +63,7 @@ TEST_F(Undo, DeletedNodesTakeTheirEntriesAlongBeforeAnyoneIsTold) {
 }
 
 TEST_F(Undo, WhatAHandlerOfADeletionEditsJoinsTheDeletion) {
-  INode *a = NewNode(), *twin = NewNode();
+  INode *a = Add(), *twin = Add();
   AppendNode(a);
   AppendInt(5);
   owner->onMessage = [&](const SeenMessage& m) {
@@ -93,26 +87,22 @@ TEST_F(Undo, WhatAHandlerOfADeletionEditsJoinsTheDeletion) {
 }
 
 TEST_F(Undo, ADeletionOpensAStepOnlyIfSomeoneWouldNotice) {
-  Delete({NewNode()});
-  theHold.Begin();
-  INode* made = NewNode();
-  Delete({made});
-  theHold.Accept(L"Nothing");
+  Delete({Add()});
+  INode* made = nullptr;
+  Step([&] { Delete({made = Add()}); });
   EXPECT_EQ(theHold->UndoCount(), 0u);
-  INode* held = NewNode();
+  INode* held = Add();
   AppendNode(held);
   Delete({held});
   Delete({held});
   EXPECT_EQ(theHold->UndoCount(), 1u);
-  theHold.Begin();
-  made = NewNode();
-  theHold.Accept(L"Make");
+  Step([&] { made = Add(); });
   Delete({made});
   EXPECT_EQ(theHold->UndoCount(), 3u) << "the undo list knows it";
 }
 
 TEST_F(Undo, NodesTellTheirChangesBeforeTables) {
-  INode* n = NewNode();
+  INode* n = Add();
   AppendNode(n);
   theHold.Begin();
   n->SetNodeTM(0, TransMatrix({1, 0, 0}));
@@ -143,8 +133,8 @@ TEST_F(Undo, MaterialsSlotsAndLayersComeBackAndLiveAsLongAsTheRecord) {
   Mtl* watched = new Watched(&gone);
   const auto multi = std::make_unique<MultiMtl>();
   multi->SetNumSubMtls(2);
-  ILayer* layer = host.GetScene().Layers().CreateLayer(L"Other");
-  INode* n = NewNode();
+  ILayer* layer = host_.GetScene().Layers().CreateLayer(L"Other");
+  INode* n = Add();
   ILayer* before = n->GetLayer();
   n->SetMtl(watched);
   Block().Append(Owner::kMtls, 1, &watched);
@@ -173,12 +163,10 @@ TEST_F(Undo, AMovedNodeHasNotLeftTheSceneAndADeletedOneHas) {
     static_cast<std::vector<INode*>*>(list)->push_back(static_cast<INode*>(info->subject));
   };
   RegisterNotification(hear, &left, NOTIFY_NODE_LEFT_SCENE);
-  INode *parent = NewNode(), *child = NewNode();
-  theHold.Begin();
-  parent->AttachChild(child);
-  theHold.Accept(L"Attach");
+  INode *parent = Add(), *child = Add();
+  Step([&] { parent->AttachChild(child); });
   theHold->Undo();
-  EXPECT_EQ(child->GetParentNode(), host.GetScene().GetRootNode());
+  EXPECT_EQ(child->GetParentNode(), host_.GetScene().GetRootNode());
   theHold->Redo();
   EXPECT_TRUE(left.empty());
   Delete({parent});
@@ -186,6 +174,35 @@ TEST_F(Undo, AMovedNodeHasNotLeftTheSceneAndADeletedOneHas) {
   theHold->Redo();
   EXPECT_EQ(left, (std::vector<INode*>{parent, parent}));
   UnRegisterNotification(hear, &left, NOTIFY_NODE_LEFT_SCENE);
+}
+
+TEST_F(Undo, TextureSlotsComeBackAndCopiesOfMaterialsShareOneCopyOfTheirPicture) {
+  MultiMtl multi;
+  auto* first = new BitmapTex;
+  first->SetPicture(L"/a.png", std::make_shared<std::vector<std::byte>>(2));
+  for (int i = 0; i < 2; ++i) {
+    multi.SetSubMtl(i, new StdMtl);
+    multi.GetSubMtl(i)->SetSubTexmap(StdMtl::kDiffuseMap, first);
+  }
+  const auto shown = [](MultiMtl& m, int i) {
+    return dynamic_cast<BitmapTex*>(m.GetSubMtl(i)->GetSubTexmap(StdMtl::kDiffuseMap));
+  };
+  RemapDir remap;
+  const std::unique_ptr<MultiMtl> copy(static_cast<MultiMtl*>(multi.Clone(remap)));
+  ASSERT_TRUE(shown(*copy, 0) && shown(*copy, 0) != first);
+  EXPECT_EQ(shown(*copy, 0), shown(*copy, 1));
+  EXPECT_EQ(shown(*copy, 0)->GetBytes(), first->GetBytes());
+  Step([&] {
+    multi.GetSubMtl(0)->SetSubTexmap(StdMtl::kDiffuseMap, nullptr);
+    first->SetPicture(L"/c.png");
+  });
+  theHold->Undo();
+  EXPECT_EQ(shown(multi, 0), first);
+  EXPECT_EQ(first->GetMapName(), L"/a.png");
+  theHold->Redo();
+  EXPECT_EQ(shown(multi, 0), nullptr);
+  EXPECT_EQ(first->GetBytes(), nullptr);
+  theHold->Clear();  // it must not outlive the material
 }
 
 }  // namespace

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <map>
 #include <stdexcept>
 #include <vector>
 
 #include "host/host.h"
+#include "host/io/scenefile.h"
 #include "host/scene/camera.h"
 #include "host/scene/primitives.h"
 #include "host/scene/triobject.h"
@@ -130,6 +133,22 @@ struct SowfieldScene {
       Block().Append(Ins_Type, 1, &type), Block().Append(Ins_Rand, 1, &rand);
       Block().Append(Ins_AnimRand, 1, &animRand);
     }
+  }
+  /// The only node of a name, or none.
+  INode* Named(const WStr& name) {
+    const auto found = host.GetScene().FindNodes(name);
+    return found.size() == 1 ? found.front() : nullptr;
+  }
+  std::vector<std::byte> SaveBytes() {
+    std::vector<std::byte> bytes;
+    std::string why;
+    EXPECT_TRUE(host::SaveSceneBytes(host.Services(), "/s.glb", bytes, why)) << why;
+    return bytes;
+  }
+  /// As in scenes from before the rows of N.
+  void DropNormalRows() {
+    for (const Param id : {Tr_Normal_Min, Tr_Normal_Max, Rnd_Normal})
+      Block().Delete(id, 0, Block().Count(id));
   }
   template <class T>
   void Set(Param id, T value, int index = 0) {

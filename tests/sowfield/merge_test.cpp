@@ -2,7 +2,6 @@
 
 #include <set>
 
-#include "host/io/scenefile.h"
 #include "host/scene/mtl.h"
 #include "tests/sowfield/fixture.h"
 
@@ -11,17 +10,8 @@ namespace {
 
 class Merge : public testing::Test, public SowfieldScene {
  protected:
-  std::vector<std::byte> Save() {
-    std::vector<std::byte> bytes;
-    EXPECT_TRUE(host::SaveSceneBytes(host.Services(), "/s.glb", bytes, error_)) << error_;
-    return bytes;
-  }
   bool MergeIn(const std::vector<std::byte>& bytes, const host::OpenOptions& options = {}) {
     return host::MergeSceneBytes(host.Services(), bytes, "it", options, merged_, error_);
-  }
-  INode* Named(const WStr& name) {
-    const auto found = host.GetScene().FindNodes(name);
-    return found.size() == 1 ? found.front() : nullptr;
   }
   ILayerManager& Layers() { return host.Services().GetLayerManager(); }
   host::MergedScene merged_;
@@ -42,7 +32,7 @@ TEST_F(Merge, ASceneIntoItselfTwice) {
   theHold.Accept(L"Paint");
   AddNode(L"instance", object);
   CloseEdit();
-  const std::vector<std::byte> bytes = Save();
+  const std::vector<std::byte> bytes = SaveBytes();
   const Snapshot before = TakeSnapshot(Block());
   const std::vector<WStr> steps = Undo().UndoNames();
   Layers().GetLayer(L"trees")->Hide(true);
@@ -55,10 +45,6 @@ TEST_F(Merge, ASceneIntoItselfTwice) {
   ASSERT_EQ(merged_.renamed.size(), nodes);
   for (const auto& [from, to] : merged_.renamed) EXPECT_EQ(to, from + L"001");
   ASSERT_TRUE(MergeIn(bytes)) << error_;
-  EXPECT_EQ(host.GetScene().AllNodes().size(), 3 * nodes);
-  std::set<WStr> names;
-  for (const INode* n : host.GetScene().AllNodes()) names.insert(n->GetName());
-  EXPECT_EQ(names.size(), 3 * nodes);
 
   std::set<Object*> objects;
   for (const WStr& end : {WStr(), WStr(L"001"), WStr(L"002")}) {
@@ -73,8 +59,7 @@ TEST_F(Merge, ASceneIntoItselfTwice) {
     EXPECT_EQ(sow->pblock2->GetINode(Geo_Nodes), its);
     EXPECT_EQ(Differences(before, TakeSnapshot(*sow->pblock2)), end.empty() ? "" : "Geo_Nodes");
     EXPECT_EQ(FirstBreach(*sow->pblock2), "");
-    EXPECT_EQ(sow->distribution.ListReady(), 1);
-    EXPECT_EQ(sow->OwnNode()->InScene(), true);
+    EXPECT_TRUE(sow->distribution.ListReady() == 1 && sow->OwnNode()->InScene());
     objects.insert({sow, its->GetObjectRef()});
   }
   EXPECT_EQ(objects.size(), 6u);                         // nothing is shared between the three
@@ -86,8 +71,7 @@ TEST_F(Merge, ASceneIntoItselfTwice) {
   const auto& merged = static_cast<Sowfield*>(Named(L"sow001")->GetObjectRef())->distribution;
   for (const int types : {1, 0}) {
     ASSERT_TRUE(Undo().Undo());
-    EXPECT_EQ(D().TypeCount(), types);
-    EXPECT_EQ(D().PlacementCount(), 0);
+    EXPECT_TRUE(D().TypeCount() == types && D().PlacementCount() == 0) << types;
     EXPECT_EQ(merged.PlacementCount(), 1);
   }
   ASSERT_TRUE(Undo().Redo() && Undo().Redo());
@@ -101,7 +85,7 @@ TEST_F(Merge, OnlyNamesThatAreTakenChange) {
   for (const wchar_t* name : {L"a001", L"twin", L"twin"}) AddBox(name, 1, 1, 1);
   Layers().CreateLayer(L"new")->Hide(true);
   CloseEdit();
-  const std::vector<std::byte> bytes = Save();
+  const std::vector<std::byte> bytes = SaveBytes();
   host::Host other;
   std::string why;
   ASSERT_TRUE(other.Classes().AddPlugin(Entries(), why)) << why;
@@ -124,7 +108,7 @@ TEST_F(Merge, OnlyNamesThatAreTakenChange) {
 
 TEST_F(Merge, AFailureLeavesTheScene) {
   CloseEdit();
-  const std::vector<std::byte> bytes = Save();
+  const std::vector<std::byte> bytes = SaveBytes();
   std::vector<std::byte> broken = bytes;
   broken[40] ^= std::byte{1};
   EXPECT_FALSE(MergeIn(broken));
@@ -133,7 +117,7 @@ TEST_F(Merge, AFailureLeavesTheScene) {
   theHold.Begin();
   EXPECT_FALSE(MergeIn(bytes));
   theHold.Cancel();
-  EXPECT_EQ(Save(), bytes);
+  EXPECT_EQ(SaveBytes(), bytes);
   EXPECT_EQ(D().ListReady(), 1);
 }
 

@@ -9,7 +9,7 @@
 #include "sowfield/model/stats.h"
 #include "sowfield/plugin/classdesc.h"
 #include "sowfield/plugin/createcallback.h"
-#include "tests/sowfield/placement_twin.h"
+#include "tests/sowfield/fixture.h"
 
 namespace sowfield {
 namespace {
@@ -140,55 +140,6 @@ TEST(NodeDeletion, TakesItsTypesAndPlacementsAlong) {
   s.Undo().Undo(), s.Undo().Undo();
   EXPECT_EQ(Differences(before, TakeSnapshot(b)), "");
   EXPECT_TRUE(nodes[1]->InScene() && s.object->mesh.getNumVerts() == 786 + 10 * 4);
-}
-
-// Adds, strokes, row edits, deletions, undo and redo in random order, against copies of all tables.
-struct Machine : SowfieldScene {
-  Snapshot Tables() {
-    Set(Paint_ListExtra, 0);  // it is set outside the steps
-    return TakeSnapshot(Block());
-  }
-  void Step() {
-    const int types = D().TypeCount(), choice = draw.Int(0, 9);
-    log.Clear(), redraws = 0;
-    if (choice < 6) {
-      Edit(choice, types);
-      history.resize(++at), history.push_back(Tables());
-    } else {
-      const bool redo = choice == 9, can = redo ? at + 1 < history.size() : at > 0;
-      if (can) at += redo ? 1 : size_t(-1);
-      ASSERT_TRUE(!can || (redo ? Undo().Redo() : Undo().Undo()));
-      EXPECT_EQ(redraws, int(can)) << "one refresh";
-    }
-    EXPECT_EQ(log.Count(Event::TypeListChanged), D().TypeCount() != types);
-    ASSERT_EQ(Differences(history[at], Tables()) + Breach(), "");
-    ASSERT_TRUE(Undo().UndoCount() == at + 1 && Undo().RedoCount() == history.size() - at - 1);
-  }
-  void Edit(int choice, int types) {
-    const auto source = [&] { return Block().GetINode(Geo_Nodes, 0, draw.Int(0, types - 1)); };
-    if (types == 0 || choice < 2) {
-      AddAsType(types > 0 && draw.Int(0, 4) == 0 ? source() : AddBox(L"box", 3, 2, 1));
-    } else if (choice == 4) {
-      host.Services().DeleteNodes(std::array{source(), source()}, true);
-    } else {
-      theHold.Begin();
-      if (choice < 4) ScatterPlacements(*this, draw, types, draw.Int(1, 40));
-      if (choice == 5) Set(Tr_YRot_Max, draw.Float(-9, 9), types), ReseedRandomBlock(D(), types);
-      theHold.Accept(L"Edit");
-    }
-  }
-
-  Draws draw{1};
-  std::vector<Snapshot> history = {Tables()};
-  size_t at = 0;
-};
-
-TEST(TypeList, RandomEditsUndoAndRedoKeepTheTablesAndRefreshOnce) {
-  for (const std::uint32_t seed : {11u, 12u, 13u, 14u, 15u, 16u}) {
-    Machine machine;
-    machine.draw.state = seed;
-    for (int i = 0; i < 150 && !testing::Test::HasFatalFailure(); ++i) machine.Step();
-  }
 }
 
 TEST(InitNewObject, SetsUpNodeMaterialAndLayer) {

@@ -232,26 +232,5 @@ TEST(PaintMode, PreviewsStandWherePlacementsWillAndLeaveNoTrace) {
   while (s.Undo().Redo()) EXPECT_EQ(s.NodeCount(), nodes);
 }
 
-/// Strokes of all tools over a ball, a box and the bare ground, in a host of their own.
-std::string Paint() {
-  PaintScene s(3);
-  s.AddSphere(L"ball", 6, 24);
-  s.Look(ViewExp::Perspective({6, -22, 16}, {0, 0, 0}, 0.9f, 320, 240));
-  s.Brush(1.5f, 0.3f);
-  s.Set(Brush_Amount, 40), s.Set(Brush_Falloff, 40), s.Set(Brush_Erase, 60);
-  s.Set(Display_Mode, 4);
-  s.Drag(kMultiTool, {60, 120}, {260, 130});
-  s.Drag(kLineTool, {80, 80}, {250, 180});
-  s.Drag(kEraseTool, {100, 120}, {220, 125});
-  s.Undo().Undo();
-  s.Drag(kEraseTool, {90, 110}, {240, 140});
-  s.Painter().EndPaint();
-  s.Drag(kMultiTool, {120, 100}, {200, 150});
-  EXPECT_GT(s.Count(), 150u);
-  return Bits(s.Rows());
-}
-
-TEST(PaintReplay, TheSameMouseGivesTheSameBits) { EXPECT_TRUE(Paint() == Paint()); }
-
 }  // namespace
 }  // namespace sowfield

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/math/elementary.h"
+#include "sowfield/display/figures.h"
 #include "tests/sowfield/fixture.h"
 
 namespace sowfield {
@@ -63,6 +64,46 @@ class PlacementTwin {
   int p_, t_;
   float z_, n_;
   Point3 turn_, scale_;
+};
+
+/// The display mesh as its rules tell it: figure by figure, number by number.
+struct PlainMesh {
+  std::vector<Point3> verts;
+  std::vector<Face> faces;
+
+  static Mesh FigureOf(const IParamBlock2& b, int mode, int type, INode* node, TimeValue now,
+                       TimeValue own) {
+    Matrix3 turn = node->GetNodeTM(now);
+    turn.NoTrans();
+    const Point3 top = b.GetPoint3(Geo_BoxMax, 0, type), low = b.GetPoint3(Geo_BoxMin, 0, type);
+    const Point3 pivot = node->GetNodeTM(now).GetTrans();
+    const Matrix3 object = node->GetObjectTM(now);
+    const Point3 p = top * object, q = low * object, middle = (p + q) * 0.5f;
+    const Point3 offset = pivot - (mode == 6 ? object.GetTrans() : Point3(middle.x, middle.y, q.z));
+    Mesh mesh = mode == 4   ? MakePyramidMesh(top * turn, low * turn)
+                : mode == 5 ? MakeSquirrelMesh((top * turn).z - (low * turn).z)
+                            : *EvalMesh(node, own).mesh;
+    for (Point3& v : mesh.verts) v = (mode == 6 ? v * turn : v) - offset;
+    return mesh;
+  }
+  /// Of all types, or of one.
+  PlainMesh(SowfieldScene& s, int mode, int only = -1, TimeValue now = 0) {
+    const IParamBlock2& b = s.Block();
+    for (int p = 0; p < b.Count(Ins_Pos); ++p) {
+      const int type = b.GetInt(Ins_Type, 0, p);
+      if (only >= 0 && type != only) continue;
+      const PlacementTwin twin(b, p);
+      const Mesh figure =
+          FigureOf(b, mode, type, b.GetINode(Geo_Nodes, 0, type), now, twin.Time(now));
+      const auto first = std::uint32_t(verts.size());
+      for (const Point3& v : figure.verts) verts.push_back(v * twin.Matrix());
+      for (Face f : figure.faces) {
+        for (std::uint32_t& v : f.v) v += first;
+        f.setMatID(MtlID(type + 1));
+        faces.push_back(f);
+      }
+    }
+  }
 };
 
 /// Numbers of a plain linear congruence, so that a distribution can be made again anywhere.

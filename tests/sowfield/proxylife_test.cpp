@@ -151,49 +151,37 @@ TEST_F(ProxyLife, PathsHaveEitherSeparatorAndAreToldToTheHost) {
   EXPECT_GT(EvalMesh(Records(*this)[0].node, 0).mesh->verts.size(), 12u);
 }
 
-TEST_F(ProxyLife, UpdateLeavesWhatACopyUsesAndIsOneStep) {
-  ASSERT_TRUE(AddAsType(AddSource(*this, 3, L"Proxy", 2, 2, 2)) &&
-              AddAsType(AddBox(L"b", 1, 1, 1)));
-  AppendPlacements({{{1, 2, 3}, {0, 0, 0}, 0, 0, 0}, {{4, 5, 6}, {0, 0, 0}, 1, 0, 0}});
-  RemapDir remap;
-  auto* copy = static_cast<Sowfield*>(object->Clone(remap));
-  AddNode(L"copy", copy);
-  node->SetNodeTM(0, {{0, 2, 0}, {-2, 0, 0}, {0, 0, 2}, {5, 6, 7}});
-  INode* const old = Records(*this)[0].node;
-  const Snapshot other = TakeSnapshot(*copy->pblock2), before = TakeSnapshot(Block());
-  UpdateAllTypes(D());
-  const Snapshot after = TakeSnapshot(Block());
-  EXPECT_NE(Records(*this)[0].node, old);
-  EXPECT_TRUE(old->InScene());
-  EXPECT_EQ(Differences(other, TakeSnapshot(*copy->pblock2)), "");
-  EXPECT_EQ(Breach() + FirstBreach(*copy->pblock2), "");
-  for (const bool back : {true, false, true}) {
-    redraws = 0;
-    ASSERT_TRUE(back ? Undo().Undo() : Undo().Redo());
-    EXPECT_EQ(Differences(back ? before : after, TakeSnapshot(Block())), "");
-    EXPECT_EQ(redraws, 1);
-    EXPECT_EQ(D().ListReady(), 1);
-    EXPECT_EQ(node->GetNodeTM(0).GetRow(0), back ? Point3(0, 2, 0) : Point3(1, 0, 0));
-  }
-}
-
-TEST_F(ProxyLife, UpdateTakesWhatTheSourcesHaveBecome) {
-  INode* box = AddBox(L"Box", 1, 1, 1);
-  INode* proxy = AddSource(*this, 3, L"Proxy", 2, 2, 2);
+TEST_F(ProxyLife, UpdateTakesWhatTheSourcesHaveBecomeInOneStepAndLeavesWhatACopyUses) {
+  INode *box = AddBox(L"Box", 1, 1, 1), *proxy = AddSource(*this, 3, L"Proxy", 2, 2, 2);
   ASSERT_TRUE(AddAsType(box) && AddAsType(proxy));
-  const INode* old = Records(*this)[1].node;
+  AppendPlacements({{{1, 2, 3}, {0, 0, 0}, 0, 0, 0}, {{4, 5, 6}, {0, 0, 0}, 1, 0, 0}});
   static_cast<BoxObject*>(box->GetObjectRef())->SetSize(4, 2, 6);
   static_cast<VRayProxyObject*>(proxy->GetObjectRef())->SetMesh(BoxMeshOf(8, 8, 8));
   node->SetNodeTM(0, {{0, 2, 0}, {-2, 0, 0}, {0, 0, 2}, {5, 6, 7}});
-  const size_t nodes = host.GetScene().AllNodes().size();
-  UpdateAllTypes(D());
-  const std::vector<TypeRecord> now = Records(*this);
-  EXPECT_EQ(now[0].high - now[0].low, Point3(4, 2, 6));
-  EXPECT_EQ(now[1].high - now[1].low, Point3(8, 8, 8));
-  EXPECT_NE(now[1].node, old);
-  EXPECT_EQ(host.GetScene().AllNodes().size(), nodes) << "the new mesh node replaces the old one";
-  EXPECT_EQ(node->GetNodeTM(0), TransMatrix({5, 6, 7}));
-  EXPECT_EQ(Breach(), "");
+  for (const bool copied : {false, true}) {
+    RemapDir remap;
+    auto* copy = copied ? static_cast<Sowfield*>(object->Clone(remap)) : object;
+    if (copied) AddNode(L"copy", copy);
+    INode* const old = Records(*this)[1].node;
+    const size_t nodes = host.GetScene().AllNodes().size();
+    const Snapshot before = TakeSnapshot(Block());
+    UpdateAllTypes(D());
+    const Snapshot after = TakeSnapshot(Block());
+    const std::vector<TypeRecord> now = Records(*this);
+    EXPECT_EQ(now[0].high - now[0].low, Point3(4, 2, 6));
+    EXPECT_EQ(now[1].high - now[1].low, Point3(8, 8, 8));
+    EXPECT_TRUE(now[1].node != old && old->InScene() == copied);
+    EXPECT_EQ(host.GetScene().AllNodes().size(), nodes + copied) << "the new replaces the old one";
+    EXPECT_EQ(Differences(copied ? before : after, TakeSnapshot(*copy->pblock2)), "");
+    EXPECT_EQ(Breach() + FirstBreach(*copy->pblock2), "");
+    for (const bool back : {true, false, true}) {
+      redraws = 0;
+      ASSERT_TRUE(back ? Undo().Undo() : Undo().Redo());
+      EXPECT_EQ(Differences(back ? before : after, TakeSnapshot(Block())), "");
+      EXPECT_TRUE(redraws == 1 && D().ListReady() == 1) << redraws;
+      EXPECT_EQ(node->GetNodeTM(0).GetRow(0), back ? Point3(0, 2, 0) : Point3(1, 0, 0));
+    }
+  }
 }
 
 TEST_F(ProxyLife, PreviewNodesAreHiddenAndHoldFileAndMaterial) {

@@ -4,19 +4,13 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <random>
+#include <set>
 
-#include "host/io/scenefile.h"
 #include "sowfield/model/repair.h"
 #include "tests/sowfield/fixture.h"
 
 namespace sowfield {
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr size_t kStride = 7;
-#else
-constexpr size_t kStride = 1;
-#endif
 
 const std::vector<Placement> kPlaced = {{{1, 2, -0.0f}, {0.1f, 0.2f, 0.3f}, 0, 3, 17},
                                         {{-4, 5, 6}, {0, -0.0f, 3}, 1, 99, 9999},
@@ -44,8 +38,7 @@ class Recover : public testing::Test, public SowfieldScene {
         }
   }
   std::string Save() {
-    std::vector<std::byte> bytes;
-    EXPECT_TRUE(host::SaveSceneBytes(host.Services(), "/s.glb", bytes, error_)) << error_;
+    const std::vector<std::byte> bytes = SaveBytes();
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
   }
   // As the program opens.
@@ -75,9 +68,8 @@ class Recover : public testing::Test, public SowfieldScene {
     return Open(std::string(sound_).replace(sound_.find(from), from.size(), to));
   }
   bool Lost(const std::string& text) const {
-    return std::any_of(lost_.begin(), lost_.end(), [&](const std::string& line) {
-      return line.find(text) != std::string::npos;
-    });
+    const auto told = [&](auto& line) { return line.find(text) != std::string::npos; };
+    return std::any_of(lost_.begin(), lost_.end(), told);
   }
   std::string sound_, error_;
   size_t bin_ = 0;
@@ -87,9 +79,14 @@ class Recover : public testing::Test, public SowfieldScene {
 
 TEST_F(Recover, ACutFileOpensWithWhatIsThere) {
   const size_t positions = tables_[Ins_Pos].first, types = tables_[Ins_Type].first;
-  size_t end = 0;
-  for (const auto& [id, place] : tables_) end = std::max(end, place.first + place.second);
-  for (size_t n = 0; n < sound_.size();) {
+  // Far from the ends of tables one place is as another.
+  std::set<size_t> cuts;
+  for (size_t n = 0; n < sound_.size(); n += 61) cuts.insert(n);
+  for (const auto& [id, place] : tables_)
+    for (const size_t edge : {place.first, place.first + place.second})
+      for (size_t n = edge - 12; n <= edge + 12; ++n) cuts.insert(n);
+  for (size_t n = 0; n < 36; ++n) cuts.insert(positions + n);
+  for (const size_t n : cuts) {
     if (!Open(sound_.substr(0, n))) {
       ASSERT_LT(n, bin_ - 8);
       ASSERT_FALSE(error_.empty());
@@ -105,7 +102,6 @@ TEST_F(Recover, ACutFileOpensWithWhatIsThere) {
                   n >= types + 4 * (p + 1) ? kPlaced[p].type : 0);
       }
     }
-    n += n + 16 > bin_ && n < end ? kStride : 61 * kStride;
   }
 }
 
@@ -121,9 +117,8 @@ TEST_F(Recover, DamageOfATableLeavesTheRest) {
     ASSERT_FALSE(Open(broken, false));
     ASSERT_TRUE(Open(broken)) << error_;
     const std::string name = ToUtf8(FindParam(id)->name);
-    ASSERT_EQ(lost_.size(), 1u);
-    EXPECT_TRUE(Lost("\"one\" (0x")) << lost_[0];
-    EXPECT_TRUE(Lost("(" + name + ") is damaged: its checksum is ")) << lost_[0];
+    EXPECT_TRUE(Lost("\"one\" (0x") && Lost("(" + name + ") is damaged: its checksum is "));
+    EXPECT_EQ(lost_.size(), 1u);
     Snapshot after = TakeSnapshot(Block());
     after.erase("Geo_Nodes");
     EXPECT_EQ(Differences(before, after), name);
@@ -152,8 +147,7 @@ TEST_F(Recover, ADamagedDescriptionIsReadAsFarAsItMakesSense) {
   ASSERT_TRUE(OpenReplaced("\"id\":\"0x3\",\"layer\"", "\"id\":\"zz3\",\"layer\""));
   EXPECT_TRUE(Lost("nothing has the id 0x3"));
   EXPECT_TRUE(Lost("Geo_Kind: 1 type of 2 without a source went"));
-  EXPECT_EQ(D().TypeCount(), 1);
-  EXPECT_EQ(D().PlacementCount(), 2);
+  EXPECT_TRUE(D().TypeCount() == 1 && D().PlacementCount() == 2);
   ASSERT_TRUE(OpenReplaced("\"block\":{", "\"blotk\":{"));
   EXPECT_TRUE(Lost("is dropped: the member \"block\" is missing"));
   EXPECT_EQ(host.GetScene().AllNodes().size(), 3u);
@@ -166,12 +160,10 @@ TEST_F(Recover, ADamagedDescriptionIsReadAsFarAsItMakesSense) {
 }
 
 TEST_F(Recover, TablesAgreeBeforeAnOlderSceneIsUpgraded) {
-  for (const Param id : {Tr_Normal_Min, Tr_Normal_Max, Rnd_Normal})
-    Block().Delete(id, 0, Block().Count(id));
+  DropNormalRows();
   ASSERT_TRUE(Open(Save()));
   EXPECT_EQ(lost_.size(), 0u);
-  for (const Param id : {Tr_Normal_Min, Tr_Normal_Max, Rnd_Normal})
-    Block().Delete(id, 0, Block().Count(id));
+  DropNormalRows();
   Set(Ins_Type, 1 << 30, 1);
   const std::string disagreeing = Save();
   Set(Ins_Type, 0, 1);
@@ -226,6 +218,7 @@ TEST_F(Recover, TablesAreBroughtToAgree) {
       {set(Ins_Type, 7, 2), 2, 2, "Ins_Type: 1 placement of 3 with a type that isn't there went"},
       {set(Ins_Rand, 100, 1), 2, 3, "Ins_Rand: 1 of 3 entries were out of range"},
       {set(Geo_Nodes, kNoNode, 0), 1, 1, "Geo_Kind: 1 type of 2 without a source went"},
+      {set(Geo_Nodes, node, 0), 1, 1, "Geo_Kind: 1 type of 2 without a source went"},
       {gone(Geo_Nodes), 0, 0, "Geo_Kind: 2 types of 2 without a source went"},
       {gone(Geo_Kind), 2, 3, "Geo_Kind: 2 kinds of 2 guessed from the sources"},
       {set(Geo_Kind, 9, 1), 2, 3, "Geo_Kind: 1 kind of 2 guessed from the sources"},
@@ -236,6 +229,7 @@ TEST_F(Recover, TablesAreBroughtToAgree) {
   for (const Case& c : cases) {
     const Copy copy = CopyOf(Block());
     c.damage(*copy);
+    EXPECT_EQ(FirstBreachAsStored(*copy).empty(), c.line.empty()) << c.line;
     const std::vector<std::string> lines = RepairTables(*copy);
     EXPECT_EQ(FirstBreach(*copy), "") << c.line;
     EXPECT_EQ(copy->Count(Geo_Kind), c.types) << c.line;

@@ -6,7 +6,6 @@
 
 #include "host/io/scenefile.h"
 #include "studio/align.h"
-#include "studio/cli.h"
 #include "studio/scenediff.h"
 #include "tests/studio/jobfixture.h"
 
@@ -62,19 +61,9 @@ TEST(Align, TakesLooserKeysBetweenStricterOnes) {
 
 class Diff : public JobTest {
  protected:
-  Result Command(std::vector<std::string> words) const {
-    words.insert(words.begin(), {"sowfield", "diff"});
-    std::vector<const char*> argv;
-    for (const std::string& w : words) argv.push_back(w.c_str());
-    std::ostringstream out, err;
-    Result result;
-    result.status = RunCommandLine(int(argv.size()), argv.data(), out, err);
-    result.out = out.str(), result.err = err.str();
-    return result;
-  }
   Result Files(const std::string& a, const std::string& b,
                std::vector<std::string> more = {}) const {
-    more.insert(more.begin(), {Path(a).string(), Path(b).string()});
+    more.insert(more.begin(), {"diff", '@' + a, '@' + b});
     return Command(more);
   }
   json Told(const std::string& a, const std::string& b, std::vector<std::string> more = {}) const {
@@ -87,8 +76,7 @@ class Diff : public JobTest {
   void Paint(const std::string& steps) const {
     const Result r = RunSteps(kField + R"(,
 {"do": "primitive", "kind": "sphere", "name": "ball", "size": [1], "at": [55, 50, 0]},
-{"do": "add", "nodes": "ball"},
-{"do": "set", "values": {"Brush_Size": 2, "Brush_Amount": 20}},
+{"do": "add", "nodes": "ball"}, {"do": "set", "values": {"Brush_Size": 2, "Brush_Amount": 20}},
 {"do": "stroke", "tool": "multi", "points": [[-8, -6], [0, 4], [8, -4]], "on": "field"},
 {"do": "placements", "file": "a.json"}, {"do": "save", "file": "a.glb"},
 )" + steps);
@@ -120,11 +108,9 @@ TEST_F(Diff, NothingDiffersExactlyWhereTheBytesAreTheSame) {
   EXPECT_EQ(Told("e.glb", "g.glb")["scene"], json::parse(R"([{"what":"time","a":0,"b":1120}])"));
   EXPECT_EQ(Told("a.glb", "f.glb")["things"].size(), 1u);
   // An object without types, and one that had some: its tables have their first rows.
-  ASSERT_EQ(RunSteps(R"({"do": "primitive", "kind": "box", "name": "box"},
+  Done(R"({"do": "primitive", "kind": "box", "name": "box"},
 {"do": "create", "name": "sow"}, {"do": "save", "file": "empty.glb"},
-{"do": "add", "nodes": "box"}, {"do": "remove", "types": [0]}, {"do": "save", "file": "emptied.glb"})")
-                .status,
-            0);
+{"do": "add", "nodes": "box"}, {"do": "remove", "types": [0]}, {"do": "save", "file": "emptied.glb"})");
   EXPECT_EQ(Files("empty.glb", "emptied.glb").status,
             Read("empty.glb") == Read("emptied.glb") ? 0 : 1);
 }
@@ -194,13 +180,11 @@ TEST_F(Diff, TheSceneAroundTheObjectsIsTold) {
                     {.json = true})
                 .status,
             0);
-  ASSERT_EQ(RunSteps(R"({"do": "primitive", "kind": "plane", "name": "thing", "colour": "#112233"},
+  Done(R"({"do": "primitive", "kind": "plane", "name": "thing", "colour": "#112233"},
 {"do": "primitive", "kind": "box", "name": "sized", "size": [1, 2, 4]},)" +
-                     rest + R"({"do": "key", "node": "round", "frame": 3, "position": [1, 0, 0]},
+       rest + R"({"do": "key", "node": "round", "frame": 3, "position": [1, 0, 0]},
 {"do": "camera", "name": "came", "eye": [0, 0, 9], "target": [0, 0, 0]},
-{"do": "save", "file": "b.glb"})")
-                .status,
-            0);
+{"do": "save", "file": "b.glb"})");
   const json told = Told("a.glb", "b.glb");
   EXPECT_EQ(told["scene"], json::parse(R"([{"what": "unit", "a": "feet", "b": "metres"}])"));
   EXPECT_EQ(told["nodes_only_a"], json({"went"}));
@@ -215,8 +199,7 @@ TEST_F(Diff, TheSceneAroundTheObjectsIsTold) {
   EXPECT_EQ(told["things"][0]["changes"],
             json::parse(R"([{"what":"size","a":[1,2,3],"b":[1,2,4]}])"));
   // A name that is a Sowfield object's on one side alone.
-  ASSERT_EQ(
-      RunSteps(R"({"do": "create", "name": "thing"}, {"do": "save", "file": "c.glb"})").status, 0);
+  Done(R"({"do": "create", "name": "thing"}, {"do": "save", "file": "c.glb"})");
   const json one = Told("c.glb", "a.glb", {"--object", "thing"});
   EXPECT_EQ(one["nodes"][0]["changes"],
             json::parse(R"([{"what": "object", "a": "Sowfield", "b": "Box"}])"));
@@ -260,14 +243,11 @@ TEST_F(Diff, WhatCannotBeComparedHasItsOwnStatus) {
   Paint(R"({"do": "leave"})");
   Write("text.glb", "no scene");
   for (const auto& [words, why] : std::vector<std::pair<std::vector<std::string>, std::string>>{
-           {{"a.glb", "none.glb"}, "there is no file"},
-           {{"text.glb", "a.glb"}, "is no scene"},
-           {{"a.glb", "a.glb", "--object", "stone"}, "no Sowfield object is named \"stone\""},
-           {{"a.glb"}, "second is required"}}) {
-    std::vector<std::string> paths = words;
-    for (std::string& w : paths)
-      if (w.ends_with(".glb")) w = Path(w).string();
-    const Result r = Command(paths);
+           {{"diff", "@a.glb", "@none.glb"}, "there is no file"},
+           {{"diff", "@text.glb", "@a.glb"}, "is no scene"},
+           {{"diff", "@a.glb", "@a.glb", "--object", "stone"}, "no Sowfield object is named \"st"},
+           {{"diff", "@a.glb"}, "second is required"}}) {
+    const Result r = Command(words);
     EXPECT_EQ(r.status, 2);
     EXPECT_NE(r.err.find(why), std::string::npos) << r.err;
   }

@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 
+#include "studio/cli.h"
 #include "studio/run.h"
 
 namespace studio {
@@ -59,6 +60,29 @@ class JobTest : public ::testing::Test {
   /// Runs steps, told without the brackets round them, one a line.
   Result RunSteps(const std::string& steps) const {
     return RunText("{\"steps\": [\n" + steps + "\n]}", {.json = true});
+  }
+  /// Steps that succeed.
+  Result Done(const std::string& steps) const {
+    Result result = RunSteps(steps);
+    EXPECT_EQ(result.status, 0) << result.err;
+    return result;
+  }
+  /// Runs a job that fails for that reason.
+  void ExpectFault(const std::string& steps, const std::string& said) const {
+    const Result result = RunSteps(steps);
+    EXPECT_EQ(result.status, 1) << steps;
+    EXPECT_NE(result.err.find(said), std::string::npos) << result.err;
+  }
+  /// The program with such words; one that begins with @ is a name in the folder.
+  Result Command(std::vector<std::string> words) const {
+    std::vector<const char*> args = {"sowfield"};
+    for (std::string& word : words) {
+      if (word.starts_with('@')) word = Path(word.substr(1)).string();
+      args.push_back(word.c_str());
+    }
+    std::ostringstream out, err;
+    const int status = RunCommandLine(int(args.size()), args.data(), out, err);
+    return {status, out.str(), err.str(), {}};
   }
 
   std::filesystem::path folder_;

@@ -2,7 +2,6 @@
 
 #include "host/host.h"
 #include "sowfield/proxy/moksetfile.h"
-#include "studio/cli.h"
 #include "tests/studio/jobfixture.h"
 
 namespace studio {
@@ -34,18 +33,11 @@ struct Mokset : JobTest {
     sowfield::Generator generator;
     ASSERT_TRUE(sowfield::WriteMoksetFile(Roof(), Path("roof.Vorn").wstring(), generator));
   }
-  /// Words that begin with @ are names in the folder.
   int Run(std::vector<std::string> words) {
-    words.insert(words.begin(), {"sowfield", "mokset"});
-    std::vector<const char*> args;
-    for (std::string& word : words) {
-      if (word[0] == '@') word = Path(word.substr(1)).string();
-      args.push_back(word.c_str());
-    }
-    std::ostringstream o, e;
-    const int status = RunCommandLine(int(args.size()), args.data(), o, e);
-    out = o.str(), err = e.str();
-    return status;
+    words.insert(words.begin(), "mokset");
+    const Result r = Command(words);
+    out = r.out, err = r.err;
+    return r.status;
   }
   Mesh Meshed(const char* name) { return sowfield::ReadMoksetMesh(Path(name).wstring()); }
   std::string out, err;

@@ -1,3 +1,5 @@
+#include <map>
+
 #include "tests/studio/jobfixture.h"
 
 namespace studio {
@@ -7,18 +9,14 @@ using nlohmann::json;
 using ParamSteps = JobTest;
 
 TEST_F(ParamSteps, ALowerEndWithoutRangeTakesTheUpperEndAlong) {
-  const Result result = RunSteps(kField + R"(,
+  const Result result = Done(kField + R"(,
 {"do": "set", "row": "stone", "param": "Tr_ZPos_Min", "value": 3},
 {"do": "get", "row": 1, "param": "Tr_ZPos_Max"},
 {"do": "set", "row": "stone", "values": {"Tr_ZRot_Max": 360, "Tr_ZRot_Min": -5, "Tr_Random": true}},
-{"do": "get", "param": "Tr_ZRot_Min"},
-{"do": "get", "type": 0, "param": "Tr_ZRot_Max"},
+{"do": "get", "param": "Tr_ZRot_Min"}, {"do": "get", "type": 0, "param": "Tr_ZRot_Max"},
 {"do": "set", "index": 1, "param": "Tr_ZPos_Min", "value": 1},
-{"do": "get", "index": 1, "param": "Tr_ZPos_Max"},
-{"do": "undo", "count": 3},
-{"do": "get", "param": "Tr_ZPos_Max"},
-{"do": "get", "param": "Tr_Random"})");
-  ASSERT_EQ(result.status, 0) << result.err;
+{"do": "get", "index": 1, "param": "Tr_ZPos_Max"}, {"do": "undo", "count": 3},
+{"do": "get", "param": "Tr_ZPos_Max"}, {"do": "get", "param": "Tr_Random"})");
   EXPECT_EQ(result.Step(6)["value"], 3);
   EXPECT_EQ(result.Step(8)["value"], json({0, -5}));
   EXPECT_EQ(result.Step(9)["value"], 360);
@@ -29,37 +27,25 @@ TEST_F(ParamSteps, ALowerEndWithoutRangeTakesTheUpperEndAlong) {
 }
 
 TEST_F(ParamSteps, AnimationGetsItsRandomTableAndModesTheirNames) {
-  const Result result = RunSteps(kField + R"(,
+  const Result result = Done(kField + R"(,
 {"do": "set", "type": "stone", "values": {"Tr_AnimOn": 1, "Tr_AnimMax": 20, "Geo_PaintPct": 30}},
 {"do": "params", "file": "deep/down/params.json"},
 {"do": "set", "values": {"Display_Mode": "Squirrel", "Display_Type": "stone"}},
 {"do": "get", "param": "Display_Mode"}, {"do": "get", "param": "Display_Type"})");
-  ASSERT_EQ(result.status, 0) << result.err;
   const json params = json::parse(Read("deep/down/params.json"));
   EXPECT_EQ(params["object"], "sow");
-  for (const json& p : params["params"]) {
-    if (p["name"] == "Rnd_Anim") {
-      EXPECT_EQ(p["count"], 10000);
-    }
-    if (p["name"] == "Tr_AnimMax") {
-      EXPECT_EQ(p["values"], json({20}));
-    }
-    if (p["name"] == "Geo_Nodes") {
-      EXPECT_EQ(p["values"], json({"stone"}));
-    }
-    if (p["id"] == 82) {
-      EXPECT_EQ(p, (json{{"id", 82}, {"name", "Brush_Amount"}, {"value", 10}}));
-    }
-  }
+  std::map<std::string, json> byName;
+  for (const json& p : params["params"]) byName[p["name"]] = p;
+  EXPECT_EQ(byName["Rnd_Anim"]["count"], 10000);
+  EXPECT_EQ(byName["Tr_AnimMax"]["values"], json({20}));
+  EXPECT_EQ(byName["Geo_Nodes"]["values"], json({"stone"}));
+  EXPECT_EQ(byName["Brush_Amount"], (json{{"id", 82}, {"name", "Brush_Amount"}, {"value", 10}}));
   EXPECT_EQ(result.Step(8)["value"], 5);
   EXPECT_EQ(result.Step(9)["value"], 1);
 }
 
 TEST_F(ParamSteps, WhatTheObjectDoesntHoldIsRefused) {
-  const struct {
-    const char* step;
-    const char* said;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {R"({"do": "set", "param": "Tr_Random", "row": 2, "value": 1})",
        "6:44: step 5 (set): there is no row 2: 0 is all types, and the object has 1\n"},
       {R"({"do": "set", "param": "Geo_PaintPct", "type": "stine", "value": 1})",
@@ -80,33 +66,23 @@ TEST_F(ParamSteps, WhatTheObjectDoesntHoldIsRefused) {
       {R"({"do": "check", "placements": {"min": 1500}})",
        "6:31: step 5 (check): found 0 placements, expected at least 1,500\n"},
   };
-  for (const auto& c : cases) {
-    const Result result = RunSteps(kField + ",\n" + c.step);
-    EXPECT_EQ(result.status, 1) << c.step;
-    EXPECT_EQ(result.err, std::string("job.json:") + c.said);
+  for (const auto& [step, said] : cases) {
+    const Result result = RunSteps(kField + ",\n" + step);
+    EXPECT_EQ(result.status, 1) << step;
+    EXPECT_EQ(result.err, std::string("job.json:") + said);
   }
 }
 
 TEST_F(ParamSteps, RowsAndSeedsFollowTheRowTheyName) {
-  const Result result = RunSteps(kField + R"(,
-{"do": "get", "param": "Rnd_YRot"},
-{"do": "seed", "row": "stone"},
-{"do": "get", "param": "Rnd_YRot"},
-{"do": "rows", "list": "objects", "rows": ["stone", "all"]},
-{"do": "rows", "rows": ["stone"]},
-{"do": "undo"},
-{"do": "get", "param": "Rnd_YRot"})");
-  ASSERT_EQ(result.status, 0) << result.err;
+  const Result result = Done(kField + R"(,
+{"do": "get", "param": "Rnd_YRot"}, {"do": "seed", "row": "stone"},
+{"do": "get", "param": "Rnd_YRot"}, {"do": "rows", "list": "objects", "rows": ["stone", "all"]},
+{"do": "rows", "rows": ["stone"]}, {"do": "undo"}, {"do": "get", "param": "Rnd_YRot"})");
   const json &before = result.Step(5)["value"], &after = result.Step(7)["value"];
   ASSERT_EQ(before.size(), 200u);
-  int same = 0;
-  for (size_t i = 0; i < 200; ++i) {
-    if (i < 100) {
-      EXPECT_EQ(before[i], after[i]);
-    }
-    if (i >= 100) same += before[i] == after[i];
-  }
-  EXPECT_LT(same, 3);
+  int same[2] = {};  // in the global row and in the type's
+  for (size_t i = 0; i < 200; ++i) same[i / 100] += before[i] == after[i];
+  EXPECT_TRUE(same[0] == 100 && same[1] < 3) << same[0] << " and " << same[1];
   EXPECT_EQ(result.Step(8)["rows"], json({0, 1}));
   EXPECT_EQ(result.Step(9)["rows"], json({0}));
   EXPECT_EQ(result.Step(11)["value"], before);

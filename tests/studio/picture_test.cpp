@@ -24,7 +24,7 @@ TEST_F(Pictures, EachDisplayModeLooksAnotherWay) {
   for (const std::string& mode : modes)
     steps += R"(, {"do": "view", )" + kView + R"(, "file": ")" + mode + R"(.png", "mode": ")" +
              mode + "\"}";
-  ASSERT_EQ(RunSteps(steps).status, 0);
+  Done(steps);
   std::set<std::string> files;
   for (const std::string& mode : modes)
     EXPECT_TRUE(files.insert(Read(mode + ".png")).second) << mode;
@@ -33,15 +33,14 @@ TEST_F(Pictures, EachDisplayModeLooksAnotherWay) {
 
 TEST_F(Pictures, TheBrushIsShownInPaintModeAndDisturbsNothing) {
   const std::string off = R"(, {"do": "view", "file": "a.png", "cursor": [80, 45]})";
-  EXPECT_NE(RunSteps(kField + off).err.find("no brush to show: paint mode is off"), off.npos);
+  ExpectFault(kField + off, "no brush to show: paint mode is off");
 
   const std::string shot = R"(, {"do": "view", "mode": "Dot", )" + kView + ", \"file\": ";
   const std::string second = Stroke("[[0, -8, 0], [0, 8, 0]]") + R"(, {"do": "placements"})";
   const Result plain = RunSteps(kPainted + second);
   const Result shown =
-      RunSteps(kPainted + shot + R"("off.png"})" + shot + R"("on.png", "cursor": [200, 60]})" +
-               shot + R"("after.png"})" + second);
-  ASSERT_EQ(shown.status, 0) << shown.err;
+      Done(kPainted + shot + R"("off.png"})" + shot + R"("on.png", "cursor": [200, 60]})" + shot +
+           R"("after.png"})" + second);
   EXPECT_NE(Read("on.png"), Read("off.png"));
   EXPECT_EQ(Read("after.png"), Read("off.png"));
   EXPECT_EQ(shown.Step(11)["placements"], plain.Step(8)["placements"]);
@@ -60,12 +59,10 @@ TEST_F(Pictures, APickNamesWhatIsSeenAtAPlace) {
       {R"("at": [190, 120])", R"(["field"])"}};
   std::string steps = kField + R"(,
 {"do": "primitive", "kind": "box", "name": "box", "size": [2, 2, 1]},
-{"do": "set", "param": "Display_Mode", "value": "Dot"},
-{"do": "stroke", "tool": "line", )" +
+{"do": "set", "param": "Display_Mode", "value": "Dot"}, {"do": "stroke", "tool": "line", )" +
                       kView + R"(, "mouse": [[170, 120]]}, {"do": "leave"})";
   for (const auto& [at, nodes] : picks) steps += R"(, {"do": "pick", )" + kView + ", " + at + "}";
-  const Result result = RunSteps(steps);
-  ASSERT_EQ(result.status, 0) << result.err;
+  const Result result = Done(steps);
   for (size_t i = 0; i < std::size(picks); ++i)
     EXPECT_EQ(result.Step(9 + i)["nodes"].dump(), picks[i][1]) << picks[i][0];
 }

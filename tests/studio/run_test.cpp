@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "studio/cli.h"
 #include "studio/job/steptable.h"
 #include "studio/steps/steps.h"
 #include "studio/steps/views.h"
@@ -34,64 +33,47 @@ TEST_F(Program, QuietTellsOnlyWhatWasAskedFor) {
   EXPECT_EQ(result.err, "");
 }
 
-int CommandLine(std::vector<const char*> args, std::string& out, std::string& err) {
-  args.insert(args.begin(), "sowfield");
-  std::ostringstream o, e;
-  const int status = RunCommandLine(int(args.size()), args.data(), o, e);
-  out = o.str();
-  err = e.str();
-  return status;
-}
-
 TEST_F(Program, TheExitStatusTellsUsageFromFailure) {
-  std::string out, err;
-  EXPECT_EQ(CommandLine({}, out, err), 2);
-  EXPECT_EQ(CommandLine({"walk"}, out, err), 2);
-  EXPECT_EQ(CommandLine({"run"}, out, err), 2);
-  EXPECT_NE(err, "");
-  EXPECT_EQ(out, "");
-  const std::string missing = Path("none.json").string();
-  EXPECT_EQ(CommandLine({"run", missing.c_str()}, out, err), 1);
-  EXPECT_NE(err.find("none.json"), std::string::npos);
-  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1);
-  EXPECT_EQ(CommandLine({"steps", "strok"}, out, err), 2);
-  EXPECT_EQ(CommandLine({"--help"}, out, err), 0);
-  EXPECT_EQ(CommandLine({"run", "--help"}, out, err), 0);
-  EXPECT_EQ(CommandLine({"--version"}, out, err), 0);
-  EXPECT_EQ(err, "");
-}
-
-TEST(Steps, EachIsListedAndCanBeDone) {
-  for (const StepDecl& step : AllSteps()) {
-    EXPECT_NE(FunctionOf(step.name), nullptr) << step.name;
-    EXPECT_NE(StepList().find(std::string(step.name) + " "), std::string::npos);
-    for (const FieldDecl& field : step.fields) {
-      EXPECT_NE(StepHelp(step).find(field.name), std::string::npos);
-      EXPECT_EQ(step.Find(field.name), &field) << "named twice: " << field.name;
-      Fault fault;
-      if (*field.initial) {
-        EXPECT_TRUE(ReadJson(field.initial, fault)) << field.name;
-      }
-    }
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{}, {"walk"}, {"run"}, {"steps", "strok"}}) {
+    const Result r = Command(words);
+    EXPECT_TRUE(r.status == 2 && !r.err.empty() && r.out.empty()) << r.out;
   }
-  EXPECT_EQ(FunctionOf("render"), nullptr);
+  const Result r = Command({"run", "@none.json"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("none.json"), std::string::npos);
+  EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1);
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"--help"}, {"run", "--help"}, {"--version"}})
+    EXPECT_TRUE(Command(words).status == 0 && Command(words).err.empty()) << words[0];
 }
 
-// The hand-written steps of the document and its tables name what exists.
-TEST(Steps, TheDocumentTellsThemAll) {
+// Each can be done and is listed, and the document's second half is the table of them.
+TEST(Steps, AllAreToldEverywhere) {
   const auto path = std::filesystem::path(__FILE__).parent_path() / "../../docs/jobs.md";
   std::ifstream in(path);
   ASSERT_TRUE(in) << path;
-  const std::string text{std::istreambuf_iterator<char>(in), {}};
-  const std::string tables = StepsAsMarkdown();
+  const std::string text{std::istreambuf_iterator<char>(in), {}}, tables = StepsAsMarkdown();
   const size_t start = text.find("## The job\n");
   ASSERT_NE(start, std::string::npos);
   EXPECT_EQ(text.substr(start), tables) << "refresh it: sowfield steps --markdown";
+  const auto has = [](const std::string& whole, const std::string& part) {
+    return whole.find(part) != std::string::npos;
+  };
   for (const StepDecl& step : AllSteps()) {
-    EXPECT_NE(tables.find(std::string("\n### ") + step.name + "\n"), std::string::npos);
-    for (const FieldDecl& field : step.fields)
-      EXPECT_NE(tables.find(std::string("\n| `") + field.name + "` | "), std::string::npos);
+    const std::string name = step.name;
+    EXPECT_TRUE(FunctionOf(name) && has(StepList(), name + " ")) << name;
+    EXPECT_TRUE(has(tables, "\n### " + name + "\n")) << name;
+    for (const FieldDecl& field : step.fields) {
+      SCOPED_TRACE(name + ", " + field.name);
+      Fault fault;
+      EXPECT_TRUE(has(StepHelp(step), field.name));
+      EXPECT_TRUE(has(tables, std::string("\n| `") + field.name + "` | "));
+      EXPECT_EQ(step.Find(field.name), &field) << "named twice";
+      EXPECT_TRUE(!*field.initial || ReadJson(field.initial, fault));
+    }
   }
+  EXPECT_EQ(FunctionOf("render"), nullptr);
 }
 
 // The example of the document's first half is a job that runs.

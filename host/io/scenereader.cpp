@@ -53,18 +53,24 @@ json ParseScene(const GlbContent& content, Losses* losses) {
   return json::parse(text);
 }
 
-OpenedScene ReadScene(const ByteSource& source, Losses* losses) {
+// A file to read, and what is known to be wrong with it where it is recovered all the same.
+struct Found {
+  const ByteSource& source;
+  std::string damage;
+};
+
+OpenedScene ReadScene(const Found& file, Losses* losses) {
   GlbContent content;
   std::string why;
-  if (!ReadContainer(source, content, why)) {
+  if (!ReadContainer(file.source, content, why)) {
     if (!losses) throw SceneFault(why);
-    const std::string damage = why;
-    if (!FindDamagedParts(source, content, why)) throw SceneFault(why);
+    const std::string damage = file.damage.empty() ? why : file.damage;
+    if (!FindDamagedParts(file.source, content, why)) throw SceneFault(why);
     losses->Add(damage);
   }
   const json root = ParseScene(content, losses);
   const json& scene = MemberOf(MemberOf(root, "extensions"), kSceneExtension);
-  SceneIn in(source, content, root, losses);
+  SceneIn in(file.source, content, root, losses);
   int version = kSceneVersion;
   in.Try([&] { version = IntOf(MemberOf(scene, "version"), 1, INT_MAX, "the version"); });
   if (version > kSceneVersion)
@@ -87,7 +93,7 @@ void Exchange(Interface& ip, OpenedScene& other) {
 }
 
 // Reads a scene beside the present one and hands it to `take`, which can't fail. Why not, else.
-std::string Read(const ByteSource& source, const OpenOptions& options, OpenedScene& opened,
+std::string Read(const Found& file, const OpenOptions& options, OpenedScene& opened,
                  const std::function<void()>& take) {
   if (theHold.Holding() || theHold.RestoreOrRedoing() != 0) return "an undo step is open";
   std::string why;
@@ -96,7 +102,7 @@ std::string Read(const ByteSource& source, const OpenOptions& options, OpenedSce
     std::vector<std::string> lines;
     {
       Losses losses(lines);
-      opened = ReadScene(source, options.recover ? &losses : nullptr);
+      opened = ReadScene(file, options.recover ? &losses : nullptr);
     }
     if (options.recover) *options.recover = std::move(lines);
     if (options.accept) why = options.accept(*opened.scene);
@@ -113,10 +119,10 @@ std::string Read(const ByteSource& source, const OpenOptions& options, OpenedSce
   return why;
 }
 
-bool Open(Interface& ip, const ByteSource& source, const std::string& name,
-          const OpenOptions& options, std::string& error) {
+bool Open(Interface& ip, const Found& file, const std::string& name, const OpenOptions& options,
+          std::string& error) {
   OpenedScene opened;
-  const std::string why = Read(source, options, opened, [&] { Exchange(ip, opened); });
+  const std::string why = Read(file, options, opened, [&] { Exchange(ip, opened); });
   if (!why.empty()) {
     error = "cannot open \"" + name + "\": " + why;
     return false;
@@ -128,11 +134,11 @@ bool Open(Interface& ip, const ByteSource& source, const std::string& name,
   return true;
 }
 
-bool Merge(Interface& ip, const ByteSource& source, const std::string& name,
-           const OpenOptions& options, MergedScene& merged, std::string& error) {
+bool Merge(Interface& ip, const Found& file, const std::string& name, const OpenOptions& options,
+           MergedScene& merged, std::string& error) {
   OpenedScene opened;
   MergedScene done;
-  const std::string why = Read(source, options, opened, [&] { done = Adopt(ip, opened); });
+  const std::string why = Read(file, options, opened, [&] { done = Adopt(ip, opened); });
   if (!why.empty()) {
     error = "cannot merge \"" + name + "\": " + why;
     return false;
@@ -142,9 +148,11 @@ bool Merge(Interface& ip, const ByteSource& source, const std::string& name,
   return true;
 }
 
-// The description of a pair is worth reading even where its other file is lost.
+// The description of a pair is worth reading even where its other file is lost, which `error` tells
+// then.
 std::unique_ptr<ByteSource> OpenSource(const std::string& path, const OpenOptions& options,
                                        std::string& error) {
+  error.clear();
   std::unique_ptr<ByteSource> source = OpenContainer(path, error);
   if (source || !options.recover) return source;
   auto file = std::make_unique<FileSource>();
@@ -157,23 +165,23 @@ std::unique_ptr<ByteSource> OpenSource(const std::string& path, const OpenOption
 bool OpenScene(Interface& ip, const std::string& path, const OpenOptions& options,
                std::string& error) {
   const std::unique_ptr<ByteSource> source = OpenSource(path, options, error);
-  return source && Open(ip, *source, path, options, error);
+  return source && Open(ip, {*source, error}, path, options, error);
 }
 
 bool OpenSceneBytes(Interface& ip, std::span<const std::byte> bytes, const std::string& name,
                     const OpenOptions& options, std::string& error) {
-  return Open(ip, MemorySource(bytes), name, options, error);
+  return Open(ip, {MemorySource(bytes), ""}, name, options, error);
 }
 
 bool MergeScene(Interface& ip, const std::string& path, const OpenOptions& options,
                 MergedScene& merged, std::string& error) {
   const std::unique_ptr<ByteSource> source = OpenSource(path, options, error);
-  return source && Merge(ip, *source, path, options, merged, error);
+  return source && Merge(ip, {*source, error}, path, options, merged, error);
 }
 
 bool MergeSceneBytes(Interface& ip, std::span<const std::byte> bytes, const std::string& name,
                      const OpenOptions& options, MergedScene& merged, std::string& error) {
-  return Merge(ip, MemorySource(bytes), name, options, merged, error);
+  return Merge(ip, {MemorySource(bytes), ""}, name, options, merged, error);
 }
 
 }  // namespace host

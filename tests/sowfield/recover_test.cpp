@@ -184,6 +184,7 @@ TEST_F(Recover, APairWithoutItsBytesHasItsNodes) {
   EXPECT_FALSE(host::OpenScene(host.Services(), path, Options(false), error_));
   EXPECT_TRUE(host::OpenScene(host.Services(), path, Options(true), error_)) << error_;
   EXPECT_EQ(host.GetScene().AllNodes().size(), 3u);
+  EXPECT_TRUE(Lost(".bin\": No such file or directory"));
   EXPECT_TRUE(Lost("(Ins_Pos) ends with the file: 0 of 3 entries are there"));
   std::filesystem::remove_all(folder);
 }

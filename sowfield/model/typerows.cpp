@@ -92,10 +92,13 @@ void RemoveProxyFile(Distribution& d, int file) {
   block.Delete(Proxy_Files, file, 1);
 }
 
-void RemoveType(Distribution& d, const TypeRef& type) {
+void RemoveType(Distribution& d, const TypeRef& type, RemovedBecause why) {
   IParamBlock2& block = *d.block;
   const int t = type.type;
   const int firstSample = FirstSampleOf(d, t);
+  const auto removeShares = [&] {
+    for (const Param id : {Geo_Reserved_C, Geo_PaintPct}) block.Delete(id, t, 1);
+  };
 
   block.Delete(Geo_Kind, t, 1);
   if (type.HasNode()) {
@@ -104,12 +107,12 @@ void RemoveType(Distribution& d, const TypeRef& type) {
     RemoveProxyFile(d, type.file);
   }
   if (type.kind == 3) block.Delete(Proxy_Nodes, type.original, 1);
+  if (why == RemovedBecause::Asked) removeShares();
   block.Delete(Geo_BoxMax, t, 1);
   block.Delete(Geo_BoxMin, t, 1);
   block.Delete(Geo_Points, firstSample, block.GetInt(Geo_PointCount, d.curTime, t));
-  for (const Param id :
-       {Geo_PointCount, Geo_VertCount, Geo_FaceCount, Geo_Reserved_C, Geo_PaintPct})
-    block.Delete(id, t, 1);
+  for (const Param id : {Geo_PointCount, Geo_VertCount, Geo_FaceCount}) block.Delete(id, t, 1);
+  if (why == RemovedBecause::NodeWent) removeShares();
   for (const Param id : kSlotTables) block.Delete(id, t + 1, 1);
   for (const Param id : kAnimRows) block.Delete(id, t, 1);
   for (const Param id : kRandomTables) block.Delete(id, (t + 1) * kBlockSize, kBlockSize);
@@ -140,7 +143,7 @@ void RemoveNulledTypes(Distribution& d) {
   for (TypeRef t = firstNulled(); t.type >= 0; t = firstNulled()) {
     INode* source = d.SourceNode(t);
     INode* other = source ? source : original(t);
-    RemoveType(d, t);
+    RemoveType(d, t, RemovedBecause::NodeWent);
     if (other) GetCOREInterface()->DeleteNode(other, true, false);
   }
   for (int i = block.Count(Proxy_Nodes); i-- > 0;)

@@ -162,7 +162,7 @@ int DeleteSelectedTypes(Distribution& d) {
     const TypeRef type = d.FindType(row - 1);
     leaving.Take(d, type);
     leaving.TakeOriginal(d, type);
-    RemoveType(d, type);
+    RemoveType(d, type, RemovedBecause::Asked);
   });
   RecomputeBrushMinimum(d);
   leaving.LetGo();

@@ -9,6 +9,8 @@
 #include <stb_image.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cstring>
 #include <filesystem>
 
 #include "host/io/file.h"
@@ -48,6 +50,20 @@ std::string ExtensionOf(const std::string& path) {
   const std::string name = BaseNameOf(path);
   const size_t dot = name.rfind('.');
   return dot == std::string::npos ? "" : Lower(name.substr(dot));
+}
+
+std::string UriOf(const std::string& path) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string uri;
+  for (const char c : path) {
+    const auto u = static_cast<unsigned char>(c);
+    if ((u < 128 && std::isalnum(u)) || std::strchr("-_.~/", c)) {
+      uri += c;
+    } else {
+      uri += {'%', kHex[u >> 4], kHex[u & 15]};
+    }
+  }
+  return uri;
 }
 
 void ModelFolder::List() {

@@ -14,6 +14,8 @@ namespace host {
 std::string BaseNameOf(const std::string& path);
 /// In lower case, with its dot; empty without one. A to Z alone are changed.
 std::string ExtensionOf(const std::string& path);
+/// A relative path as an URI (RFC 3986, section 2): all but letters, digits and -_.~/ is encoded.
+std::string UriOf(const std::string& path);
 
 /// Finds what a model names. Files come from other machines: their paths are seldom true here.
 class ModelFolder {

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -38,20 +37,6 @@ std::string StemOf(const std::string& path) { return fs::path(FileBehind(path)).
 std::string FolderOf(const std::string& path) {
   const fs::path folder = fs::path(FileBehind(path)).parent_path();
   return folder.empty() ? "." : folder.string();
-}
-
-std::string UriOfName(const std::string& name) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  std::string uri;
-  for (const char c : name) {
-    const auto u = static_cast<unsigned char>(c);
-    if ((u < 128 && std::isalnum(u)) || std::strchr("-_.~", c)) {
-      uri += c;
-    } else {
-      uri += {'%', kHex[u >> 4], kHex[u & 15]};
-    }
-  }
-  return uri;
 }
 
 // What the text says of its buffer.
@@ -243,7 +228,7 @@ std::string PairPathFor(const std::string& path) {
 }
 
 std::string PairUriFor(const std::string& path) {
-  return UriOfName(StemOf(path) + BinEndingOf(std::string(kDigits, '0')));
+  return UriOf(StemOf(path) + BinEndingOf(std::string(kDigits, '0')));
 }
 
 bool WritePair(const std::string& path, std::string text, const BinaryParts& parts, bool backup,

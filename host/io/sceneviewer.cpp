@@ -85,20 +85,6 @@ bool IsWebPicture(const std::string& file) {
   return extension == ".png" || extension == ".jpg" || extension == ".jpeg";
 }
 
-std::string UriOf(const std::string& file) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  std::string uri;
-  for (const char c : file) {
-    const auto u = static_cast<unsigned char>(c);
-    if (std::isalnum(u) || std::strchr("-_.~/", c)) {
-      uri += c;
-    } else {
-      uri += {'%', kHex[u >> 4], kHex[u & 15]};
-    }
-  }
-  return uri;
-}
-
 INode* BoneOf(const AnimatedMesh& animated, size_t i) {
   const int reference = 1 + int(i);
   return reference < animated.NumRefs() ? static_cast<INode*>(animated.GetReference(reference))

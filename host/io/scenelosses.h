@@ -27,7 +27,6 @@ class Losses {
       lines_.push_back(who_ ? who_() + ": " + text : text);
     }
   }
-  bool Any() const { return !lines_.empty(); }
 
   /// Puts a thing's name before the lines that are added while this lives.
   class Naming {

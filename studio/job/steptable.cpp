@@ -254,16 +254,6 @@ constexpr FieldDecl kAdd[] = {
      .meaning = "names of the source nodes, in the order of the types that they become"},
 };
 
-constexpr FieldDecl kReplace[] = {
-    {.name = "type",
-     .type = Row,
-     .required = true,
-     .low = 0,
-     .high = kMost,
-     .meaning = "object type, by name or number from 0"},
-    {.name = "node", .type = Text, .required = true, .meaning = "name of its new source node"},
-};
-
 constexpr FieldDecl kOfType[] = {
     {.name = "type",
      .type = Row,
@@ -271,6 +261,11 @@ constexpr FieldDecl kOfType[] = {
      .low = 0,
      .high = kMost,
      .meaning = "object type, by name or number from 0"},
+};
+
+constexpr FieldDecl kReplace[] = {
+    kOfType[0],
+    {.name = "node", .type = Text, .required = true, .meaning = "name of its new source node"},
 };
 
 constexpr FieldDecl kFileOfType[] = {

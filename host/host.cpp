@@ -7,6 +7,7 @@
 #include "host/scene/modifier.h"
 #include "host/scene/primitives.h"
 #include "host/scene/proxyobjects.h"
+#include "host/scene/shape.h"
 #include "host/scene/triobject.h"
 
 namespace {
@@ -61,6 +62,11 @@ void Interface::DeleteNodes(std::span<INode* const> nodes, bool redraw) {
   if (scene_->DeleteNodes(nodes) > 0 && redraw) RedrawViews(GetTime());
 }
 
+void Interface::SelectNodeTab(std::span<INode* const> nodes) {
+  scene_->ClearNodeSelection();
+  for (INode* n : nodes) scene_->SelectNode(n, false);
+}
+
 void Interface::PrintToListener(const WStr& text) {
   if (listener_) {
     listener_(text);
@@ -83,6 +89,7 @@ Host::Host() : before_(inForce) {
   RegisterMaterialClasses(core_->classes);
   RegisterMeshClasses(core_->classes);
   RegisterPrimitiveClasses(core_->classes);
+  RegisterShapeClass(core_->classes);
   RegisterControlClasses(core_->classes);
   RegisterAnimatedMeshClass(core_->classes);
   RegisterProxyClasses(core_->classes);

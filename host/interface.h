@@ -46,6 +46,14 @@ class Interface {
   void DeleteNode(INode* node, bool redraw, bool overrideSlaves);
   /// Several at one stroke, with one redraw.
   void DeleteNodes(std::span<INode* const> nodes, bool redraw);
+  /// See Scene.
+  void SelectNode(INode* node, bool clearSelection = true) {
+    scene_->SelectNode(node, clearSelection);
+  }
+  void ClearNodeSelection() { scene_->ClearNodeSelection(); }
+  /// Selects these alone, in the order given.
+  void SelectNodeTab(std::span<INode* const> nodes);
+  Renderer* GetCurrentRenderer() const { return scene_->GetRenderer(); }
   ILayerManager& GetLayerManager() { return scene_->Layers(); }
   Scene& GetScene() { return *scene_; }
   /// Puts another scene in the place of the present one, which comes back. Tells nobody.

@@ -265,7 +265,7 @@ void FileCommands::Commands::Info(Steps& steps, std::ostream& out) const {
   std::string text =
       fmt::format("{}: {} bytes, unit {} x {}, frames {} to {}\n", scene, Grouped(bytes),
                   stage.Ip().MasterUnitScale(), unit, range.Start() / frame, range.End() / frame);
-  text += fmt::format("{} nodes:", Grouped((long long)(nodes.size())));
+  text += Counted(nodes.size(), "node") + ":";
   for (const auto& [name, count] : classes) {
     document.Key(name).Int(count);
     text +=
@@ -278,7 +278,22 @@ void FileCommands::Commands::Info(Steps& steps, std::ostream& out) const {
     text +=
         fmt::format(" \"{}\"{}", ToUtf8(layer->GetName()), layer->IsHidden() ? " (hidden)" : "");
   }
-  document.End().Line().Key("objects").BeginList();
+  document.End().Line().Key("selected").BeginList();
+  std::string selected;
+  for (const INode* node : stage.Ip().GetScene().Selection()) {
+    const std::string name = ToUtf8(node->GetName());
+    document.Text(name);
+    selected += fmt::format(" \"{}\"", name);
+  }
+  document.End();
+  if (!selected.empty()) text += "\nselected:" + selected;
+  if (const Renderer* renderer = stage.Ip().GetCurrentRenderer()) {
+    WStr name;
+    renderer->GetClassName(name);
+    document.Line().Key("renderer").Text(name.empty() ? "unknown" : ToUtf8(name));
+    text += "\nrenderer: " + (name.empty() ? "unknown" : ToUtf8(name));
+  }
+  document.Line().Key("objects").BeginList();
   text += '\n';
   for (INode* node : stage.SowfieldNodes()) {
     const sowfield::Distribution& d = Stage::SowfieldOf(node)->distribution;

@@ -38,6 +38,7 @@ class Side {
       byId_[out_.Id(n).get<std::string>()] = n;
       values_[n] = NodeValue(*n);
     }
+    out_.Ref(stage.Ip().GetCurrentRenderer());
     while (ReferenceTarget* thing = out_.NextThing()) {
       byId_[out_.Id(thing).get<std::string>()] = thing;
       values_[thing] = ThingValue(*thing);
@@ -84,13 +85,8 @@ class Side {
     auto* object = dynamic_cast<Object*>(&thing);
     if (const auto* known = host::FindSceneClass(thing.SuperClassID(), thing.ClassID())) {
       value = known->write(out_, thing);
-    } else if (IParamBlock2* block = object ? object->GetParamBlock(0) : nullptr) {
-      value["block"] = host::BlockValue(out_, *block);
-      for (int i = 0; i < thing.NumRefs(); ++i)
-        if (ReferenceTarget* target = thing.GetReference(i); target && target != block)
-          value["reference " + std::to_string(i)] = out_.Ref(target);
     } else {
-      throw host::SceneFault("a thing of an unknown class can't be compared");
+      value = PluginValue(thing);
     }
     // Which nodes show it is told of the nodes; the order in which they came to do so is its own.
     if (object) {
@@ -101,6 +97,18 @@ class Side {
             if (node->GetObjectRef() == object) shown.push_back(out_.Ref(node));
       if (shown.size() > 1) value["nodes in order"] = std::move(shown);
     }
+    return value;
+  }
+
+  json PluginValue(const ReferenceTarget& thing) {
+    json value = host::PluginValue(out_, thing);
+    for (json& block : value["blocks"]) {
+      const int index = block["index"];
+      block.erase("index");
+      value[index == 0 ? "block" : "block " + std::to_string(index)] = std::move(block);
+    }
+    for (const json& ref : value["refs"]) value["reference " + ref["index"].dump()] = ref["to"];
+    value.erase("blocks"), value.erase("refs");
     return value;
   }
 
@@ -258,6 +266,15 @@ class Comparison {
       return json(ToUtf8(ip.GetLayerManager().GetCurrentLayer()->GetName()));
     };
     put("current layer", current(x), current(y));
+    const auto selection = [](Interface& ip) {
+      json list = json::array();
+      for (const INode* n : ip.GetScene().Selection()) list.push_back(ToUtf8(n->GetName()));
+      return list;
+    };
+    put("selection", selection(x), selection(y));
+    Renderer *const before = x.GetCurrentRenderer(), *const after = y.GetCurrentRenderer();
+    if (!Same(before, after, "the scene"))
+      change_.scene.push_back({"renderer", TargetText(before), TargetText(after)});
     OrderOfNodes();
   }
 

@@ -15,6 +15,7 @@ inline constexpr SClass_ID HELPER_CLASS_ID = 80;
 inline constexpr SClass_ID PAINT_SYSTEM_CLASS_ID = 0x200;
 inline constexpr SClass_ID MATERIAL_CLASS_ID = 0xC00;
 inline constexpr SClass_ID TEXMAP_CLASS_ID = 0xC10;
+inline constexpr SClass_ID RENDERER_CLASS_ID = 0xF00;
 inline constexpr SClass_ID PARAMETER_BLOCK2_CLASS_ID = 0x82;
 inline constexpr SClass_ID LAYER_CLASS_ID = 0x1010;
 

@@ -1,5 +1,6 @@
 #include "host/io/scenebuild.h"
 
+#include <algorithm>
 #include <climits>
 #include <unordered_map>
 
@@ -43,9 +44,9 @@ class Nursery : public ReferenceTarget {
 };
 
 // The phases in which things are filled. A stack finds its modifiers filled, since one that is
-// dropped can't leave it. Objects with blocks come last: they would hear of each change of what
-// they refer to.
-enum class Filled { Modifiers, Others, Blocks };
+// dropped can't leave it. Things of plug-ins come last: they would hear of each change of what they
+// refer to.
+enum class Filled { Modifiers, Others, Plugins };
 
 class SceneBuilder {
  public:
@@ -58,10 +59,14 @@ class SceneBuilder {
     in_.Try([&] { MakeThings(); });
     for (const Made& m : nodes_)
       Within(*m.value, [&] { FillNode(static_cast<INode&>(*m.thing), *m.value); });
-    for (const Filled phase : {Filled::Modifiers, Filled::Others, Filled::Blocks})
+    for (const Filled phase : {Filled::Modifiers, Filled::Others, Filled::Plugins})
       for (Made& m : things_)
         if (m.thing && PhaseOf(*m.thing) == phase) DropUnless(m, [&] { FillThing(m); });
     CheckRings();
+    in_.Try([&] { ReadSelection(); });
+    in_.Try([&] {
+      opened_.scene->SetRenderer(in_.RefTo<Renderer>(MemberOf(value_, "renderer"), "the renderer"));
+    });
     opened_.scene->CountNames();
     return std::move(opened_);
   }
@@ -168,6 +173,14 @@ class SceneBuilder {
     });
   }
 
+  void ReadSelection() {
+    for (const json& ref : ListOf(value_, "selection"))
+      in_.Try([&] {
+        if (auto* node = in_.RefTo<INode>(ref, "the selection"))
+          opened_.scene->SelectNode(node, false);
+      });
+  }
+
   static void ReadLayer(ILayerManager& layers, const json& value) {
     const WStr name = TextOf(MemberOf(value, "name"), "the name of a layer");
     ILayer* layer = layers.GetLayer(name);
@@ -239,14 +252,14 @@ class SceneBuilder {
     return thing;
   }
 
-  static bool HasBlock(const ReferenceTarget& thing) {
+  static bool IsPlugin(const ReferenceTarget& thing) {
     return !FindSceneClass(thing.SuperClassID(), thing.ClassID()) &&
            !dynamic_cast<const UnknownThing*>(&thing);
   }
 
   static Filled PhaseOf(const ReferenceTarget& thing) {
-    if (HasBlock(thing)) return Filled::Blocks;
-    return dynamic_cast<const Modifier*>(&thing) ? Filled::Modifiers : Filled::Others;
+    if (dynamic_cast<const Modifier*>(&thing)) return Filled::Modifiers;
+    return IsPlugin(thing) ? Filled::Plugins : Filled::Others;
   }
 
   void FillThing(const Made& made) {
@@ -254,11 +267,8 @@ class SceneBuilder {
     ReferenceTarget& thing = *made.thing;
     auto* object = dynamic_cast<Object*>(&thing);
     const SceneClass* known = FindSceneClass(thing.SuperClassID(), thing.ClassID());
-    if (HasBlock(thing)) {
-      FillBlock(object, MemberOf(value, "block"));
-      in_.Try([&] {
-        for (const json& ref : ListOf(value, "refs")) in_.Try([&] { FillRef(*object, ref); });
-      });
+    if (IsPlugin(thing)) {
+      ReadPlugin(in_, thing, value);
     } else if (known) {
       known->read(in_, thing, MemberOf(value, "data"));
     } else {
@@ -278,35 +288,6 @@ class SceneBuilder {
     if (!node || node->GetObjectRef())
       throw SceneFault("a node that shows it is missing, or shows another object");
     node->ReplaceReference(INode::kObjectRef, object);
-  }
-
-  // Which kinds of things an object takes, only its class knows: one that holds a mesh gets one.
-  void FillRef(Object& object, const json& value) {
-    const int i = IntOf(MemberOf(value, "index"), 0, object.NumRefs() - 1, "a reference's index");
-    auto* target = in_.RefTo<TriObject>(MemberOf(value, "to"), "a reference");
-    if (object.GetReference(i) && object.GetReference(i) != target &&
-        object.GetReference(i) == object.GetParamBlock(0))
-      throw SceneFault("reference " + std::to_string(i) + " is its parameter block");
-    object.ReplaceReference(i, target);
-  }
-
-  // The block is filled before the object gets it: no message reaches a half-loaded object.
-  void FillBlock(Object* object, const json& value) {
-    IParamBlock2* made = object ? object->GetParamBlock(0) : nullptr;
-    if (!made) throw SceneFault("objects of its class have no parameter block");
-    const int id = IntOf(MemberOf(value, "id"), 0, INT16_MAX, "the id of the block");
-    if (id != made->ID())
-      throw SceneFault("its block has the id " + std::to_string(id) + ", expected " +
-                       std::to_string(made->ID()));
-    auto* block = new IParamBlock2(*made->GetDesc(), nullptr);
-    nursery_.Take(block);
-    ReadBlock(in_, *block, value);
-    for (int i = 0; i < object->NumRefs(); ++i)
-      if (object->GetReference(i) == made) {
-        object->ReplaceReference(i, block);
-        return;
-      }
-    throw SceneFault("its parameter block can't be exchanged");
   }
 
   void FillNode(INode& node, const json& value) {
@@ -341,35 +322,56 @@ class SceneBuilder {
     node.SetLayer(opened_.scene->Layers().GetDefaultLayer());
   }
 
-  // A material or a stack within itself would never end.
+  // A material, a map or a stack within itself would never end. The one at fault goes, not those
+  // that hold it.
   void CheckRings() {
-    std::unordered_map<const ReferenceTarget*, int> state;  // 1 on the way down, 2 done
+    Heights heights;
     for (Made& m : things_) {
-      if (!m.thing) continue;
-      DropUnless(m, [&] {
-        if (const auto* mtl = dynamic_cast<const Mtl*>(m.thing)) CheckMaterial(mtl, state, 0);
-        const auto* below = dynamic_cast<const DerivedObject*>(m.thing);
-        for (int depth = 0; below; ++depth) {
-          if (depth > kDeepestText) throw SceneFault("its stack has no end");
-          below = dynamic_cast<const DerivedObject*>(below->GetObjRef());
-        }
-      });
+      while (const MtlBase* bad = FirstBad(dynamic_cast<const MtlBase*>(m.thing), heights))
+        DropUnless(MadeOf(bad), [&] {
+          throw SceneFault("the material or map \"" + ToUtf8(bad->GetName()) +
+                           "\" lies within itself, or too deep");
+        });
+      if (m.thing) DropUnless(m, [&] { CheckStack(dynamic_cast<const DerivedObject*>(m.thing)); });
     }
   }
-  void CheckMaterial(const Mtl* mtl, std::unordered_map<const ReferenceTarget*, int>& state,
-                     int depth) {
-    if (const auto at = state.find(mtl); at != state.end() && at->second == 2) return;
-    try {
-      if (state.contains(mtl) || depth > kDeepestText)
-        throw SceneFault("the material \"" + ToUtf8(mtl->GetName()) + "\" lies within itself");
-      state[mtl] = 1;
-      for (int i = 0; i < mtl->NumSubMtls(); ++i)
-        if (const Mtl* sub = mtl->GetSubMtl(i)) CheckMaterial(sub, state, depth + 1);
-      state[mtl] = 2;
-    } catch (const SceneFault&) {
-      state.erase(mtl);
-      throw;
+
+  static void CheckStack(const DerivedObject* stack) {
+    for (int depth = 0; stack; ++depth) {
+      if (depth > kDeepestText) throw SceneFault("its stack has no end");
+      stack = dynamic_cast<const DerivedObject*>(stack->GetObjRef());
     }
+  }
+
+  // How many lie under one another from a material or map on; 0 while it is being looked at. What
+  // is dropped gets none.
+  using Heights = std::unordered_map<const MtlBase*, int>;
+  static const MtlBase* FirstBad(const MtlBase* base, Heights& heights, int depth = 0) {
+    if (!base || depth > kDeepestText) return base;
+    const auto [at, isNew] = heights.emplace(base, 0);
+    if (!isNew) return at->second == 0 ? base : nullptr;
+    int height = 1;
+    const MtlBase* bad = nullptr;
+    const auto look = [&](const MtlBase* sub) {
+      if (!sub || bad) return;
+      bad = FirstBad(sub, heights, depth + 1);
+      if (!bad) height = std::max(height, heights.at(sub) + 1);
+    };
+    const auto* mtl = dynamic_cast<const Mtl*>(base);
+    for (int i = 0; mtl && i < mtl->NumSubMtls(); ++i) look(mtl->GetSubMtl(i));
+    for (int i = 0; i < base->NumSubTexmaps(); ++i) look(base->GetSubTexmap(i));
+    if (!bad && height > kDeepestText) bad = base;
+    if (bad) {
+      heights.erase(base);
+    } else {
+      heights[base] = height;
+    }
+    return bad;
+  }
+
+  Made& MadeOf(const ReferenceTarget* thing) {
+    return *std::find_if(things_.begin(), things_.end(),
+                         [&](const Made& m) { return m.thing == thing; });
   }
 
   SceneIn& in_;

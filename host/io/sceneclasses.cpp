@@ -8,6 +8,7 @@
 #include "host/scene/modifier.h"
 #include "host/scene/node.h"
 #include "host/scene/primitives.h"
+#include "host/scene/shape.h"
 
 namespace host {
 
@@ -275,6 +276,28 @@ void ReadCamera(const SceneIn&, ReferenceTarget& thing, const json& data) {
   static_cast<CameraObject&>(thing).SetFOV(0, FloatOf(MemberOf(data, "fov"), "fov"));
 }
 
+json WriteShape(SceneOut& out, const ReferenceTarget& thing) {
+  json splines = json::array();
+  for (const Spline3D& s : static_cast<const SplineShape&>(thing).GetShape().splines)
+    splines.push_back({{"closed", s.Closed()}, {"knots", out.Table("point3", s.Knots())}});
+  return {{"splines", std::move(splines)}};
+}
+
+void ReadShape(const SceneIn& in, ReferenceTarget& thing, const json& data) {
+  BezierShape shape;
+  const json& splines = ListOf(data, "splines");
+  for (size_t i = 0; i < splines.size(); ++i)
+    in.Try([&] {
+      const std::string of = " of spline " + std::to_string(i);
+      const bool closed = FlagOf(MemberOf(splines[i], "closed"), ("closed" + of).c_str());
+      shape.splines.emplace_back(
+          in.Table<std::vector<Point3>>(MemberOf(splines[i], "knots"), "point3",
+                                        ("the table knots" + of).c_str()),
+          closed);
+    });
+  static_cast<SplineShape&>(thing).SetShape(std::move(shape));
+}
+
 json WriteStdMtl(SceneOut& out, const ReferenceTarget& thing) {
   const auto& m = static_cast<const StdMtl&>(thing);
   const Color c = m.GetDiffuse();
@@ -352,6 +375,7 @@ constexpr SceneClass kClasses[] = {
     {GEOMOBJECT_CLASS_ID, PlaneObject::kClassID, Make<PlaneObject>, SceneAccess::WritePlane,
      ReadPlane},
     {GEOMOBJECT_CLASS_ID, AnimatedMesh::kClassID, Make<AnimatedMesh>, WriteAnimated, ReadAnimated},
+    {SHAPE_CLASS_ID, splineShapeClassID, Make<SplineShape>, WriteShape, ReadShape},
     {CAMERA_CLASS_ID, CameraObject::kClassID, Make<CameraObject>, WriteCamera, ReadCamera},
     {MATERIAL_CLASS_ID, StdMtl::kClassID, Make<StdMtl>, WriteStdMtl, ReadStdMtl},
     {MATERIAL_CLASS_ID, MultiMtl::kClassID, Make<MultiMtl>, WriteMultiMtl, ReadMultiMtl},
@@ -359,50 +383,6 @@ constexpr SceneClass kClasses[] = {
     {FLOAT_CONTROL_CLASS_ID, FloatControl::kClassID, Make<FloatControl>, WriteFloat, ReadFloat},
     {TRANSFORM_CONTROL_CLASS_ID, TransformControl::kClassID, Make<TransformControl>,
      SceneAccess::WriteTransform, SceneAccess::ReadTransform}};
-
-class UnknownObject : public Object, public UnknownThing {
- public:
-  UnknownObject(SClass_ID super, Class_ID id) : super_(super), id_(id) {}
-  SClass_ID SuperClassID() const override { return super_; }
-  Class_ID ClassID() const override { return id_; }
-  ObjectState Eval(TimeValue) override { return ObjectState(this); }
-  void GetLocalBoundBox(TimeValue, INode*, ViewExp*, Box3& box) override { box = {}; }
-
- private:
-  SClass_ID super_;
-  Class_ID id_;
-};
-
-class UnknownMtl : public Mtl, public UnknownThing {
- public:
-  explicit UnknownMtl(Class_ID id) : id_(id) {}
-  Class_ID ClassID() const override { return id_; }
-  Color GetDiffuse() const override { return StdMtl().GetDiffuse(); }
-  void SetDiffuse(const Color&, TimeValue) override {}
-
- private:
-  Class_ID id_;
-};
-
-class UnknownTexmap : public Texmap, public UnknownThing {
- public:
-  explicit UnknownTexmap(Class_ID id) : id_(id) {}
-  Class_ID ClassID() const override { return id_; }
-
- private:
-  Class_ID id_;
-};
-
-class UnknownModifier : public Modifier, public UnknownThing {
- public:
-  explicit UnknownModifier(Class_ID id) : id_(id) {}
-  Class_ID ClassID() const override { return id_; }
-  const wchar_t* GetObjectName() override { return L""; }
-  void ModifyMesh(TimeValue, Mesh&) const override {}
-
- private:
-  Class_ID id_;
-};
 
 }  // namespace
 
@@ -424,24 +404,5 @@ void TakeChildren(INode& from, INode& to) { SceneAccess::TakeChildren(from, to);
 MotionTracks TracksOf(const TransformControl& control) { return SceneAccess::Motion(control); }
 
 const std::vector<float>& KeyValuesOf(const Track& track) { return SceneAccess::KeyValues(track); }
-
-ReferenceTarget* MakeUnknownThing(SClass_ID super, Class_ID id) {
-  switch (super) {
-    case GEOMOBJECT_CLASS_ID:
-    case CAMERA_CLASS_ID:
-    case LIGHT_CLASS_ID:
-    case SHAPE_CLASS_ID:
-    case HELPER_CLASS_ID:
-      return new UnknownObject(super, id);
-    case MATERIAL_CLASS_ID:
-      return new UnknownMtl(id);
-    case OSM_CLASS_ID:
-      return new UnknownModifier(id);
-    case TEXMAP_CLASS_ID:
-      return new UnknownTexmap(id);
-    default:
-      return nullptr;
-  }
-}
 
 }  // namespace host

@@ -67,6 +67,7 @@ MergedScene Adopt(Interface& ip, OpenedScene& opened) {
     layers.emplace(from, to);
   }
 
+  coming.ClearNodeSelection();
   for (size_t i = 0; i < renamed.size(); ++i) renamed[i]->SetName(merged.renamed[i].second);
   for (INode* n : nodes)
     if (n->GetLayer()) n->SetLayer(layers.at(n->GetLayer()));

@@ -22,6 +22,7 @@
 #include "host/scene/modifier.h"
 #include "host/scene/node.h"
 #include "host/scene/proxyobjects.h"
+#include "host/scene/shape.h"
 
 namespace host {
 
@@ -270,6 +271,13 @@ class ViewerScene {
         nodes_[Under(place, NearestOf(rest))]["camera"] = *index;
       return;
     }
+    if (const auto* shape = dynamic_cast<const SplineShape*>(base)) {
+      const Nearest n = NearestOf(rest);
+      const std::optional<size_t> lines =
+          n.same ? LinesOfNode(node, *shape) : MakeLines(node, *shape, &rest);
+      if (lines) nodes_[n.same ? Under(place, n) : place.index]["mesh"] = *lines;
+      return;
+    }
     if (auto* source = dynamic_cast<InstanceSource*>(base)) AddInstances(node, place, *source);
     // A plug-in's own mesh is what it shows at the moment: no part of the scene.
     if (base->SuperClassID() != GEOMOBJECT_CLASS_ID ||
@@ -478,6 +486,29 @@ class ViewerScene {
     return meshes_.size() - 1;
   }
 
+  std::optional<size_t> LinesOfNode(const INode& node, const SplineShape& shape) {
+    const auto [at, isNew] = meshOf_.try_emplace(
+        std::tuple(static_cast<const void*>(&shape), nullptr, node.GetWireColor()));
+    if (isNew) at->second = MakeLines(node, shape, nullptr);
+    return at->second;
+  }
+
+  // As views draw it: whatever the node's material, lines have the wire colour.
+  std::optional<size_t> MakeLines(const INode& node, const SplineShape& shape,
+                                  const Matrix3* baked) {
+    json primitives = json::array();
+    for (const Spline3D& spline : shape.GetShape().splines) {
+      const std::vector<Point3> points = ViewerLine(spline, baked);
+      if (points.empty()) continue;
+      primitives.push_back({{"attributes", {{"POSITION", Positions(points)}}},
+                            {"mode", spline.Closed() ? kLineLoop : kLineStrip},
+                            {"material", MaterialOf({nullptr, node.GetWireColor()}, 0)}});
+    }
+    if (primitives.empty()) return std::nullopt;
+    meshes_.push_back({{"primitives", std::move(primitives)}});
+    return meshes_.size() - 1;
+  }
+
   json Positions(const std::vector<Point3>& points) {
     Point3 low = points[0], high = low;
     for (const Point3& p : points)
@@ -580,6 +611,7 @@ class ViewerScene {
   // As accessors and views of vertices and indices have them.
   static constexpr int kUshort = 5123, kUint = 5125, kFloat = 5126;
   static constexpr int kVertices = 34962, kIndices = 34963;
+  static constexpr int kLineLoop = 2, kLineStrip = 3;
 
   Interface& ip_;
   std::filesystem::path folder_;

@@ -8,7 +8,6 @@
 #include "host/io/scenefile.h"
 #include "host/io/sceneviewer.h"
 #include "host/scene/node.h"
-#include "host/scene/triobject.h"
 
 namespace host {
 
@@ -53,18 +52,6 @@ std::string LabelOf(const ReferenceTarget& thing) {
   return label;
 }
 
-// References beside the block, by their index.
-json OtherRefs(SceneOut& out, const ReferenceTarget& thing, const IParamBlock2* block) {
-  json refs = json::array();
-  for (int i = 0; i < thing.NumRefs(); ++i)
-    if (ReferenceTarget* target = thing.GetReference(i); target && target != block) {
-      if (!dynamic_cast<TriObject*>(target))
-        throw SceneFault("its reference " + std::to_string(i) + " can't be saved");
-      refs.push_back({{"index", i}, {"to", out.Ref(target)}});
-    }
-  return refs;
-}
-
 json ThingValue(SceneOut& out, ReferenceTarget& thing) {
   WStr name;
   thing.GetClassName(name);
@@ -75,14 +62,10 @@ json ThingValue(SceneOut& out, ReferenceTarget& thing) {
     value = {{"super", HexValue(thing.SuperClassID())},
              {"class", ClassValue(thing.ClassID())},
              {"className", ToUtf8(name)}};
-    auto* object = dynamic_cast<Object*>(&thing);
     if (const SceneClass* known = FindSceneClass(thing.SuperClassID(), thing.ClassID())) {
       value["data"] = known->write(out, thing);
-    } else if (IParamBlock2* block = object ? object->GetParamBlock(0) : nullptr) {
-      value["block"] = BlockValue(out, *block);
-      value["refs"] = OtherRefs(out, thing, block);
     } else {
-      throw SceneFault("things of its class can't be saved");
+      value.update(PluginValue(out, thing));
     }
   }
   value["id"] = out.Id(&thing);
@@ -101,6 +84,9 @@ json SceneValue(Interface& ip, SceneOut& out, const std::vector<INode*>& nodes) 
     layerList.push_back({{"name", ToUtf8(l->GetName())}, {"hidden", l->IsHidden()}});
   json nodeList = json::array();
   for (INode* n : nodes) nodeList.push_back(NodeValue(out, *n));
+  json selection = json::array();
+  for (INode* n : ip.GetScene().Selection()) selection.push_back(out.Ref(n));
+  const json renderer = out.Ref(ip.GetCurrentRenderer());
   json things = json::array();
   while (ReferenceTarget* thing = out.NextThing()) {
     try {
@@ -119,6 +105,8 @@ json SceneValue(Interface& ip, SceneOut& out, const std::vector<INode*>& nodes) 
       {"layers", std::move(layerList)},
       {"currentLayer", ToUtf8(layers.GetCurrentLayer()->GetName())},
       {"nodes", std::move(nodeList)},
+      {"selection", std::move(selection)},
+      {"renderer", renderer},
       {"things", std::move(things)}};
 }
 

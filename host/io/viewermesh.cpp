@@ -91,6 +91,16 @@ std::vector<ViewerPart> ViewerParts(const Mesh& source, const Matrix3* baked) {
   return parts;
 }
 
+std::vector<Point3> ViewerLine(const Spline3D& spline, const Matrix3* baked) {
+  std::vector<Point3> points;
+  for (const Point3& knot : spline.Knots()) {
+    points.push_back(baked ? knot * *baked : knot);
+    if (!IsFinite(points.back())) return {};
+  }
+  if (points.size() < 2) points.clear();
+  return points;
+}
+
 Mesh StartOf(const MeshMotion& motion) {
   Mesh mesh = motion.base;
   if (motion.frames.empty()) return mesh;

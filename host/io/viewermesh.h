@@ -8,6 +8,7 @@
 #include "host/math/matrix3.h"
 #include "host/scene/animatedmesh.h"
 #include "host/scene/mesh.h"
+#include "host/scene/shape.h"
 
 namespace host {
 
@@ -24,6 +25,10 @@ struct ViewerPart {
 /// The parts of a sound mesh, by rising material id. With `baked` its vertices are taken through
 /// that matrix first, and a mirrored mesh keeps its faces the right way round.
 std::vector<ViewerPart> ViewerParts(const Mesh& mesh, const Matrix3* baked);
+
+/// The knots of a spline, through `baked` where it is given. None for a spline that is no line:
+/// with less than two knots, or with one that isn't finite then.
+std::vector<Point3> ViewerLine(const Spline3D& spline, const Matrix3* baked);
 
 /// The shape that morph targets and bones start from, at time 0.
 Mesh StartOf(const MeshMotion& motion);

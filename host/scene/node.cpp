@@ -288,8 +288,9 @@ void NodeLinkRecord::Detach() {
 
 // A node that only changes its parent is out of the scene for a moment, and hasn't left it.
 void NodeLinkRecord::Settled() {
-  if (std::exchange(detached_, false) && !node_->InScene())
-    BroadcastNotification({NOTIFY_NODE_LEFT_SCENE, 0, node_.get()});
+  if (!std::exchange(detached_, false) || node_->InScene()) return;
+  node_->selectedAs_ = 0;
+  BroadcastNotification({NOTIFY_NODE_LEFT_SCENE, 0, node_.get()});
 }
 
 ReferenceTarget* TargetOf(INode* node) { return node; }

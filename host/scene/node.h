@@ -65,6 +65,7 @@ class INode : public ReferenceTarget {
   void Hide(bool on);
   bool Renderable() const { return renderable_; }
   void SetRenderable(bool on);
+  bool Selected() const { return selectedAs_ > 0; }
   ILayer* GetLayer() const { return layer_; }
   void SetLayer(ILayer* layer);
 
@@ -117,6 +118,7 @@ class INode : public ReferenceTarget {
   bool hidden_ = false;
   bool renderable_ = true;
   bool isRoot_ = false;
+  unsigned selectedAs_ = 0;  // rises in the order of selection; 0 for a node that isn't selected
   INode* parent_ = nullptr;
   std::vector<INode*> children_;
 };

@@ -21,11 +21,18 @@ Scene::Scene() {
 
 Scene::~Scene() { Scene::DeleteAllRefsFromMe(); }
 
+ReferenceTarget* Scene::GetReference(int i) const {
+  if (i == 0) return root_;
+  return i == 1 ? static_cast<ReferenceTarget*>(layers_) : renderer_;
+}
+
 void Scene::SetReference(int i, ReferenceTarget* t) {
   if (i == 0) {
     root_ = static_cast<INode*>(t);
-  } else {
+  } else if (i == 1) {
     layers_ = static_cast<ILayerManager*>(t);
+  } else {
+    renderer_ = static_cast<Renderer*>(t);
   }
 }
 
@@ -116,7 +123,26 @@ void Scene::TakeOut(INode* node) {
   if (!madeHere)
     theHold->Put(
         std::make_unique<NodeLinkRecord>(node, parent, at, NodeLinkRecord::Kind::Detached));
+  node->selectedAs_ = 0;
   BroadcastNotification({NOTIFY_NODE_LEFT_SCENE, 0, node});
+}
+
+std::vector<INode*> Scene::Selection() const {
+  std::vector<INode*> selected = AllNodes();
+  std::erase_if(selected, [](const INode* n) { return !n->Selected(); });
+  std::sort(selected.begin(), selected.end(),
+            [](const INode* a, const INode* b) { return a->selectedAs_ < b->selectedAs_; });
+  return selected;
+}
+
+void Scene::SelectNode(INode* node, bool clearSelection) {
+  if (clearSelection) ClearNodeSelection();
+  if (!node->Selected()) node->selectedAs_ = ++lastSelected_;
+}
+
+void Scene::ClearNodeSelection() {
+  for (INode* n : AllNodes()) n->selectedAs_ = 0;
+  lastSelected_ = 0;
 }
 
 std::vector<INode*> Scene::AllNodes() const {

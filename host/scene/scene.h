@@ -6,8 +6,9 @@
 
 #include "host/scene/layer.h"
 #include "host/scene/node.h"
+#include "host/scene/renderer.h"
 
-/// The nodes and layers of a host.
+/// The nodes and layers of a host, what is selected, and the renderer.
 class Scene : public ReferenceTarget {
  public:
   Scene();
@@ -30,6 +31,18 @@ class Scene : public ReferenceTarget {
   /// nodes just go. A node that isn't in the scene is passed over. Returns how many went.
   int DeleteNodes(std::span<INode* const> nodes);
 
+  /// The nodes that are selected, in the order in which they came to be. A node that leaves the
+  /// scene leaves the selection for good. Nothing of this is recorded for undo.
+  std::vector<INode*> Selection() const;
+  /// Behind those that are selected, or alone. One that is selected keeps its place.
+  void SelectNode(INode* node, bool clearSelection = true);
+  void ClearNodeSelection();
+
+  /// May be null.
+  Renderer* GetRenderer() const { return renderer_; }
+  /// Not recorded for undo.
+  void SetRenderer(Renderer* renderer) { ReplaceReference(2, renderer); }
+
   /// All nodes below the root, parents before children.
   std::vector<INode*> AllNodes() const;
   std::vector<INode*> FindNodes(const WStr& name) const;
@@ -38,10 +51,8 @@ class Scene : public ReferenceTarget {
   /// The base with a number of at least three digits behind it.
   static WStr Numbered(const WStr& base, int number);
 
-  int NumRefs() const override { return 2; }
-  ReferenceTarget* GetReference(int i) const override {
-    return i == 0 ? static_cast<ReferenceTarget*>(root_) : layers_;
-  }
+  int NumRefs() const override { return 3; }
+  ReferenceTarget* GetReference(int i) const override;
 
  protected:
   void SetReference(int i, ReferenceTarget* t) override;
@@ -53,5 +64,7 @@ class Scene : public ReferenceTarget {
 
   INode* root_ = nullptr;
   ILayerManager* layers_ = nullptr;
+  Renderer* renderer_ = nullptr;
+  unsigned lastSelected_ = 0;
   std::unordered_map<WStr, int> nextNumber_;
 };

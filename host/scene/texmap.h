@@ -6,11 +6,14 @@
 
 #include "host/core/reference.h"
 
+class IParamBlock2;
 class Texmap;
 
 /// What materials and texture maps have in common. Recognised by its class name.
 class MtlBase : public ReferenceTarget {
  public:
+  /// The parameter blocks of a plug-in's class; null beyond the last.
+  virtual IParamBlock2* GetParamBlock(int) { return nullptr; }
   const WStr& GetName() const { return name_; }
   /// Recorded for undo.
   void SetName(const WStr& name);

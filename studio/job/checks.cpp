@@ -65,10 +65,15 @@ class FieldCheck {
         Row(v);
         break;
       case FieldType::Mouse:
-        Way(v, 2, "[x, y]");
+        Way(v, 2, 2, "[x, y]");
         break;
       case FieldType::Points:
-        Way(v, 3, "[x, y, z]");
+        Way(v, 2, 3, "[x, y, z]");
+        break;
+      case FieldType::Knots:
+        Way(v, 3, 3, "[x, y, z]");
+        if (v.items.size() == 1)
+          report_(v.place, fmt::format("\"{}\" needs two points, this list has 1", field_.name));
         break;
       case FieldType::View:
         View(v);
@@ -168,10 +173,10 @@ class FieldCheck {
     return all;
   }
 
-  void Way(const Value& v, size_t most, std::string_view point) {
+  void Way(const Value& v, size_t least, size_t most, std::string_view point) {
     const std::string wanted = fmt::format("a list of {}", point);
     if (!v.IsList() || v.items.empty()) return Wrong(v, wanted);
-    for (const Value& p : v.items) Numbers(p, 2, most, fmt::format("points as {}", point));
+    for (const Value& p : v.items) Numbers(p, least, most, fmt::format("points as {}", point));
   }
 
   void Texts(const Value& v) {

@@ -43,6 +43,7 @@ const char* TypeName(FieldType type) {
     case FieldType::Mouse:
       return "list of [x, y]";
     case FieldType::Points:
+    case FieldType::Knots:
       return "list of [x, y, z]";
     case FieldType::View:
       return "\"top\" or view";

@@ -21,6 +21,33 @@ constexpr double kMost = 1e9;
     .unit = "pixels", .meaning = "width and height of the view"                      \
   }
 
+// How an object that is made stands, and its colour.
+#define SOWFIELD_PLACE_FIELDS                                   \
+  {.name = "scale",                                             \
+   .type = Point3,                                              \
+   .initial = "[1, 1, 1]",                                      \
+   .low = -kFar,                                                \
+   .high = kFar,                                                \
+   .meaning = "first, along the three axes"},                   \
+      {.name = "rotate",                                        \
+       .type = Point3,                                          \
+       .initial = "[0, 0, 0]",                                  \
+       .low = -360,                                             \
+       .high = 360,                                             \
+       .unit = "degrees",                                       \
+       .meaning = "then about X, Y and Z"},                     \
+      {.name = "at",                                            \
+       .type = Point3,                                          \
+       .initial = "[0, 0, 0]",                                  \
+       .low = -kFar,                                            \
+       .high = kFar,                                            \
+       .unit = "scene units",                                   \
+       .meaning = "then moved there"},                          \
+  {                                                             \
+    .name = "colour", .type = Colour, .initial = "\"#808080\"", \
+    .meaning = "as red, green and blue in hexadecimal"          \
+  }
+
 #define SOWFIELD_WHICH_ENTRY                                                                    \
   {.name = "index",                                                                             \
    .type = Integer,                                                                             \
@@ -173,30 +200,23 @@ constexpr FieldDecl kPrimitive[] = {
      .low = 1,
      .high = 1000,
      .meaning = "of a plane, along X and Y"},
-    {.name = "scale",
-     .type = Point3,
-     .initial = "[1, 1, 1]",
-     .low = -kFar,
-     .high = kFar,
-     .meaning = "first, along the three axes"},
-    {.name = "rotate",
-     .type = Point3,
-     .initial = "[0, 0, 0]",
-     .low = -360,
-     .high = 360,
-     .unit = "degrees",
-     .meaning = "then about X, Y and Z"},
-    {.name = "at",
-     .type = Point3,
-     .initial = "[0, 0, 0]",
+    SOWFIELD_PLACE_FIELDS,
+};
+
+constexpr FieldDecl kSpline[] = {
+    {.name = "name", .type = Text, .meaning = "name of the node; a numbered one without it"},
+    {.name = "points",
+     .type = Knots,
+     .required = true,
      .low = -kFar,
      .high = kFar,
      .unit = "scene units",
-     .meaning = "then moved there"},
-    {.name = "colour",
-     .type = Colour,
-     .initial = "\"#808080\"",
-     .meaning = "as red, green and blue in hexadecimal"},
+     .meaning = "its knots, at least two; it runs straight from one to the next"},
+    {.name = "closed",
+     .type = Flag,
+     .initial = "false",
+     .meaning = "whether it also runs from the last back to the first"},
+    SOWFIELD_PLACE_FIELDS,
 };
 
 constexpr FieldDecl kCamera[] = {
@@ -446,6 +466,12 @@ constexpr FieldDecl kDelete[] = {
     {.name = "nodes", .type = Texts, .required = true, .meaning = "names of the nodes"},
 };
 
+constexpr FieldDecl kSelection[] = {
+    {.name = "nodes",
+     .type = Texts,
+     .meaning = "names of the nodes, in this order; without it nothing is selected"},
+};
+
 constexpr FieldDecl kTime[] = {
     {.name = "frame",
      .type = Number,
@@ -523,6 +549,7 @@ constexpr StepDecl kSteps[] = {
      false, kMerge},
     {"save", "saves the scene; \"open\" opens it again", false, kSave},
     {"primitive", "adds a box, a sphere or a plane", false, kPrimitive},
+    {"spline", "adds a shape: one line through points", false, kSpline},
     {"camera", "adds a camera", false, kCamera},
     {"proxy", "adds a proxy object that holds a copy of a node's mesh", false, kProxy},
     {"create", "creates a Sowfield object, which is edited from then on", false, kCreate},
@@ -548,6 +575,7 @@ constexpr StepDecl kSteps[] = {
     {"undo", "takes back what was done last", true, kCount},
     {"redo", "does again what was taken back last", true, kCount},
     {"delete", "deletes nodes from the scene; children stay", false, kDelete},
+    {"selection", "selects scene nodes alone; the scene keeps the selection", false, kSelection},
     {"time", "moves the scene's time", false, kTime},
     {"key", "sets a key of a node's motion, or of a parameter that can be animated", false, kKey},
     {"view", "draws a picture of the scene", true, kPicture},

@@ -25,6 +25,7 @@ enum class FieldType {
   Row,      // a whole number or a text
   Mouse,    // a list of [x, y]
   Points,   // a list of [x, y, z], or of [x, y]
+  Knots,    // a list of at least two [x, y, z]
   View,     // "top", or an object with the fields of ViewFields
   Amount,   // a whole number, or {"min": a, "max": b}
   Scalar,   // a number, true, false or a text

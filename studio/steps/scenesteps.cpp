@@ -9,6 +9,7 @@
 #include "host/scene/camera.h"
 #include "host/scene/join.h"
 #include "host/scene/primitives.h"
+#include "host/scene/shape.h"
 #include "studio/steps/steps.h"
 #include "studio/steps/views.h"
 
@@ -19,6 +20,23 @@ namespace {
 INode* MakeNode(Stage& stage, const Call& call, Object* object) {
   INode* node = stage.Ip().CreateObjectNode(object);
   if (call.args.Has("name")) node->SetName(FromUtf8(call.args.Text("name")));
+  return node;
+}
+
+// The same with the fields that tell how it stands.
+INode* Placed(Stage& stage, const Call& call, Object* object) {
+  const Args& args = call.args;
+  INode* node = MakeNode(stage, call, object);
+  const Point3 rotate = PointOf(args.Get("rotate"));
+  constexpr auto kRadians = float(host::kPi / 180);
+  Matrix3 tm;
+  tm.Scale(PointOf(args.Get("scale")));
+  if (rotate.x != 0) tm.RotateX(rotate.x * kRadians);
+  if (rotate.y != 0) tm.RotateY(rotate.y * kRadians);
+  if (rotate.z != 0) tm.RotateZ(rotate.z * kRadians);
+  tm.Translate(PointOf(args.Get("at")));
+  node->SetNodeTM(stage.Now(), tm);
+  node->SetWireColor(ColourOf(args.Text("colour")));
   return node;
 }
 
@@ -118,18 +136,19 @@ void Primitive(Stage& stage, const Call& call, Outcome& out) {
     object = plane;
   }
 
-  INode* node = MakeNode(stage, call, object);
-  const Point3 rotate = PointOf(args.Get("rotate"));
-  constexpr auto kRadians = float(host::kPi / 180);
-  Matrix3 tm;
-  tm.Scale(PointOf(args.Get("scale")));
-  if (rotate.x != 0) tm.RotateX(rotate.x * kRadians);
-  if (rotate.y != 0) tm.RotateY(rotate.y * kRadians);
-  if (rotate.z != 0) tm.RotateZ(rotate.z * kRadians);
-  tm.Translate(PointOf(args.Get("at")));
-  node->SetNodeTM(stage.Now(), tm);
-  node->SetWireColor(ColourOf(args.Text("colour")));
-  Report(out, node);
+  Report(out, Placed(stage, call, object));
+}
+
+void Spline(Stage& stage, const Call& call, Outcome& out) {
+  const Args& args = call.args;
+  if (args.Has("name")) stage.NeedNewName(*args.Given("name"));
+  std::vector<Point3> knots;
+  for (const Value& p : args.Get("points").items) knots.push_back(PointOf(p));
+  BezierShape shape;
+  shape.splines.emplace_back(std::move(knots), args.Flag("closed"));
+  auto* object = new SplineShape;
+  object->SetShape(std::move(shape));
+  Report(out, Placed(stage, call, object));
 }
 
 void Camera(Stage& stage, const Call& call, Outcome& out) {
@@ -156,6 +175,15 @@ void Delete(Stage& stage, const Call& call, Outcome& out) {
   stage.Ip().DeleteNodes(nodes, true);
   out.Add("deleted", (long long)(nodes.size()));
   out.text = Counted(nodes.size(), "node") + " deleted";
+}
+
+void Selection(Stage& stage, const Call& call, Outcome& out) {
+  std::vector<INode*> nodes;
+  for (const Value* name : call.args.Texts("nodes")) nodes.push_back(stage.Node(*name));
+  stage.Ip().SelectNodeTab(nodes);
+  const size_t selected = stage.Ip().GetScene().Selection().size();
+  out.Add("selected", (long long)(selected));
+  out.text = Counted(selected, "node") + " selected";
 }
 
 void Time(Stage& stage, const Call& call, Outcome& out) {

@@ -31,7 +31,7 @@ class Recover : public testing::Test, public SowfieldScene {
     bin_ = 28 + text;
     const auto root = nlohmann::json::parse(sound_.substr(20, text));
     for (const auto& thing : root["extensions"]["SOWFIELD_scene"]["things"])
-      for (const auto& p : thing.value("/block/params"_json_pointer, nlohmann::json::array()))
+      for (const auto& p : thing.value("/blocks/0/params"_json_pointer, nlohmann::json::array()))
         if (p.contains("/table/view"_json_pointer)) {
           const auto& view = root["bufferViews"][p["table"]["view"].get<size_t>()];
           tables_[p["id"]] = {bin_ + size_t(view["byteOffset"]), size_t(view["byteLength"])};
@@ -148,8 +148,8 @@ TEST_F(Recover, ADamagedDescriptionIsReadAsFarAsItMakesSense) {
   EXPECT_TRUE(Lost("nothing has the id 0x3"));
   EXPECT_TRUE(Lost("Geo_Kind: 1 type of 2 without a source went"));
   EXPECT_TRUE(D().TypeCount() == 1 && D().PlacementCount() == 2);
-  ASSERT_TRUE(OpenReplaced("\"block\":{", "\"blotk\":{"));
-  EXPECT_TRUE(Lost("is dropped: the member \"block\" is missing"));
+  ASSERT_TRUE(OpenReplaced("\"blocks\":[", "\"blotks\":["));
+  EXPECT_TRUE(Lost("is dropped: the member \"blocks\" is missing"));
   EXPECT_EQ(host.GetScene().AllNodes().size(), 3u);
   EXPECT_EQ(object, nullptr);
 

@@ -52,6 +52,20 @@ TEST_F(Files, CommandsTellWhatAFileHolds) {
   EXPECT_EQ(Read("v.png").substr(1, 3), "PNG");
 }
 
+TEST_F(Files, TheSelectionIsKeptAndCompared) {
+  Done(kField +
+       R"(, {"do": "selection", "nodes": ["stone", "field"]}, {"do": "save", "file": "a.glb"},
+{"do": "open", "file": "a.glb"}, {"do": "save", "file": "b.glb"},
+{"do": "selection"}, {"do": "save", "file": "c.glb"})");
+  EXPECT_EQ(Read("a.glb"), Read("b.glb"));
+  EXPECT_NE(Command({"info", "@a.glb"}).out.find("\nselected: \"stone\" \"field\"\n"),
+            std::string::npos);
+  EXPECT_EQ(Command({"info", "@c.glb"}).out.find("selected"), std::string::npos);
+  EXPECT_EQ(Command({"diff", "@b.glb", "@c.glb"}).out,
+            "scene\n  selection: [\"stone\",\"field\"] -> []\n");
+  ExpectFault(kField + R"(, {"do": "selection", "nodes": "tree"})", "no node is named \"tree\"");
+}
+
 TEST_F(Files, FailuresNameTheFileAndTheReason) {
   Done(kField + R"(, {"do": "save", "file": "scene.glb"})");
   std::string bytes = Read("scene.glb");

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -8,11 +11,26 @@
 
 namespace host {
 
+/// The calls that decide what is on the disk after a crash. Tests watch them, or let them fail.
+struct FileCalls {
+  ssize_t (*write)(int, const void*, size_t);
+  int (*fsync)(int);
+  int (*rename)(const char*, const char*);
+  int (*chown)(int, uid_t, gid_t);  // of an open file
+  int (*lock)(int, int);            // flock
+  int (*pause)(useconds_t);         // between two tries
+};
+extern FileCalls theFileCalls;
+
 /// A file that is written piece by piece to a temporary neighbour and takes its place as a whole:
 /// a reader or a crash sees the old file or the new one and never a part. A link stays a link: the
-/// file that it points at is replaced. Permissions of an old file are kept. Destroyed before
-/// Commit, it leaves the old file and no neighbour. A process that is killed leaves the neighbour,
-/// `.NAME.XXXXXX.saving`, which RemoveLeftovers knows from one that is being written.
+/// file that it points at is replaced. An old file that this process may not write, or that has no
+/// write permission at all, is refused. Its permissions, access list, owner and group stay; where
+/// the process can't keep the owner, or the group, nobody gains access by the new one: a foreign
+/// group gets what both the old group and all others had. Destroyed before Commit, it leaves the
+/// old file and no neighbour. A process that is killed leaves the neighbour,
+/// `.NAME.XXXXXX.saving`, which RemoveLeftovers knows from one that is being written. Of a name
+/// that is too long for that the neighbour has the beginning alone.
 class SafeFile {
  public:
   explicit SafeFile(std::string path);
@@ -36,6 +54,8 @@ class SafeFile {
 
  private:
   struct State;
+  bool MeetOld();
+  bool TakeOverAccess();
   bool Fail(int code, const char* what = "cannot write");
   bool KeepOld();
   std::string path_, error_;
@@ -45,9 +65,19 @@ class SafeFile {
 /// The path itself, or where it leads if it is a link; nothing need be there.
 std::string FileBehind(const std::string& path);
 
-/// Removes what killed processes left of a file that they were writing to this path. A file that is
-/// still being written stays, and so does all where the file system knows no locks.
-void RemoveLeftovers(const std::string& path);
+/// Where Commit keeps the old file.
+std::string BackupOf(const std::string& path);
+
+/// Removes what killed processes left of a file that they were writing to this path, and hands each
+/// over to `before`, which may read it. A file that is still being written stays, and so does all
+/// where the file system knows no locks.
+void RemoveLeftovers(const std::string& path,
+                     const std::function<void(const std::string& leftover)>& before = {});
+/// A name of a temporary neighbour.
+bool IsNeighbour(const std::string& name);
+
+/// A name in a folder cut, between letters, so that `more` bytes have room behind it.
+std::string WithRoomFor(size_t more, const std::string& name, const std::string& folder);
 
 /// Bytes that are read at any place.
 class ByteSource {

@@ -6,6 +6,7 @@
 
 #include "host/core/session.h"
 #include "host/io/sceneclasses.h"
+#include "host/io/scenerings.h"
 #include "host/scene/modifier.h"
 #include "host/scene/node.h"
 
@@ -322,51 +323,12 @@ class SceneBuilder {
     node.SetLayer(opened_.scene->Layers().GetDefaultLayer());
   }
 
-  // A material, a map or a stack within itself would never end. The one at fault goes, not those
-  // that hold it.
+  // The one at fault goes, not those that hold it.
   void CheckRings() {
-    Heights heights;
-    for (Made& m : things_) {
-      while (const MtlBase* bad = FirstBad(dynamic_cast<const MtlBase*>(m.thing), heights))
-        DropUnless(MadeOf(bad), [&] {
-          throw SceneFault("the material or map \"" + ToUtf8(bad->GetName()) +
-                           "\" lies within itself, or too deep");
-        });
-      if (m.thing) DropUnless(m, [&] { CheckStack(dynamic_cast<const DerivedObject*>(m.thing)); });
-    }
-  }
-
-  static void CheckStack(const DerivedObject* stack) {
-    for (int depth = 0; stack; ++depth) {
-      if (depth > kDeepestText) throw SceneFault("its stack has no end");
-      stack = dynamic_cast<const DerivedObject*>(stack->GetObjRef());
-    }
-  }
-
-  // How many lie under one another from a material or map on; 0 while it is being looked at. What
-  // is dropped gets none.
-  using Heights = std::unordered_map<const MtlBase*, int>;
-  static const MtlBase* FirstBad(const MtlBase* base, Heights& heights, int depth = 0) {
-    if (!base || depth > kDeepestText) return base;
-    const auto [at, isNew] = heights.emplace(base, 0);
-    if (!isNew) return at->second == 0 ? base : nullptr;
-    int height = 1;
-    const MtlBase* bad = nullptr;
-    const auto look = [&](const MtlBase* sub) {
-      if (!sub || bad) return;
-      bad = FirstBad(sub, heights, depth + 1);
-      if (!bad) height = std::max(height, heights.at(sub) + 1);
-    };
-    const auto* mtl = dynamic_cast<const Mtl*>(base);
-    for (int i = 0; mtl && i < mtl->NumSubMtls(); ++i) look(mtl->GetSubMtl(i));
-    for (int i = 0; i < base->NumSubTexmaps(); ++i) look(base->GetSubTexmap(i));
-    if (!bad && height > kDeepestText) bad = base;
-    if (bad) {
-      heights.erase(base);
-    } else {
-      heights[base] = height;
-    }
-    return bad;
+    RingFinder rings;
+    for (const Made& m : things_)
+      while (const ReferenceTarget* bad = rings.FirstBad(m.thing))
+        DropUnless(MadeOf(bad), [] { throw SceneFault("it lies within itself, or too deep"); });
   }
 
   Made& MadeOf(const ReferenceTarget* thing) {

@@ -14,6 +14,32 @@ namespace host {
 
 using nlohmann::json;
 
+namespace {
+
+// A primitive is built when it is first shown: what it says is bounded like what is imported. Both
+// ways, so that nothing is saved that can't be opened.
+void CheckSegments(int segments) {
+  constexpr int kMost = 10'000;
+  if (segments > kMost)
+    throw SceneFault("its sphere has " + std::to_string(segments) + " segments, allowed are " +
+                     std::to_string(kMost));
+}
+
+void CheckCells(int x, int y) {
+  if (double(x) * y * 2 > double(kMostImportedFaces))
+    throw SceneFault("cells are " + std::to_string(x) + " by " + std::to_string(y) +
+                     ", allowed are " + std::to_string(kMostImportedFaces / 2) + " in all");
+}
+
+void CheckChannels(size_t channels) {
+  constexpr size_t kMost = 100;
+  if (channels > kMost)
+    throw SceneFault("its mesh has " + std::to_string(channels) + " map channels, allowed are " +
+                     std::to_string(kMost));
+}
+
+}  // namespace
+
 /// What a scene file keeps and nobody else sees.
 struct SceneAccess {
   static Matrix3& Local(INode& node) { return node.local_; }
@@ -74,10 +100,12 @@ struct SceneAccess {
   }
   static json WriteSphere(SceneOut&, const ReferenceTarget& thing) {
     const auto& s = static_cast<const SphereObject&>(thing);
+    CheckSegments(s.segments_);
     return {{"radius", FloatValue(s.radius_)}, {"segments", s.segments_}};
   }
   static json WritePlane(SceneOut&, const ReferenceTarget& thing) {
     const auto& p = static_cast<const PlaneObject&>(thing);
+    CheckCells(p.cellsX_, p.cellsY_);
     return {{"size", FloatList(std::array{p.width_, p.length_})},
             {"cells", {p.cellsX_, p.cellsY_}}};
   }
@@ -98,6 +126,7 @@ std::string Sound(const Mesh& mesh) {
 json MeshValue(SceneOut& out, const Mesh& mesh) {
   if (const std::string fault = Sound(mesh); !fault.empty())
     throw SceneFault("its mesh can't be kept: " + fault);
+  CheckChannels(mesh.maps.size());
   json maps = json::array();
   for (const MeshMap& m : mesh.maps)
     maps.push_back({{"used", m.used},
@@ -110,14 +139,11 @@ json MeshValue(SceneOut& out, const Mesh& mesh) {
 
 Mesh ReadMesh(const SceneIn& in, const json& value) {
   static_assert(sizeof(Face) == 20 && sizeof(TVFace) == 12);
-  constexpr size_t kMostChannels = 100;
   Mesh mesh;
   mesh.verts = in.Table<Buffer<Point3>>(MemberOf(value, "verts"), "point3", "the table verts");
   mesh.faces = in.Table<Buffer<Face>>(MemberOf(value, "faces"), "uint32", "the table faces");
   const json& maps = ListOf(value, "maps");
-  if (maps.size() > kMostChannels)
-    throw SceneFault("its mesh has " + std::to_string(maps.size()) + " map channels, allowed are " +
-                     std::to_string(kMostChannels));
+  CheckChannels(maps.size());
   mesh.maps.clear();
   for (const json& m : maps) {
     MeshMap map;
@@ -143,13 +169,11 @@ void ReadBox(const SceneIn&, ReferenceTarget& thing, const json& data) {
   static_cast<BoxObject&>(thing).SetSize(s[0], s[1], s[2]);
 }
 
-// A primitive is built when it is first shown: what it says is bounded like what is imported.
-constexpr int kMostSegments = 10'000;
-
 void ReadSphere(const SceneIn&, ReferenceTarget& thing, const json& data) {
-  static_cast<SphereObject&>(thing).SetSize(
-      FloatOf(MemberOf(data, "radius"), "the radius"),
-      IntOf(MemberOf(data, "segments"), 3, kMostSegments, "segments"));
+  const int segments = IntOf(MemberOf(data, "segments"), 3, INT_MAX, "segments");
+  CheckSegments(segments);
+  static_cast<SphereObject&>(thing).SetSize(FloatOf(MemberOf(data, "radius"), "the radius"),
+                                            segments);
 }
 
 void ReadPlane(const SceneIn&, ReferenceTarget& thing, const json& data) {
@@ -158,9 +182,7 @@ void ReadPlane(const SceneIn&, ReferenceTarget& thing, const json& data) {
   if (cells.size() != 2)
     throw SceneFault("cells has " + std::to_string(cells.size()) + " numbers, expected 2");
   const int x = IntOf(cells[0], 1, INT_MAX, "cells"), y = IntOf(cells[1], 1, INT_MAX, "cells");
-  if (double(x) * y * 2 > double(kMostImportedFaces))
-    throw SceneFault("cells are " + std::to_string(x) + " by " + std::to_string(y) +
-                     ", allowed are " + std::to_string(kMostImportedFaces / 2) + " in all");
+  CheckCells(x, y);
   static_cast<PlaneObject&>(thing).SetSize(s[0], s[1], x, y);
 }
 

@@ -30,8 +30,9 @@ struct SavedScene {
 
 /// Saves the whole scene: nodes, objects, materials, layers, time range, units. The bytes depend
 /// on the scene alone, not on views or on what is drawn. A path that ends in .gltf gets a pair of
-/// files; so does one of a .glb that would be too large, and then `saved` tells the path. On
-/// failure the old file is untouched and `error` is one line with the path and the reason.
+/// files; so does one of a .glb that would be too large, and then `saved` tells the path. No step
+/// may be open. On failure the old file is untouched and `error` is one line with the path and the
+/// reason.
 bool SaveScene(Interface& ip, const std::string& path, const SaveOptions& options,
                std::string& error, SavedScene* saved = nullptr);
 

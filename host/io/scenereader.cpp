@@ -34,21 +34,38 @@ void CheckTextDepth(const std::string& text) {
   }
 }
 
+bool NamesItsChecksum(const json& root) {
+  static const json::json_pointer place(std::string("/extensions/") + kSceneExtension + "/jsonCrc");
+  return root.is_object() && root.contains(place);
+}
+
+// A text whose checksum isn't where this program writes it.
+json ParseForeign(const std::string& text, Losses* losses) {
+  json root = json::parse(WholeText(text), nullptr, losses != nullptr);
+  const std::string why = NamesItsChecksum(root)
+                              ? "its description was changed by another program, or damaged: it is "
+                                "not written as this program writes"
+                              : "it is no scene that this program saved";
+  if (!losses) throw SceneFault(why);
+  losses->Add(why);
+  CheckTextDepth(std::string(WholeText(text)));
+  return root;
+}
+
 json ParseScene(const GlbContent& content, Losses* losses) {
   std::string text = content.json;
-  const size_t mark = text.find(kCrcMark);
-  const bool marked = mark != std::string::npos && mark + kCrcMark.size() + 8 <= text.size();
-  const auto fault = [&](const std::string& why) {
+  const size_t mark = text.find(kCrcMark), at = mark + kCrcMark.size();
+  if (mark == std::string::npos || at + 8 > text.size()) return ParseForeign(text, losses);
+  const std::string expected = text.substr(at, 8);
+  text.replace(at, 8, "00000000");
+  const std::string found = CrcText(Crc32c(std::as_bytes(std::span(text))));
+  if (found != expected) {
+    const std::string why = "its description is damaged: its checksum is " + found + ", expected " +
+                            expected + ", unless another program has changed it";
     if (!losses) throw SceneFault(why);
     losses->Add(why);
-  };
-  if (!marked) fault("it is no scene that this program saved");
-  const size_t at = marked ? mark + kCrcMark.size() : 0;
-  const std::string expected = marked ? text.substr(at, 8) : "";
-  if (marked) text.replace(at, 8, "00000000");
-  const std::string found = CrcText(Crc32c(std::as_bytes(std::span(text))));
-  if (marked && found != expected)
-    fault("its description is damaged: its checksum is " + found + ", expected " + expected);
+    text.resize(WholeText(text).size());
+  }
   CheckTextDepth(text);
   return json::parse(text);
 }
@@ -65,7 +82,7 @@ OpenedScene ReadScene(const Found& file, Losses* losses) {
   if (!ReadContainer(file.source, content, why)) {
     if (!losses) throw SceneFault(why);
     const std::string damage = file.damage.empty() ? why : file.damage;
-    if (!FindDamagedParts(file.source, content, why)) throw SceneFault(why);
+    if (content.json.empty() && !FindDamagedParts(file.source, content, why)) throw SceneFault(why);
     losses->Add(damage);
   }
   const json root = ParseScene(content, losses);

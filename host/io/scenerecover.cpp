@@ -50,17 +50,40 @@ size_t EndOfText(const ByteSource& source, size_t start) {
   return 0;
 }
 
+// Where the bytes begin behind a text that ends there: behind the mark of their chunk, if that is
+// near, else where it belongs.
+size_t FindBytes(const ByteSource& source, size_t end) {
+  constexpr std::string_view kMark("BIN\0", 4);
+  std::string near(std::min(source.Size() - end, size_t(16)), '\0');
+  if (!source.Read(end, std::as_writable_bytes(std::span(near)))) near.clear();
+  if (const size_t mark = near.find(kMark); mark != std::string::npos)
+    return end + mark + kMark.size();
+  return std::min(source.Size(), end + kChunkHeader);
+}
+
 }  // namespace
 
+size_t FindText(const ByteSource& source, size_t at) {
+  constexpr std::string_view kOrderMark = "\xEF\xBB\xBF";
+  std::string head(std::min(source.Size() - std::min(at, source.Size()), size_t(64)), '\0');
+  if (!source.Read(at, std::as_writable_bytes(std::span(head)))) return std::string::npos;
+  const size_t skipped = head.starts_with(kOrderMark) ? kOrderMark.size() : 0;
+  const size_t brace = head.find_first_not_of(" \t\r\n", skipped);
+  return brace != std::string::npos && head[brace] == '{' ? at + brace : std::string::npos;
+}
+
+std::string_view WholeText(std::string_view text) {
+  TextEnd end;
+  for (size_t i = 0; i < text.size(); ++i)
+    if (end.Closes(text[i])) return text.substr(0, i + 1);
+  return text;
+}
+
 bool FindDamagedParts(const ByteSource& source, GlbContent& content, std::string& why) {
-  std::string head(std::min(source.Size(), kGlbText + 1), '\0');
-  if (!source.Read(0, std::as_writable_bytes(std::span(head)))) {
-    why = std::strerror(errno ? errno : EIO);
-    return false;
-  }
-  const bool bare = head.starts_with('{');  // without headers, as in a pair of files
-  const size_t start = bare ? 0 : kGlbText;
-  size_t end = head.size() > start && head[start] == '{' ? EndOfText(source, start) : 0;
+  size_t start = FindText(source, 0);
+  const bool bare = start != std::string::npos;  // without headers, as in a pair of files
+  if (!bare) start = FindText(source, kGlbText);
+  size_t end = start != std::string::npos ? EndOfText(source, start) : 0;
   if (end == 0) {
     why += ", and its description isn't whole";
     return false;
@@ -74,7 +97,7 @@ bool FindDamagedParts(const ByteSource& source, GlbContent& content, std::string
     why = std::strerror(errno ? errno : EIO);
     return false;
   }
-  found.binOffset = std::min(source.Size(), end + (bare ? 0 : kChunkHeader));
+  found.binOffset = bare ? end : FindBytes(source, end);
   found.binSize = source.Size() - found.binOffset;
   content = std::move(found);
   return true;

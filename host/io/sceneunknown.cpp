@@ -59,6 +59,18 @@ class UnknownRenderer : public Renderer, public UnknownThing {
   Class_ID id_;
 };
 
+// Of a kind that this program doesn't know: only unknown things refer to it.
+class UnknownKind : public ReferenceTarget, public UnknownThing {
+ public:
+  UnknownKind(SClass_ID super, Class_ID id) : super_(super), id_(id) {}
+  SClass_ID SuperClassID() const override { return super_; }
+  Class_ID ClassID() const override { return id_; }
+
+ private:
+  SClass_ID super_;
+  Class_ID id_;
+};
+
 }  // namespace
 
 ReferenceTarget* MakeUnknownThing(SClass_ID super, Class_ID id) {
@@ -77,8 +89,15 @@ ReferenceTarget* MakeUnknownThing(SClass_ID super, Class_ID id) {
       return new UnknownTexmap(id);
     case RENDERER_CLASS_ID:
       return new UnknownRenderer(id);
-    default:
+    case FLOAT_CONTROL_CLASS_ID:
+    case TRANSFORM_CONTROL_CLASS_ID:
+    case GEN_DERIVOB_CLASS_ID:
+    case BASENODE_CLASS_ID:
+    case PARAMETER_BLOCK2_CLASS_ID:
+    case LAYER_CLASS_ID:
       return nullptr;
+    default:
+      return new UnknownKind(super, id);
   }
 }
 

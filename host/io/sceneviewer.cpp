@@ -68,6 +68,17 @@ void SetParts(json& node, const TransformParts& p) {
     node["scale"] = {float(p.scale[0]), float(p.scale[1]), float(p.scale[2])};
 }
 
+// Keys, or the value without any. What isn't finite can't move in a viewer.
+bool IsFinite(const Track& track) {
+  const auto finite = [](float v) { return std::isfinite(v); };
+  const std::vector<float>& keys = KeyValuesOf(track);
+  std::vector<double> rest(track.Width());
+  Interval valid = FOREVER;
+  track.At(0, rest.data(), valid);
+  return std::all_of(keys.begin(), keys.end(), finite) &&
+         std::all_of(rest.begin(), rest.end(), [](double v) { return std::isfinite(float(v)); });
+}
+
 double LinearChannel(float screen) {
   const double v = std::clamp(std::isfinite(screen) ? double(screen) : 0.0, 0.0, 1.0);
   return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
@@ -190,7 +201,9 @@ class ViewerScene {
     if (!control.IsKeyed()) return false;
     const MotionTracks m = TracksOf(control);
     const Nearest after = NearestOf(m.after), before = NearestOf(m.before);
-    if (!after.same || !before.same) return false;
+    if (!after.same || !before.same || !IsFinite(*m.position) || !IsFinite(*m.rotation) ||
+        !IsFinite(*m.scale))
+      return false;
     size_t parent = above.index;
     if (!m.after.IsIdentity()) {
       json outer = json::object();

@@ -6,6 +6,7 @@
 #include "host/io/sceneclasses.h"
 #include "host/io/scenecontainer.h"
 #include "host/io/scenefile.h"
+#include "host/io/scenerings.h"
 #include "host/io/sceneviewer.h"
 #include "host/scene/node.h"
 
@@ -88,8 +89,10 @@ json SceneValue(Interface& ip, SceneOut& out, const std::vector<INode*>& nodes) 
   for (INode* n : ip.GetScene().Selection()) selection.push_back(out.Ref(n));
   const json renderer = out.Ref(ip.GetCurrentRenderer());
   json things = json::array();
+  RingFinder rings;
   while (ReferenceTarget* thing = out.NextThing()) {
     try {
+      if (rings.FirstBad(thing)) throw SceneFault("it lies within itself, or too deep");
       things.push_back(ThingValue(out, *thing));
     } catch (const SceneFault& f) {
       throw SceneFault(LabelOf(*thing) + ": " + f.what());
@@ -137,7 +140,7 @@ std::string OpenText(const json& root) {
 void CheckDepth(const std::vector<INode*>& nodes) {
   for (const INode* node : nodes) {
     int depth = 0;
-    for (const INode* n = node; n; n = n->GetParentNode()) ++depth;
+    for (const INode* n = node; !n->IsRootNode(); n = n->GetParentNode()) ++depth;
     if (depth > kDeepestSceneNode)
       throw SceneFault("the node \"" + ToUtf8(node->GetName()) + "\" lies deeper than " +
                        std::to_string(kDeepestSceneNode) + " nodes");
@@ -151,6 +154,7 @@ bool Compose(Interface& ip, const std::string& path, std::string& error,
     error = "cannot save \"" + path + "\": " + why;
     return false;
   };
+  if (theHold.Holding() || theHold.RestoreOrRedoing() != 0) return fail("an undo step is open");
   try {
     const std::vector<INode*> nodes = ip.GetScene().AllNodes();
     CheckDepth(nodes);

@@ -4,6 +4,7 @@
 
 #include "host/core/notify.h"
 #include "host/core/session.h"
+#include "host/scene/triobject.h"
 
 INode::~INode() {
   if (host::CoreSession* session = host::CoreSession::InForceOrNull())
@@ -120,8 +121,7 @@ void INode::SetPivot(TimeValue t, const Matrix3& pivot) {
 }
 
 void INode::CenterPivot(TimeValue t, bool moveObject) {
-  Box3 box;
-  if (object_) object_->GetWorldBoundBox(t, this, nullptr, box);
+  const Box3 box = TightWorldBox(this, t);
   if (box.IsEmpty()) return;
   const Matrix3 node = GetNodeTM(t);
   if (moveObject) {

@@ -43,7 +43,8 @@ class INode : public ReferenceTarget {
   Point3 GetObjOffsetPos() const { return offset_.GetTrans(); }
   void SetObjOffsetPos(const Point3& p);
 
-  /// The pivot goes to the centre of the object's world box; the object and the children stay.
+  /// The pivot goes to the centre of the object's tight box in the world; the object and the
+  /// children stay.
   void CenterPivot(TimeValue t, bool moveObject = false);
   /// The pivot goes to the object's own frame; the object and the children stay.
   void ResetPivot(TimeValue t);

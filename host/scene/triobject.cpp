@@ -65,6 +65,16 @@ EvaluatedMesh EvalMesh(INode* node, TimeValue t) {
   return node ? MeshOf(node->EvalWorldState(t).obj, t) : EvaluatedMesh{};
 }
 
+Box3 TightWorldBox(INode* node, TimeValue t) {
+  Box3 box;
+  Object* object = node->EvalWorldState(t).obj;
+  if (!object) return box;
+  const Matrix3 tm = node->GetObjectTM(t);
+  if (const EvaluatedMesh shown = MeshOf(object, t)) return shown.mesh->getBoundingBox(&tm);
+  object->GetWorldBoundBox(t, node, nullptr, box);
+  return box;
+}
+
 namespace host {
 
 void RegisterMeshClasses(ClassRegistry& classes) {

@@ -58,6 +58,10 @@ struct EvaluatedMesh {
 EvaluatedMesh EvalMesh(INode* node, TimeValue t);
 /// The same for an evaluated object.
 EvaluatedMesh MeshOf(Object* object, TimeValue t);
+/// The box in the world of what the node shows at t, around the mesh's own vertices: no larger than
+/// they need, which that of GetWorldBoundBox is for a mesh that was turned. Of an object without a
+/// mesh it is that.
+Box3 TightWorldBox(INode* node, TimeValue t);
 
 namespace host {
 class ClassRegistry;

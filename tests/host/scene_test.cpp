@@ -198,6 +198,29 @@ TEST_F(SceneTest, PivotOperationsLeaveTheObjectAndTheChildrenWhereTheyAre) {
   }
 }
 
+// A square on its corner stands lower once it is turned onto a side; the box of its box rises.
+TEST_F(SceneTest, ATurnedMeshHasTheBoxOfItsVertices) {
+  auto* square = new TriObject;
+  square->mesh.setNumVerts(4);
+  square->mesh.verts[0] = {1, 0, 0}, square->mesh.verts[1] = {0, 0, 1};
+  square->mesh.verts[2] = {-1, 0, 0}, square->mesh.verts[3] = {0, 0, -2};
+  INode* n = Add(square);
+  Matrix3 tm;
+  tm.RotateY(0.78539816f);
+  tm.Translate({10, 20, 30});
+  n->SetNodeTM(0, tm);
+  const float h = 0.70710678f;  // half a turn of a right angle moves (0, 0, -2) by (2 h, 2 h)
+  const Box3 tight = TightWorldBox(n, 0);
+  EXPECT_LT(Apart(tight.Min() + tight.Max(), Point3(20 - h, 40, 60 - h)), 1e-5);
+  EXPECT_LT(Apart(tight.Max() - tight.Min(), Point3(3 * h, 0, 3 * h)), 1e-5);
+  n->CenterPivot(0);
+  EXPECT_LT(Apart(n->GetNodeTM(0).GetTrans(), Point3(10 - h / 2, 20, 30 - h / 2)), 1e-5);
+  Box3 loose;
+  square->GetWorldBoundBox(0, n, nullptr, loose);
+  EXPECT_GT(loose.Max().z - loose.Min().z, 4 * h);
+  EXPECT_TRUE(TightWorldBox(Add(), 0).IsEmpty());
+}
+
 TEST_F(SceneTest, ProjectionIsTheInverseOfTheRayThroughAPixel) {
   INode* camera = Add(new CameraObject);
   Matrix3 tm;

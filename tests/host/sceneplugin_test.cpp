@@ -227,7 +227,7 @@ TEST_F(ScenePlugin, DamageIsNamedAndTheRestRecovered) {
        },
        "reference 2 takes no mesh", true},
       {[&](json& r) { paint(r)["subMtls"][0]["ref"] = paint(r)["id"]; },
-       "the material or map \"coat\" lies within itself", false},
+       "is dropped: it lies within itself", false},
   };
   for (const Case& c : cases) {
     json changed = sound;
@@ -249,12 +249,93 @@ TEST_F(ScenePlugin, DamageIsNamedAndTheRestRecovered) {
     if (t["id"] == map["ref"]) t["subTexmaps"][0] = map;
   scene["selection"][0] = mtl;
   scene["renderer"] = mtl;
+  // A stack on itself; a thing of a kind that isn't known, which does no harm.
+  for (json& t : things(changed))
+    if (t["className"] == "Derived Object") t["data"]["base"]["ref"] = t["id"];
+  things(changed).push_back(
+      {{"id", "0xffff"}, {"super", "0x1020"}, {"class", {"0x1", "0x2"}}, {"more", 3}});
   const std::vector<std::string> lost = Recovered(other, changed);
-  EXPECT_EQ(lost.size(), 3u) << testing::PrintToString(lost);
+  EXPECT_EQ(lost.size(), 4u) << testing::PrintToString(lost);
+  EXPECT_FALSE(other.Node(2)->GetObjectRef());
   EXPECT_TRUE(other.Node(1)->GetMtl());
   EXPECT_FALSE(other.Node(1)->GetMtl()->GetSubTexmap(0));
   EXPECT_EQ(other.GetScene().Selection(), std::vector<INode*>{other.Node(0)});
   EXPECT_EQ(other.Services().GetCurrentRenderer(), nullptr);
+}
+
+// Whatever is saved can be opened: what can't be is named before the file is touched.
+TEST_F(ScenePlugin, NothingIsSavedThatCannotBeOpened) {
+  PluginHost host;
+  INode* node = AddBox(host, L"a");
+  const auto refused = [&](const std::string& why) {
+    EXPECT_FALSE(Save(host, "a.glb")) << why;
+    EXPECT_NE(error_.find(why), std::string::npos) << error_;
+    EXPECT_FALSE(std::filesystem::exists(Path("a.glb")));
+  };
+  const auto saved = [&] {
+    ASSERT_TRUE(Save(host, "a.glb")) << error_;
+    PluginHost other;
+    EXPECT_TRUE(Open(other, "a.glb")) << error_;
+    std::filesystem::remove(Path("a.glb"));
+  };
+  Mtl* mtl = new StdMtl;
+  Object* object = node->GetObjectRef();
+  for (int depth = 1; depth < 1000; ++depth) {
+    auto* outer = new PaintMtl;
+    outer->SetSubMtl(0, mtl);
+    mtl = outer;
+    object = new DerivedObject(object);
+  }
+  node->SetMtl(mtl);
+  node->SetObjectRef(object);
+  saved();
+  node->SetObjectRef(new DerivedObject(object));
+  refused("\"Derived Object\" of the node \"a\": it lies within itself, or too deep");
+  node->SetObjectRef(object);
+  auto* outer = new MultiMtl;
+  outer->SetSubMtl(2, mtl);
+  node->SetMtl(outer);
+  refused("\"Multi/Sub-Object\": it lies within itself, or too deep");
+  node->SetMtl(nullptr);
+
+  auto* sphere = new SphereObject;
+  node->SetObjectRef(sphere);
+  node->Hide(true);
+  sphere->SetSize(1, 10001);
+  refused("its sphere has 10001 segments, allowed are 10000");
+  auto* mesh = new TriObject;
+  node->SetObjectRef(mesh);
+  mesh->mesh.setNumMaps(101);
+  refused("its mesh has 101 map channels, allowed are 100");
+  mesh->mesh.setNumMaps(100);
+  saved();
+
+  for (int depth = 1; depth < 4096; ++depth) {
+    INode* child = host.Services().CreateObjectNode(nullptr);
+    node->AttachChild(child, false);
+    node = child;
+  }
+  saved();
+  theHold.Begin();
+  refused("an undo step is open");
+  theHold.Cancel();
+  node->AttachChild(host.Services().CreateObjectNode(nullptr), false);
+  refused("lies deeper than 4096 nodes");
+}
+
+// A reader of glTF takes no null for a number.
+TEST_F(ScenePlugin, KeysThatAreNoNumbersStandStillInViewers) {
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  PluginHost host;
+  for (const Point3& at : {Point3(1, nan, 2), Point3(1, 2, 3)}) {
+    TransformControl* control = AddBox(host, L"a")->GetTMController();
+    control->SetKeys(0, {{1, 1, 1}, {0, 0, 0, 1}, at}, 7);
+    control->SetKeys(480, {{1, 1, 1}, {0, 0, 0, 1}, {3, 2, 1}}, 7);
+  }
+  ASSERT_TRUE(Save(host, "a.gltf")) << error_;
+  json root = json::parse(Content(Path("a.gltf")));
+  EXPECT_EQ(root["nodes"].dump().find("null"), std::string::npos);
+  EXPECT_EQ(root["animations"][0]["channels"].size(), 3u);  // the other's
 }
 
 TEST_F(ScenePlugin, ASelectionIsOfTheScenesOwnNodes) {

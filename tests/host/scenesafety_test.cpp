@@ -1,5 +1,7 @@
 // What stands on the disk when a save is killed or finds no room, and when files are damaged.
+#include <fcntl.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/statvfs.h>
@@ -11,6 +13,7 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <random>
 #include <thread>
 
@@ -19,6 +22,7 @@
 #include "host/io/glb.h"
 #include "host/io/scenefile.h"
 #include "host/scene/triobject.h"
+#include "tests/host/filewatch.h"
 #include "tests/host/tempfolder.h"
 
 namespace {
@@ -35,12 +39,16 @@ class SceneSafety : public TempFolder {
     std::fill(mesh_->mesh.verts.begin(), mesh_->mesh.verts.end(), Point3(float(points), 0, 0));
     return host::SaveScene(host_.Services(), Path(name), options, error_, &saved_);
   }
-  /// How many points the scene in a file shows, or -1.
-  int PointsIn(const std::string& name) {
+  /// How many points the scene in a file shows, or -1 if none is read or they aren't as they were.
+  int PointsIn(const std::string& name, std::vector<std::string>* recover = nullptr) {
     host::Host other;
-    if (!host::OpenScene(other.Services(), Path(name), {}, error_)) return -1;
+    if (!host::OpenScene(other.Services(), Path(name), {{}, recover}, error_)) return -1;
     Object* shown = other.GetScene().AllNodes()[0]->GetObjectRef();
-    return int(static_cast<TriObject*>(shown)->mesh.verts.size());
+    const auto& verts = static_cast<TriObject*>(shown)->mesh.verts;
+    const float x = float(verts.size());
+    return std::all_of(verts.begin(), verts.end(), [&](Point3 p) { return p == Point3(x, 0, 0); })
+               ? int(verts.size())
+               : -1;
   }
   Files All() const {
     Files files;
@@ -187,6 +195,196 @@ TEST_F(SceneSafety, BytesOfAPairStayAsLongAsAnyoneNamesThem) {
   EXPECT_EQ(PointsIn("a.gltf.bak"), 1000) << error_;
   EXPECT_EQ(PointsIn("copy.gltf"), 500) << error_;
   EXPECT_EQ(All().size(), 8u);  // three pairs and two that are no business of ours
+}
+
+// Whatever a file is called and however it is written, it keeps the bytes that it names.
+TEST_F(SceneSafety, BytesStayWhereAnyFileMayNameThem) {
+  const std::pair<const char*, int> pairs[] = {
+      {"A.GLTF.bak", 100}, {"A.GLTF", 200}, {"A.gltf", 300}, {"A.Gltf", 400}};
+  for (int i = 0; i < 2; ++i) ASSERT_TRUE(Save(100 + 100 * i, "A.GLTF", {i == 1})) << error_;
+  for (const auto& [name, points] : {pairs[2], pairs[3], pairs[2], pairs[1], pairs[3]})
+    ASSERT_TRUE(Save(points, name)) << error_;
+  for (const auto& [name, points] : pairs) EXPECT_EQ(PointsIn(name), points) << name << error_;
+  // An older backup makes way for the next one, with its bytes.
+  ASSERT_TRUE(Save(210, "A.GLTF", {.backup = true})) << error_;
+  EXPECT_EQ(PointsIn("A.GLTF.bak"), 200) << error_;
+  EXPECT_EQ(All().size(), 8u);
+
+  const std::string text = nlohmann::json::parse(All().at("A.gltf")).dump(2);
+  std::string wide("\xFF\xFE", 2);
+  for (const char c : std::string(100000, ' ') + text) (wide += c) += '\0';
+  const std::string blanks(3 << 20, ' ');
+  const std::pair<std::string, std::string> copies[] = {
+      {"notes", text},
+      {"wide", wide},
+      {"text", "\xEF\xBB\xBF\r\n{" + blanks + text},
+      {"a.GLTF~", "?" + blanks + text}};
+  const std::string bin = BinOf("A.gltf");
+  for (const auto& [name, content] : copies) {
+    ASSERT_TRUE(Save(300, "A.gltf")) << error_;
+    Put(name, content);
+    ASSERT_TRUE(Save(301, "A.gltf")) << error_;
+    EXPECT_TRUE(fs::exists(Path(bin))) << name;
+    ASSERT_TRUE(Save(300, "A.gltf")) << error_;
+    fs::remove(Path(name));
+    ASSERT_TRUE(Save(301, "A.gltf")) << error_;
+    EXPECT_FALSE(fs::exists(Path(bin))) << name;
+  }
+  // One that was taken away may come back.
+  const std::string away = All().at("A.gltf");
+  fs::remove(Path("A.gltf"));
+  for (const int points : {1, 2, 3}) ASSERT_TRUE(Save(points, "A.gltf")) << error_;
+  Put("A.gltf", away);
+  EXPECT_EQ(PointsIn("A.gltf"), 301) << error_;
+}
+
+TEST_F(SceneSafety, BytesStayWhereNobodyCanTellWhetherTheyAreNamed) {
+  ASSERT_EQ(chmod(folder_.c_str(), 0777), 0);
+  ASSERT_TRUE(AsNobody([&] { return Save(100, "a.gltf"); }));
+  const std::string bin = BinOf("a.gltf");
+  Put("secret", "");
+  ASSERT_EQ(chmod(Path("secret").c_str(), 0), 0);
+  EXPECT_TRUE(AsNobody([&] { return Save(200, "a.gltf"); }));
+  EXPECT_TRUE(fs::exists(Path(bin)));
+  ASSERT_EQ(chmod(Path("secret").c_str(), 0444), 0);
+  ASSERT_TRUE(AsNobody([&] { return Save(100, "a.gltf"); }));
+  EXPECT_TRUE(AsNobody([&] { return Save(200, "a.gltf"); }));
+  EXPECT_FALSE(fs::exists(Path(bin)));
+  const FileWatch watch;
+  host::theFileCalls.lock = [](int, int) { return errno = ENOLCK, -1; };
+  const std::string last = BinOf("a.gltf");
+  EXPECT_TRUE(Save(300, "a.gltf")) << error_;
+  EXPECT_TRUE(fs::exists(Path(last)));
+}
+
+TEST_F(SceneSafety, AFolderThatIsLockedForLongIsNamed) {
+  ASSERT_TRUE(Save(10, "a.gltf")) << error_;
+  const Files old = All();
+  const int fd = open(folder_.c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_EQ(flock(fd, LOCK_EX), 0);
+  static int waited, locked;
+  waited = 0, locked = fd;
+  const FileWatch watch;
+  host::theFileCalls.pause = [](useconds_t time) { return waited += int(time), 0; };
+  EXPECT_FALSE(Save(20, "a.gltf"));
+  EXPECT_EQ(error_, "cannot save \"" + Path("a.gltf") +
+                        "\": another program holds a lock on the folder \"" + folder_ + "\"");
+  EXPECT_EQ(waited, 5000000);  // microseconds
+  EXPECT_EQ(All(), old);
+  EXPECT_TRUE(Save(20, "a.glb")) << error_;
+  host::theFileCalls.pause = [](useconds_t) { return flock(locked, LOCK_UN); };
+  EXPECT_TRUE(Save(20, "a.gltf")) << error_;
+  close(fd);
+}
+
+TEST_F(SceneSafety, OldBytesGoWhenTheNewPairIsOnTheDisk) {
+  const mode_t mask = umask(027);
+  ASSERT_TRUE(Save(10, "a.gltf")) << error_;
+  umask(mask);
+  const std::string old = BinOf("a.gltf");
+  for (const std::string& name : {old, std::string("a.gltf")})
+    EXPECT_EQ(fs::status(Path(name)).permissions(), fs::perms(0640));
+  static std::string oldPath;
+  static int lasting;
+  oldPath = Path(old), lasting = 0;
+  FileWatch watch;
+  static int (*watched)(int);
+  watched = host::theFileCalls.fsync;
+  host::theFileCalls.fsync = [](int fd) {
+    lasting += fs::exists(oldPath);
+    return watched(fd);
+  };
+  ASSERT_TRUE(Save(20, "a.gltf")) << error_;
+  EXPECT_EQ(watch.Calls(),
+            (std::vector<std::string>{"write 0", "sync 0", "write 1", "sync 1", "write 2",
+                                      "rename 0 " + BinOf("a.gltf"), "sync folder",
+                                      "rename 1 a.gltf", "sync folder"}));
+  EXPECT_EQ(lasting, 4);
+  EXPECT_EQ(All().size(), 2u);
+}
+
+// Ended before each of the calls that make the change, one after the other.
+TEST_F(SceneSafety, APairThatIsCutShortAnywhereIsWholeAndClearedAway) {
+  static int left;
+  static const auto end = [] {
+    if (left-- == 0) _exit(7);
+  };
+  for (int last = 0, status = 7 << 8; WEXITSTATUS(status) == 7; ++last) {
+    for (const int points : {10, 20})
+      ASSERT_TRUE(Save(points, "a.gltf", {.backup = true})) << error_;
+    const pid_t child = fork();
+    if (child == 0) {
+      static const host::FileCalls calls = host::theFileCalls;
+      left = last;
+      host::theFileCalls.fsync = [](int fd) { return end(), calls.fsync(fd); };
+      host::theFileCalls.rename = [](const char* a, const char* b) {
+        return end(), calls.rename(a, b);
+      };
+      _exit(Save(30, "a.gltf", {.backup = true}) ? 0 : 1);
+    }
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    const int points = PointsIn("a.gltf"), before = PointsIn("a.gltf.bak");
+    EXPECT_TRUE(points == 30 || points == 20) << last << error_;
+    EXPECT_TRUE(before == 20 || before == 10) << last << error_;
+    ASSERT_TRUE(Save(40, "a.gltf")) << error_;
+    EXPECT_EQ(PointsIn("a.gltf.bak"), before) << error_;
+    EXPECT_EQ(All().size(), 4u) << last;
+  }
+}
+
+// A text that another program has read and written back, in a pair and in a single file.
+TEST_F(SceneSafety, AForeignTextHasAllItsTables) {
+  const auto expect = [&](const std::string& name, const std::string& why) {
+    EXPECT_EQ(PointsIn(name), -1) << why;
+    EXPECT_NE(error_.find(why), std::string::npos) << error_;
+    std::vector<std::string> lost;
+    EXPECT_EQ(PointsIn(name, &lost), 50) << why << error_;
+    ASSERT_GE(lost.size(), 1u);
+    EXPECT_NE(lost[0].find(why), std::string::npos) << lost[0];
+    EXPECT_TRUE(host::LooksLikeScene(Path(name)));
+  };
+  const char* foreign = "was changed by another program, or damaged";
+  const std::string mark = "\xEF\xBB\xBF";
+  ASSERT_TRUE(Save(50, "a.gltf")) << error_;
+  const std::string text = All().at("a.gltf");
+  const std::string pretty = nlohmann::json::parse(text).dump(2);
+  std::string lines;
+  for (const char c : pretty) lines += c == '\n' ? "\r\n" : std::string(1, c);
+  for (const std::string& other : {pretty, lines, mark + lines + "\r\n", " \n" + pretty}) {
+    Put("a.gltf", other);
+    expect("a.gltf", foreign);
+  }
+  Put("a.gltf", text + "} more");
+  expect("a.gltf", "unless another program has changed it");
+  Put("a.gltf", mark + text);  // the text itself is as it was
+  EXPECT_EQ(PointsIn("a.gltf"), 50) << error_;
+  const std::string bin = BinOf("a.gltf");
+  Put("a.gltf", pretty + "\n");
+  fs::resize_file(Path(bin), fs::file_size(Path(bin)) + 1);
+  expect("a.gltf", "beside it has");
+
+  ASSERT_TRUE(Save(50, "a.glb")) << error_;
+  const std::string whole = All().at("a.glb");
+  const auto number = [](size_t n) {
+    const auto word = std::uint32_t(n);
+    return std::string(reinterpret_cast<const char*>(&word), 4);
+  };
+  std::uint32_t size;
+  std::memcpy(&size, whole.data() + 12, 4);
+  const std::string sealed = whole.substr(20, size), bytes = whole.substr(20 + size);
+  const std::string other = nlohmann::json::parse(sealed).dump(1, '\t');
+  for (std::string told : {other, mark + other}) {
+    told.append((4 - told.size() % 4) % 4, ' ');
+    Put("a.glb", whole.substr(0, 8) + number(20 + told.size() + bytes.size()) +
+                     number(told.size()) + "JSON" + told + bytes);
+    expect("a.glb", foreign);
+  }
+  // Lengths and padding forgotten.
+  for (const std::string end : {"", "\n", "\r\n"}) {
+    Put("a.glb", whole.substr(0, 20) + sealed.substr(0, sealed.rfind('}') + 1) + end + bytes);
+    std::vector<std::string> lost;
+    EXPECT_EQ(PointsIn("a.glb", &lost), 50) << error_;
+  }
 }
 
 TEST_F(SceneSafety, APairThatCannotTakeItsPlaceLeavesNoBytes) {

@@ -91,16 +91,9 @@ Counts CountsOf(const IParamBlock2& block) {
 
 std::string TypeValueBreach(const IParamBlock2& block) {
   const int big = std::numeric_limits<int>::max();
-  const std::span<const int> kinds = block.Ints(Geo_Kind);
-  const std::span<const int> samples = block.Ints(Geo_PointCount);
-  for (size_t t = 0; t < samples.size(); ++t) {
-    // A scene proxy (kind 1) brings as many samples as it lists.
-    const bool capped = kinds[t] != 1;
-    if (samples[t] >= 0 && (!capped || samples[t] <= 3000)) continue;
-    return Name(Geo_PointCount) + "[" + std::to_string(t) + "] is " + std::to_string(samples[t]) +
-           ", allowed is 0 to 3000";
-  }
-  for (const Param id : {Geo_VertCount, Geo_FaceCount})
+  // Only choosing samples ends at 3000. A file or a scene proxy brings as many as it lists, and a
+  // file's type that becomes a node again keeps them. They need to agree with Geo_Points, no more.
+  for (const Param id : {Geo_PointCount, Geo_VertCount, Geo_FaceCount})
     if (std::string b = RangeBreach(block, id, 0, big); !b.empty()) return b;
   const int materials = block.Count(Proxy_Mtls);
   if (std::string b = RangeBreach(block, Proxy_MtlIndex, -1, materials - 1); !b.empty()) return b;

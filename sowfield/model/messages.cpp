@@ -13,7 +13,10 @@ bool IsSlotTable(ParamID id) {
 }
 
 void RefreshLists(Effects& out) {
-  out.Add(Effect::TellTypeList).Add(Effect::TellPainterList).Add(Effect::RefreshObject);
+  out.Add(Effect::TakeBrushMinimum)
+      .Add(Effect::TellTypeList)
+      .Add(Effect::TellPainterList)
+      .Add(Effect::RefreshObject);
 }
 
 Effects OnChange(const MessageState& s) {

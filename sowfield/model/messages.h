@@ -18,6 +18,7 @@ enum class Effect {
   RemoveNulledSplines,
   DropVariations,
   CheckProxyFiles,
+  TakeBrushMinimum,
   TellTypeList,
   TellPainterList,
   TellRowControls,

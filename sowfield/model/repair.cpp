@@ -10,7 +10,6 @@
 namespace sowfield {
 namespace {
 
-constexpr int kMostSamples = 3000;  // of a type that isn't a scene proxy
 // Each type needs thousands of bytes, and damage can tell of no end of them.
 constexpr size_t kMostTypes = 10'000;
 
@@ -122,16 +121,15 @@ class Repair {
            std::any_of(kRandomTables.begin(), kRandomTables.end(), hasRows);
   }
 
-  // Runs end where Geo_Points ends. Behind a number that makes no sense no run can be found.
+  // Runs are as long as told and end where Geo_Points ends. Behind a negative number no run can be
+  // found.
   void RepairSamples() {
     const std::span<const int> stored = block_.Ints(Geo_PointCount);
     std::vector<int>& counts = samples_;
     counts.assign(Types(), 0);
     size_t left = Count(Geo_Points);
     const size_t told = std::min(stored.size(), Types());
-    size_t t = 0;
-    for (; t < told; ++t) {
-      if (stored[t] < 0 || (kinds_[t] != 1 && stored[t] > kMostSamples)) break;
+    for (size_t t = 0; t < told && stored[t] >= 0; ++t) {
       counts[t] = int(std::min(size_t(stored[t]), left));
       left -= size_t(counts[t]);
     }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+#include <utility>
 
 #include "host/interface.h"
 
@@ -29,24 +31,38 @@ void AppendTypeData(Distribution& d, const TypeData& data) {
   block.Append(Geo_BoxMin, 1, &data.box.pmin);
 }
 
+Box3 BoxOf(const Distribution& d, int type) {
+  return {d.block->GetPoint3(Geo_BoxMin, d.curTime, type),
+          d.block->GetPoint3(Geo_BoxMax, d.curTime, type)};
+}
+
 Point3 TurnedBoxSize(const Distribution& d, const TypeRef& type) {
-  const IParamBlock2& block = *d.block;
-  const Point3 size = block.GetPoint3(Geo_BoxMax, d.curTime, type.type) -
-                      block.GetPoint3(Geo_BoxMin, d.curTime, type.type);
+  const Point3 size = BoxOf(d, type.type).Width();
   const INode* node = d.SourceNode(type);
   return node ? VectorTransform(size, node->GetNodeTM(d.curTime)) : size;
 }
 
-void RecomputeBrushMinimum(Distribution& d) {
-  if (d.TypeCount() == 0) return;
-  float smallest = std::numeric_limits<float>::max();
+float BrushMinimumOf(const Distribution& d) {
+  const auto largest = float(FindParam(Brush_Size)->high);
+  float smallest = std::numeric_limits<float>::infinity();
   for (const TypeRef& t : TypeWalk(*d.block)) {
+    if (BoxOf(d, t.type).IsEmpty()) continue;
     const Point3 s = TurnedBoxSize(d, t);
-    smallest = std::min(smallest, (std::fabs(s.x) + std::fabs(s.y)) * 0.25f);
+    smallest = std::min(smallest, (std::fabs(s.x) + std::fabs(s.y)) * 0.25f);  // drops NaN
   }
-  d.brushMinimum = smallest;
+  return smallest <= largest ? smallest : 0;
+}
+
+void TakeBrushMinimum(Distribution& d) {
+  const float minimum = BrushMinimumOf(d);
+  if (std::exchange(d.brushMinimum, minimum) != minimum) d.Tell(Event::BrushLimitsChanged);
+}
+
+void RecomputeBrushMinimum(Distribution& d) {
+  d.brushMinimum = BrushMinimumOf(d);
   for (const Param id : {Brush_LineSize, Brush_Size})
-    if (d.block->GetFloat(id, d.curTime) < smallest) d.block->SetValue(id, d.curTime, smallest);
+    if (d.block->GetFloat(id, d.curTime) < d.brushMinimum)
+      d.block->SetValue(id, d.curTime, d.brushMinimum);
   d.Tell(Event::BrushLimitsChanged);
 }
 

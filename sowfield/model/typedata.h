@@ -23,12 +23,22 @@ TypeData DataOfMesh(const Mesh& mesh, SampleShuffle how = SampleShuffle::NewType
 /// Appends the data of a new type, from Geo_VertCount to the box corners.
 void AppendTypeData(Distribution& d, const TypeData& data);
 
+/// The stored box of a type, object space.
+Box3 BoxOf(const Distribution& d, int type);
+
 /// The size of a type's box as the brush sees it: |x| + |y| of its diagonal, turned by the source
 /// node's matrix.
 Point3 TurnedBoxSize(const Distribution& d, const TypeRef& type);
 
-/// Sets brushMinimum to the smallest quarter of |x| + |y| over the types, and raises both brush
-/// radii to it. Without a type nothing changes.
+/// The smallest brush radius for the types: the least quarter of |x| + |y| over them, scene units.
+/// A type whose box is empty, not finite or too large for any brush takes no part; 0 without one
+/// that does.
+float BrushMinimumOf(const Distribution& d);
+
+/// Sets brushMinimum for the types as they are. The brush stays: undo and redo bring back its own.
+void TakeBrushMinimum(Distribution& d);
+
+/// The same, and raises both brush radii to it.
 void RecomputeBrushMinimum(Distribution& d);
 
 /// Puts a node on the layer of the object and its sources, which is made if it doesn't exist; the

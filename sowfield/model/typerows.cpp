@@ -66,7 +66,7 @@ void AppendTypeRows(Distribution& d) {
   AppendRandomBlock(d);
 }
 
-void ReplaceTypeData(Distribution& d, int type, const TypeData& data) {
+void ReplaceSamples(Distribution& d, int type, const TypeData& data) {
   IParamBlock2& block = *d.block;
   const TimeValue t = d.curTime;
   const int first = FirstSampleOf(d, type), samples = int(data.samples.size());
@@ -75,8 +75,12 @@ void ReplaceTypeData(Distribution& d, int type, const TypeData& data) {
   block.Delete(Geo_Points, first, block.GetInt(Geo_PointCount, t, type));
   block.Insert(Geo_Points, first, samples, data.samples.data());
   block.SetValue(Geo_PointCount, t, samples, type);
-  block.SetValue(Geo_BoxMax, t, data.box.pmax, type);
-  block.SetValue(Geo_BoxMin, t, data.box.pmin, type);
+}
+
+void ReplaceTypeData(Distribution& d, int type, const TypeData& data) {
+  ReplaceSamples(d, type, data);
+  d.block->SetValue(Geo_BoxMax, d.curTime, data.box.pmax, type);
+  d.block->SetValue(Geo_BoxMin, d.curTime, data.box.pmin, type);
 }
 
 void RemoveProxyFile(Distribution& d, int file) {
@@ -148,6 +152,7 @@ void RemoveNulledTypes(Distribution& d) {
   }
   for (int i = block.Count(Proxy_Nodes); i-- > 0;)
     if (!block.GetINode(Proxy_Nodes, d.curTime, i)) block.Delete(Proxy_Nodes, i, 1);
+  TakeBrushMinimum(d);
   d.Tell(Event::StatsChanged);
   d.RefreshObject();
   d.SetListReady(1);

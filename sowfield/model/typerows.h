@@ -11,6 +11,9 @@ void AppendGlobalRow(Distribution& d);
 /// Appends the rows of a new type, from Geo_Reserved_C to Tr_AnimMax, and its random block.
 void AppendTypeRows(Distribution& d);
 
+/// Puts new counts and samples of a type in the place of the old; the box stays.
+void ReplaceSamples(Distribution& d, int type, const TypeData& data);
+
 /// Puts new data of a type in the place of the old.
 void ReplaceTypeData(Distribution& d, int type, const TypeData& data);
 

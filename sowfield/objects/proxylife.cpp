@@ -46,8 +46,7 @@ INode* WorkingNode(INode* source, int kind, TimeValue t) {
 }
 
 void MovePivotToFloor(INode* node, TimeValue t) {
-  Box3 box;
-  node->EvalWorldState(t).obj->GetWorldBoundBox(t, node, nullptr, box);
+  const Box3 box = TightWorldBox(node, t);
   if (box.IsEmpty()) return;
   const Point3 floor(box.Center().x, box.Center().y, box.Min().z);
   node->Move(t, Matrix3(), floor - node->GetNodeTM(t).GetTrans(), true, false, true);
@@ -107,7 +106,7 @@ TypeData StoredData(const Distribution& d, int type) {
   for (int i = 0; i < type; ++i) first += size_t(counts[size_t(i)]);
   const auto samples = b.Points(Geo_Points).subspan(first, size_t(counts[size_t(type)]));
   data.samples.assign(samples.begin(), samples.end());
-  data.box = Box3(b.Points(Geo_BoxMin)[size_t(type)], b.Points(Geo_BoxMax)[size_t(type)]);
+  data.box = BoxOf(d, type);
   return data;
 }
 
@@ -133,7 +132,17 @@ TypeData FreshData(Distribution& d, const TypeRef& type) {
                                                 : StoredData(d, type.type);
 }
 
-// The last table of every change of the list: undo and redo find their end by it.
+// What the file tells; of the mesh where it couldn't be written.
+TypeData DataOfWritten(const Mesh& mesh, const WStr& path, bool written) {
+  const MoksetInfo info = written ? ReadMoksetInfo(path) : MoksetInfo{};
+  return info.generation < 1 || info.fault ? DataOfMesh(mesh, SampleShuffle::File)
+                                           : DataOfFile(info);
+}
+
+// The first and the last table of every change of the list: undo and redo find their ends by them.
+void TouchKind(Distribution& d, int type) {
+  d.block->SetValue(Geo_Kind, d.curTime, d.block->GetInt(Geo_Kind, d.curTime, type), type);
+}
 void TouchName(Distribution& d, int type) {
   const WStr name = d.block->GetStr(Geo_Names, d.curTime, type);
   d.block->SetValue(Geo_Names, d.curTime, name, type);
@@ -177,6 +186,8 @@ bool ConvertType(Distribution& d, int type, const WStr& path, bool& written, std
   block.SetValue(Geo_BoxMax, d.curTime, box.Max(), type);
   block.SetValue(Geo_BoxMin, d.curTime, box.Min(), type);
   written = WriteMoksetFile(mesh, path, d.rng, error);
+  // The node's samples would lie beside the mesh that is shown, whose frame is the file's now.
+  ReplaceSamples(d, type, DataOfWritten(mesh, path, written));
   block.Insert(Proxy_Files, from.file, 1, &path);
   using MaxSDK::AssetManagement::IAssetManager;
   if (IAssetManager* assets = IAssetManager::GetInstance())
@@ -188,6 +199,7 @@ bool ConvertType(Distribution& d, int type, const WStr& path, bool& written, std
   }
   block.Insert(Proxy_MtlIndex, from.file, 1, &index);
   block.Delete(Geo_Nodes, from.node, 1);
+  TakeBrushMinimum(d);
   TouchName(d, type);
   theHold.Accept(L"Save Mokset Out");
 
@@ -203,8 +215,16 @@ bool PointTypeAtFile(Distribution& d, int type, const WStr& path) {
   const MoksetInfo info = ReadMoksetFile(path, mesh);
   if (info.generation < 1 || info.fault) return false;
   d.SetListReady(0);
+
+  // Outside a step its tables would go into steps before it, whose undo would then mix two sources.
+  theHold.Begin();
+  TouchKind(d, type);
   d.block->SetValue(Proxy_Files, d.curTime, path, d.FindType(type).file);
   ReplaceTypeData(d, type, DataOfFile(info));
+  RecomputeBrushMinimum(d);
+  TouchName(d, type);
+  theHold.Accept(L"Load Mokset");
+
   d.SetListReady(1);
   d.RefreshObject();
   return true;
@@ -255,7 +275,7 @@ void UpdateAllTypes(Distribution& d) {
   // Nodes are exchanged, so it has to be undone as a whole.
   theHold.Begin();
   const bool any = d.TypeCount() > 0;
-  if (any) block.SetValue(Geo_Kind, d.curTime, block.GetInt(Geo_Kind, d.curTime, 0), 0);
+  if (any) TouchKind(d, 0);
   std::vector<TypeData> all;
   for (int type = 0; type < d.TypeCount(); ++type) all.push_back(FreshData(d, d.FindType(type)));
   for (const Param id :
@@ -264,6 +284,7 @@ void UpdateAllTypes(Distribution& d) {
   for (const TypeData& data : all) AppendTypeData(d, data);
   if (INode* own = d.OwnNode())
     own->SetNodeTM(d.curTime, TransMatrix(own->GetNodeTM(d.curTime).GetTrans()));
+  RecomputeBrushMinimum(d);
   if (any) TouchName(d, 0);
   theHold.Accept(L"Update All");
 

@@ -16,17 +16,18 @@ namespace sowfield {
 std::string WhyNotConvertible(const Distribution& d, int type);
 
 /// Writes the type's mesh to a file and makes it a type of that file, "Save Mokset Out". The mesh
-/// stands at the bottom centre of its box with the node's rotation and scale worked in. The node
-/// stays in the scene, no longer a source; its material goes with the type.
+/// stands at the bottom centre of its box with the node's rotation and scale worked in; box, counts
+/// and samples are those of the file. The node stays in the scene, no longer a source; its material
+/// goes with the type.
 ///
 /// False if the type isn't convertible, and nothing happens. The type is converted even if the file
 /// can't be written, which `written` tells and `error` explains.
 bool ConvertType(Distribution& d, int type, const WStr& path, bool& written,
                  std::string* error = nullptr);
 
-/// Points a type of kind 2 at another file, takes its box, counts and samples from there and
-/// refreshes; no undo step. False, and nothing happens, for another kind and for a file that
-/// ReadMoksetFile finds at fault.
+/// Points a type of kind 2 at another file, "Load Mokset", takes its box, counts and samples from
+/// there, raises the brush to its smallest size and refreshes. False, and nothing happens, for
+/// another kind and for a file that ReadMoksetFile finds at fault.
 bool PointTypeAtFile(Distribution& d, int type, const WStr& path);
 
 /// Makes a type of kind 2 a scene type again, "Export Mokset Out": its file's mesh becomes an
@@ -36,8 +37,9 @@ bool ExportMoksetToObject(Distribution& d, int type);
 
 /// Takes box, counts and samples of all types anew from their sources; a type whose source can't be
 /// read keeps its own. The mesh nodes of V-Ray proxies are made anew; an old one that a copy of the
-/// object uses stays. The object's node loses its rotation and scale. One undo step, "Update All":
-/// nodes are exchanged, and half of that would be left after undoing the steps before.
+/// object uses stays. The object's node loses its rotation and scale, and the brush is raised to
+/// its smallest size. One undo step, "Update All": nodes are exchanged, and half of that would be
+/// left after undoing the steps before.
 void UpdateAllTypes(Distribution& d);
 
 /// One hidden node for each type of kind 2, in order, with the file's mesh and the type's material.

@@ -104,6 +104,15 @@ INode* MakeMeshNode(INode* proxy, const Mesh& mesh, TimeValue t) {
   return node;
 }
 
+// Around the mesh that placements show. Where a Mokset proxy has none that can be read, around the
+// box that it tells.
+Box3 SeenBox(INode* node, TimeValue t, int kind) {
+  const Matrix3 tm = node->GetObjectTM(t);
+  Box3 box = kind == 1 ? ReadSceneProxyMesh(node).getBoundingBox(&tm) : TightWorldBox(node, t);
+  if (box.IsEmpty()) node->EvalWorldState(t).obj->GetWorldBoundBox(t, node, nullptr, box);
+  return box;
+}
+
 }  // namespace
 
 std::string WhyNotASource(INode* node, TimeValue t) {
@@ -149,8 +158,7 @@ Source::~Source() {
 }
 
 void Source::MovePivotToFloor(Before ofKind3) const {
-  Box3 box;
-  node->EvalWorldState(t_).obj->GetWorldBoundBox(t_, node, nullptr, box);
+  const Box3 box = SeenBox(node, t_, kind);
   const auto prepare = [&](INode* n) {
     kind == 3 && ofKind3 == Before::Reset ? n->ResetPivot(t_) : n->CenterPivot(t_, false);
   };

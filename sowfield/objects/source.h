@@ -31,9 +31,9 @@ class Source {
   INode* picked;  // stands in Proxy_Nodes, for kind 3
   TypeData data;
 
-  /// Moves the pivot to the bottom centre of the world box, where a placement stands; the object
-  /// stays. For kind 3 the pivots of both nodes move alike, after a reset to the object's own frame
-  /// or to the centre.
+  /// Moves the pivot to the bottom centre of what is seen, in the world, where a placement stands;
+  /// the object stays. For kind 3 the pivots of both nodes move alike, after a reset to the
+  /// object's own frame or to the centre.
   enum class Before { Reset, Center };
   void MovePivotToFloor(Before ofKind3) const;
 

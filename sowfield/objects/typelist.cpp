@@ -9,13 +9,18 @@
 namespace sowfield {
 namespace {
 
-// The brush of an object's first type: a line as wide as the source, a stroke of a few widths.
+// The brush of an object's first type: a line as wide as the source, a stroke of a few widths, each
+// within the parameter's range.
 void SizeBrush(Distribution& d, const TypeData& data, const INode* node) {
   const Point3 s = VectorTransform(data.box.Width(), node->GetNodeTM(d.curTime));
   const float x = std::fabs(s.x), y = std::fabs(s.y);
-  d.block->SetValue(Brush_LineSize, d.curTime, (x + y) * 0.5f);
-  d.block->SetValue(Brush_Size, d.curTime, (x + y) * 1.75f);
-  d.block->SetValue(Brush_Collision, d.curTime, std::max(x, y));
+  const auto set = [&](Param id, float value) {
+    const auto most = float(FindParam(id)->high);
+    d.block->SetValue(id, d.curTime, value < most ? value : most);
+  };
+  set(Brush_LineSize, (x + y) * 0.5f);
+  set(Brush_Size, (x + y) * 1.75f);
+  set(Brush_Collision, std::max(x, y));
   d.Tell(Event::BrushSizeChanged);
   d.Tell(Event::CollisionChanged);
 }

@@ -102,6 +102,7 @@ ReferenceTarget* Sowfield::Clone(RemapDir& remap) {
   remap.AddMapping(this, clone);
   clone->ReplaceReference(0, remap.CloneRef(pblock2));
   clone->RefreshObject();
+  TakeBrushMinimum(clone->distribution);
   BaseClone(this, clone, remap);
   return clone;
 }
@@ -283,6 +284,9 @@ void Sowfield::CarryOut(Effect effect) {
     case Effect::CheckProxyFiles:
       CheckProxyFiles();
       break;
+    case Effect::TakeBrushMinimum:
+      TakeBrushMinimum(d);
+      break;
     case Effect::TellTypeList:
       d.Tell(Event::TypeListChanged);
       break;
@@ -326,6 +330,8 @@ void Sowfield::OnNotification(void* param, NotifyInfo* info) {
     case NOTIFY_FILE_POST_OPEN:
       d.SetListReady(1);
       UpgradeNormalRows(d);
+      d.curTime = GetCOREInterface()->GetTime();
+      TakeBrushMinimum(d);
       break;
     case NOTIFY_PRE_RENDER:
       GetCOREInterface()->PrintToListener(

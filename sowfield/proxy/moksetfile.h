@@ -31,8 +31,10 @@ struct MoksetInfo {
   MoksetFault fault;
 };
 
-/// A path as this system takes it; stored ones have either separator.
-std::string NativePathOf(WStr path);
+/// A path as this system takes it. Stored ones have either separator, and here a backslash may be
+/// part of a name: what is there under the path as it stands comes first, then what is there with
+/// all backslashes turned. If neither is, those of the folders that are there stay.
+std::string NativePathOf(const WStr& path);
 
 /// The generation of a file: 1 to 3; 0 for a version that isn't known, -1 if it can't be opened. A
 /// file that doesn't begin like a Mokset file counts as generation 1, which begins with its box.
@@ -48,6 +50,12 @@ MoksetInfo ReadMoksetFile(const WStr& path, Mesh& mesh);
 
 /// The same from any stream that can seek; `mesh` may be null.
 MoksetInfo ReadMoksetStream(std::istream& in, Mesh* mesh);
+
+/// Reads a file whole and tells all that is wrong with it: what a reader refuses or else, in the
+/// order of the file, what readers let pass but no writer makes. Of samples and edges at fault the
+/// first one is told. `info` is that of ReadMoksetFile.
+std::vector<MoksetFault> CheckMoksetFile(const WStr& path, MoksetInfo& info);
+std::vector<MoksetFault> CheckMoksetStream(std::istream& in, MoksetInfo& info);
 
 // The mesh alone. A file that can't be opened or is at fault gives an empty one, without a message.
 Mesh ReadMoksetMesh(const WStr& path);

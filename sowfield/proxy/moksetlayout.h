@@ -42,6 +42,8 @@ inline constexpr MoksetLayout kMoksetLayouts[3] = {
 inline constexpr std::string_view kMoksetMagic = "Vorn_MoksetV";
 inline constexpr std::string_view kMoksetVersion = "0.6";  // of what is written
 inline constexpr std::uint32_t kMoksetPointBytes = 12, kMoksetTexFaceBytes = 12;
+inline constexpr int kMostMultiplier = 100;  // of what is written
+inline constexpr int kMoksetUnits = 7;       // inches to kilometres, from 0
 
 // Numbers are copied as they stand.
 static_assert(std::endian::native == std::endian::little);

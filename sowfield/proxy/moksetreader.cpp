@@ -10,6 +10,7 @@
 #include <new>
 #include <optional>
 
+#include "sowfield/model/sampleorder.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "sowfield/proxy/moksetlayout.h"
 
@@ -29,6 +30,22 @@ constexpr std::int64_t kFloatExact = std::int64_t(1) << 24;
   const std::string is = field + " is " + std::to_string(found);
   if (most < least) Fail(offset, is + ", but there is nothing that it could stand for");
   Fail(offset, is + ", allowed are " + std::to_string(least) + " to " + std::to_string(most));
+}
+
+template <class T>
+std::string Text(T number) {
+  return std::to_string(number);
+}
+
+// The shortest digits that tell them from all others.
+std::string Text(const Point3& p) {
+  std::string text;
+  for (const float value : {p.x, p.y, p.z}) {
+    char digits[32];
+    const auto end = std::to_chars(digits, std::end(digits), value).ptr;
+    text.append(text.empty() ? "" : " ").append(digits, end);
+  }
+  return text;
 }
 
 template <class T>
@@ -206,6 +223,23 @@ class Reader {
     mesh.InvalidateTopologyCache();
   }
 
+  /// What a reader lets pass but no writer makes, after ReadMesh.
+  std::vector<MoksetFault> Oddities(const Mesh& mesh) {
+    if (info_.vertices > 0) CheckBox(mesh.getBoundingBox());
+    if (layout_.hasUnit && (info_.unit < 0 || info_.unit >= kMoksetUnits))
+      Odd(layout_.box + 24,
+          "the unit is " + Text(info_.unit) + ", expected 0 to " + Text(kMoksetUnits - 1));
+    if (info_.multiplier > kMostMultiplier)
+      Odd(samplesAt_ - 8, "the multiplier is " + Text(info_.multiplier) + ", expected 1 to " +
+                              Text(kMostMultiplier));
+    CheckSamples();
+    if (info_.generation == 3) CheckEdges();
+    if (info_.end < info_.bytes)
+      Odd(info_.end,
+          Text(info_.bytes - info_.end) + " bytes follow the end of the mesh, expected 0");
+    return std::move(oddities_);
+  }
+
   void ReadSamples() {
     for (const std::uint32_t i : samples_) {
       const auto p =
@@ -246,7 +280,7 @@ class Reader {
 
   // Returns where the list ends.
   std::uint64_t ReadSampleList(std::uint64_t at) {
-    const std::uint64_t entries = at + 4;
+    const std::uint64_t entries = samplesAt_ = at + 4;
     const int count = ProductCount(at, "the number of samples",
                                    file_.Value<std::int32_t>(at, "the number of samples"),
                                    file_.Left(entries) / layout_.sampleBytes);
@@ -346,11 +380,61 @@ class Reader {
     EachEntry(at, map.faces.size(), kMoksetTexFaceBytes, "the texture faces", use);
   }
 
+  void Odd(std::uint64_t offset, std::string text) {
+    oddities_.push_back({offset, std::move(text)});
+  }
+
+  void CheckBox(const Box3& mesh) {
+    const auto check = [&](std::uint32_t at, const char* name, const Point3& found,
+                           const Point3& expected) {
+      if (!(found == expected))
+        Odd(layout_.box + at, std::string("the ") + name + " corner of the box is " + Text(found) +
+                                  ", expected that of the vertices, " + Text(expected));
+    };
+    check(0, "upper", info_.box.pmax, mesh.pmax);
+    check(12, "lower", info_.box.pmin, mesh.pmin);
+  }
+
+  void CheckSamples() {
+    const size_t expected = std::min<size_t>(size_t(info_.vertices), kMostSamples);
+    if (samples_.size() != expected)
+      Odd(samplesAt_ - 4, "the number of samples is " + Text(samples_.size()) + ", expected " +
+                              Text(expected) + " of " + Text(info_.vertices) + " vertices");
+    std::vector<bool> taken(size_t(info_.vertices));
+    for (size_t i = 0; i < samples_.size(); ++i) {
+      if (taken[samples_[i]]) {
+        const auto first = std::find(samples_.begin(), samples_.end(), samples_[i]);
+        return Odd(samplesAt_ + i * layout_.sampleBytes,
+                   OfFace("sample ", i) + " is vertex " + Text(samples_[i]) +
+                       ", expected another than sample " + Text(first - samples_.begin()));
+      }
+      taken[samples_[i]] = true;
+    }
+  }
+
+  // Before generation 3 any float but 0 makes an edge visible.
+  void CheckEdges() {
+    bool found = false;
+    const auto use = [&](const std::byte* record, size_t i) {
+      for (size_t k = 0; k < 3 && !found; ++k) {
+        const auto value = At<std::int32_t>(record, 24 + 4 * k);
+        const int bit = 1 << k;
+        if (value == 0 || value == bit) continue;
+        found = true;
+        Odd(facesAt_ + i * layout_.faceBytes + 24 + 4 * k,
+            std::string("edge ") + "abc"[k] + " of face " + Text(i) + " is " + Text(value) +
+                ", expected 0 or " + Text(bit));
+      }
+    };
+    EachEntry(facesAt_, size_t(info_.faces), layout_.faceBytes, "the faces", use);
+  }
+
   Source& file_;
   MoksetInfo& info_;
   const MoksetLayout& layout_;
-  std::uint64_t vertsAt_ = 0, texVertsAt_ = 0, facesAt_ = 0;
+  std::uint64_t vertsAt_ = 0, texVertsAt_ = 0, samplesAt_ = 0, facesAt_ = 0;
   std::vector<std::uint32_t> samples_;
+  std::vector<MoksetFault> oddities_;
 };
 
 // Folders and pipes can't be read with seeks; opening a pipe would wait for its writer.
@@ -365,28 +449,8 @@ std::optional<std::ifstream> OpenFile(const WStr& path) {
   return in;
 }
 
-MoksetInfo ReadPath(const WStr& path, Mesh* mesh) {
-  if (std::optional<std::ifstream> in = OpenFile(path)) return ReadMoksetStream(*in, mesh);
-  if (mesh) *mesh = {};
-  MoksetInfo info;
-  info.generation = -1;
-  info.fault.text = "the file can't be opened";
-  return info;
-}
-
-}  // namespace
-
-std::string NativePathOf(WStr path) {
-  std::replace(path.begin(), path.end(), L'\\', L'/');
-  return ToUtf8(path);
-}
-
-int ReadMoksetVersion(const WStr& path) {
-  std::optional<std::ifstream> in = OpenFile(path);
-  return in ? VersionOf(FirstLine(*in)) : -1;
-}
-
-MoksetInfo ReadMoksetStream(std::istream& in, Mesh* mesh) {
+// With `oddities` there must be a mesh.
+MoksetInfo ReadStream(std::istream& in, Mesh* mesh, std::vector<MoksetFault>* oddities) {
   if (mesh) *mesh = {};
   MoksetInfo info;
   const auto failed = [&](MoksetFault fault) {
@@ -406,6 +470,7 @@ MoksetInfo ReadMoksetStream(std::istream& in, Mesh* mesh) {
     reader.ReadHead();
     if (mesh) {
       reader.ReadMesh(*mesh);
+      if (oddities) *oddities = reader.Oddities(*mesh);
     } else {
       reader.ReadSamples();
     }
@@ -415,6 +480,64 @@ MoksetInfo ReadMoksetStream(std::istream& in, Mesh* mesh) {
     return failed({0, "there isn't enough memory for its mesh"});
   }
   return info;
+}
+
+MoksetInfo ReadPath(const WStr& path, Mesh* mesh, std::vector<MoksetFault>* oddities = nullptr) {
+  if (std::optional<std::ifstream> in = OpenFile(path)) return ReadStream(*in, mesh, oddities);
+  if (mesh) *mesh = {};
+  MoksetInfo info;
+  info.generation = -1;
+  info.fault.text = "the file can't be opened";
+  return info;
+}
+
+// What makes a file unreadable, or else what is odd about it.
+std::vector<MoksetFault> AllFaults(const MoksetInfo& info, std::vector<MoksetFault> oddities) {
+  if (info.fault) return {info.fault};
+  return oddities;
+}
+
+}  // namespace
+
+std::string NativePathOf(const WStr& path) {
+  const auto exists = [](const std::string& name) {
+    std::error_code error;
+    return std::filesystem::exists(name, error);
+  };
+  const std::string plain = ToUtf8(path);
+  if (plain.find('\\') == std::string::npos || exists(plain)) return plain;
+  const auto turnedFrom = [&](size_t first) {
+    std::string turned = plain;
+    std::replace(turned.begin() + std::ptrdiff_t(first), turned.end(), '\\', '/');
+    return turned;
+  };
+  const std::string turned = turnedFrom(0);
+  if (exists(turned)) return turned;
+  size_t folder = plain.rfind('/');
+  while (folder != std::string::npos && folder > 0 && !exists(plain.substr(0, folder)))
+    folder = plain.rfind('/', folder - 1);
+  return folder == std::string::npos ? turned : turnedFrom(folder);
+}
+
+int ReadMoksetVersion(const WStr& path) {
+  std::optional<std::ifstream> in = OpenFile(path);
+  return in ? VersionOf(FirstLine(*in)) : -1;
+}
+
+MoksetInfo ReadMoksetStream(std::istream& in, Mesh* mesh) { return ReadStream(in, mesh, nullptr); }
+
+std::vector<MoksetFault> CheckMoksetStream(std::istream& in, MoksetInfo& info) {
+  Mesh mesh;
+  std::vector<MoksetFault> oddities;
+  info = ReadStream(in, &mesh, &oddities);
+  return AllFaults(info, std::move(oddities));
+}
+
+std::vector<MoksetFault> CheckMoksetFile(const WStr& path, MoksetInfo& info) {
+  Mesh mesh;
+  std::vector<MoksetFault> oddities;
+  info = ReadPath(path, &mesh, &oddities);
+  return AllFaults(info, std::move(oddities));
 }
 
 MoksetInfo ReadMoksetInfo(const WStr& path) { return ReadPath(path, nullptr); }

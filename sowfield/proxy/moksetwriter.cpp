@@ -89,7 +89,7 @@ const MeshMap* TextureOf(const Mesh& mesh) {
 }  // namespace
 
 bool WriteMoksetFile(const Mesh& mesh, const WStr& path, Generator& random, std::string* error) {
-  const int drawn = random.RandomInt(100, 1);
+  const int drawn = random.RandomInt(kMostMultiplier, 1);
   std::string why = mesh.FirstFault();
   if (error) *error = why;
   if (!why.empty()) return false;

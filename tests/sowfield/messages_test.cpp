@@ -12,21 +12,21 @@
 namespace sowfield {
 namespace {
 
-// Effects by letter: refresh, gate 0 or 1, remove types, remove splines, variations, files, types,
-// painter, rows, stats, size, collision, erase, colour, exclusion, camera.
+// Effects by letter: refresh, gate 0 or 1, remove types, remove splines, variations, files, brush
+// minimum, types, painter, rows, stats, size, collision, erase, colour, exclusion, camera.
 std::string Answer(int param, bool holding, int restoring, int ready = 1, int mode = 3,
                    int message = REFMSG_CHANGE, bool follows = false) {
   std::string text;
   for (const Effect e :
        Decide({RefMessage(message), ParamID(param), holding, restoring, ready, mode, follows}))
-    text += "r01XSVFtpwszcehEC"[int(e)];
+    text += "r01XSVFbtpwszcehEC"[int(e)];
   return text;
 }
 
 // Outside a step, recording, undo, redo, and both with the gate shut; - is no answer. The gate:
 // Geo_Kind comes last in an undo, Geo_Names last in a redo.
 constexpr const char* kAnswers = R"(
-Geo_Kind 1 - tpr1 0 tpr1 0    Geo_Names 1 - 0 tpr1 0 tpr1  Ins_Pos - - rs - - -
+Geo_Kind 1 - btpr1 0 btpr1 0  Geo_Names 1 - 0 btpr1 0 btpr1 Ins_Pos - - rs - - -
 Ins_AnimRand - - - rs - -     Display_Mode r r r r r r     Display_Type - - trs trs trs trs
 Geo_PaintPct - - p p - -      Brush_Size - - z z z z       Brush_LineSize - - z z z z
 Brush_Collision - - c c c c   Brush_Erase - - e e e e      Color_Shift - - h h h h

@@ -13,52 +13,12 @@
 #include "sowfield/model/sampleorder.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "sowfield/proxy/sceneproxy.h"
+#include "tests/sowfield/moksetbytes.h"
 
 namespace sowfield {
 namespace {
 
 namespace fs = std::filesystem;
-
-template <class T>
-void Put(std::string& to, T value) {
-  to.append(reinterpret_cast<const char*>(&value), sizeof value);
-}
-
-/// A file of any generation, field by field. All products wrap in 32 bits.
-std::string FileOf(int generation, const Mesh& mesh, int m, const std::vector<std::uint32_t>& order,
-                   int unit = 0) {
-  const bool third = generation == 3;
-  std::string s = third ? "Vorn_MoksetV0.6" : generation == 2 ? "Vorn_MoksetV0.5" : "";
-  if (generation == 1) m = 1;
-  const auto times = [m](size_t value) { return int(unsigned(value) * unsigned(m)); };
-  const auto count = [&](size_t n) { third ? Put(s, std::int64_t(times(n))) : Put(s, times(n)); };
-  const auto plain = [&](std::uint32_t n) { third ? Put(s, n) : Put(s, float(n)); };
-  const auto& uv = mesh.maps[1];
-  Put(s, mesh.getBoundingBox().pmax), Put(s, mesh.getBoundingBox().pmin);
-  if (third) Put(s, unit);
-  const auto points = [&](const auto& all) {
-    Put(s, int(all.size()));
-    for (const Point3& p : all) Put(s, p);
-  };
-  points(mesh.verts), points(uv.verts);
-  if (generation > 1) Put(s, m);
-  Put(s, times(order.size()));
-  for (const std::uint32_t i : order) count(i);
-  if (generation > 1) {
-    s.append(12, '\0');
-    for (int i = 0; i < 16; ++i) s += "0123456789ABCDEF";
-    s.append(4, '\0');
-  }
-  count(mesh.faces.size());
-  for (const Face& f : mesh.faces) {
-    for (const std::uint32_t v : f.v) third ? count(v) : Put(s, float(times(v)));
-    for (const std::uint32_t bit : {1u, 2u, 4u}) plain(f.flags & bit);
-    Put(s, times(f.smGroup)), Put(s, times(f.flags >> 16));
-  }
-  for (const TVFace& f : uv.faces)
-    for (const std::uint32_t t : f.t) plain(t);
-  return s;
-}
 
 Mesh Small(bool texture = true) {
   Mesh mesh;
@@ -231,6 +191,8 @@ TEST_F(MoksetFiles, TellsWhatIsWrongAndWhere) {
       {47, std::string("\0\0\x80\x7F", 4), "vertex 0 isn't finite"},
       {47 + 96 + 4, std::string(4, '\0'), "multiplier"},
       {47 + 96 + 4, "\xFF\xFF\xFF\xFF", "multiplier"},
+      {151, "\x58\x1B",
+       "number of samples times 7 is 7000, but the file of 619 bytes has room for"},
       {163, "\x23", "sample 1 times 7 is 35, allowed are 0 to 28"},
       {451 + 44, std::string(8, '\xFF'), "vertex a of face 1 times 7 is -1"},
       {451 + 3 * 44 + 12, "\x03", "a texture vertex of face 1 is 3, allowed are 0 to 2"}};
@@ -243,6 +205,166 @@ TEST_F(MoksetFiles, TellsWhatIsWrongAndWhere) {
     // Faces aren't read for the rest.
     EXPECT_EQ(bool(ReadBytes(bytes, nullptr).fault), at < 451 && at != 47) << told;
   }
+}
+
+/// What a check tells, a line a fault.
+std::string Checked(const std::string& bytes) {
+  std::istringstream in(bytes);
+  MoksetInfo info;
+  std::string told;
+  for (const MoksetFault& fault : CheckMoksetStream(in, info))
+    told += std::to_string(fault.offset) + ": " + fault.text + '\n';
+  return told;
+}
+
+// `value` in place of what stands there.
+template <class T>
+std::string With(std::string bytes, size_t at, T value) {
+  return bytes.replace(at, sizeof value, reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+TEST_F(MoksetFiles, WhatWritersMakeIsSound) {
+  for (int run = 0; run < 600; ++run)
+    ASSERT_EQ(Checked(FileOf(1 + run / 200, Small(run % 2 == 0), 1 + run / 2 % 100, {3, 0, 4, 1, 2},
+                             run % 7)),
+              "");
+  for (const int vertices : {0, 1, 2999, 3000, 3001}) {
+    ASSERT_TRUE(WriteMoksetFile(Points(vertices), Path("a.Vorn"), generator));
+    EXPECT_EQ(Checked(Read("a.Vorn")), "");
+    std::vector<std::uint32_t> order(std::min(size_t(vertices), size_t(3000)));
+    std::iota(order.rbegin(), order.rend(), 0u);
+    for (int generation = 1; generation <= 3; ++generation)
+      EXPECT_EQ(Checked(FileOf(generation, Points(vertices), 9, order)), "") << vertices;
+  }
+  // No vertices have no box that could be told.
+  EXPECT_EQ(Checked(With(FileOf(3, {}, 1, {}), 15, Box3({0, 0, 0}, {0, 0, 0}))), "");
+}
+
+TEST_F(MoksetFiles, ACheckTellsWhatNoWriterMakes) {
+  const std::vector<std::uint32_t> all = {3, 0, 4, 1, 2};
+  std::vector<std::uint32_t> tooMany(3001);
+  std::iota(tooMany.begin(), tooMany.end(), 0u);
+  // Where box, number of samples, samples and faces lie with 5 + 3 points and 5 samples.
+  struct Places {
+    size_t box, samples, list, sampleBytes, faces;
+  };
+  const Places places[] = {
+      {0, 128, 132, 4, 156}, {15, 147, 151, 4, 151 + 20 + 276}, {15, 151, 155, 8, 475}};
+  for (int generation = 1; generation <= 3; ++generation) {
+    const Places& at = places[generation - 1];
+    const auto told = [](size_t where, const std::string& text) {
+      return std::to_string(where) + ": " + text + '\n';
+    };
+    const auto file = [&](const auto& order) { return FileOf(generation, Small(), 7, order); };
+    const std::string whole = file(all);
+    using Order = std::vector<std::uint32_t>;
+    EXPECT_EQ(Checked(file(Order{})),
+              told(at.samples, "the number of samples is 0, expected 5 of 5 vertices"));
+    EXPECT_EQ(
+        Checked(file(Order(50, 2))),
+        told(at.samples, "the number of samples is 50, expected 5 of 5 vertices") +
+            told(at.list + at.sampleBytes, "sample 1 is vertex 2, expected another than sample 0"));
+    EXPECT_EQ(
+        Checked(file(Order{3, 0, 4, 0, 3})),
+        told(at.list + 3 * at.sampleBytes, "sample 3 is vertex 0, expected another than sample 1"));
+    const std::string beyond = Checked(FileOf(generation, Points(3001), 2, tooMany));
+    EXPECT_NE(beyond.find(" is 3001, expected 3000 of 3001 "), beyond.npos) << beyond;
+    EXPECT_EQ(Checked(With(whole, at.box, 2.5f)),
+              told(at.box,
+                   "the upper corner of the box is 2.5 3 1, expected that of the vertices, "
+                   "2 3 1"));
+    EXPECT_EQ(Checked(With(whole, at.box + 20, -1.5f)),
+              told(at.box + 20 - 8,
+                   "the lower corner of the box is -5 0 -1.5, expected that of "
+                   "the vertices, -5 0 -1"));
+    EXPECT_EQ(Checked(whole + "123"),
+              told(whole.size(), "3 bytes follow the end of the mesh, expected 0"));
+    // What a reader refuses is all that is told.
+    EXPECT_EQ(Checked(With(whole, at.box, INFINITY) + "123"),
+              told(at.box, "a corner of the box isn't finite"));
+    const std::string multiplied = Checked(FileOf(generation, Small(), 101, all));
+    EXPECT_EQ(multiplied, generation == 1
+                              ? ""
+                              : told(at.samples - 4, "the multiplier is 101, expected 1 to 100"));
+    // Edges that are floats are visible by any number but 0.
+    if (generation < 3) {
+      EXPECT_EQ(Checked(With(whole, at.faces + 12, 7.5f)), "");
+    }
+  }
+}
+
+TEST_F(MoksetFiles, ACheckOfTheThirdGenerationTellsUnitAndEdges) {
+  const std::string whole = FileOf(3, Small(), 7, {3, 0, 4, 1, 2});
+  for (const int unit : {7, -1})
+    EXPECT_EQ(Checked(With(whole, 39, unit)),
+              "39: the unit is " + std::to_string(unit) + ", expected 0 to 6\n");
+  for (size_t edge = 0; edge < 3; ++edge)
+    for (const int value : {-1, 0, 1, 2, 3, 4, 5, 8}) {
+      const int allowed[] = {1, 2, 4};
+      const size_t at = 475 + 44 + 24 + 4 * edge;  // in face 1
+      const std::string told = std::to_string(at) + ": edge " + "abc"[edge] + " of face 1 is " +
+                               std::to_string(value) + ", expected 0 or " +
+                               std::to_string(allowed[edge]) + "\n";
+      EXPECT_EQ(Checked(With(whole, at, value)), value == 0 || value == allowed[edge] ? "" : told);
+    }
+  // In the order of the file; of the edges the first one.
+  std::string odd = With(With(With(whole, 15, 9.0f), 39, 8), 475 + 24, 4);
+  odd = With(With(odd, 475 + 88 + 24, 2), 155 + 8, std::int64_t(3 * 7)) + "1";
+  const std::string told = Checked(odd);
+  size_t last = 0;
+  for (const char* part :
+       {"15: ", "39: ", "163: sample 1", "499: edge a of face 0", "bytes follow"}) {
+    EXPECT_TRUE(told.find(part) != told.npos && told.find(part) >= last) << told;
+    last = told.find(part);
+  }
+  EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 5) << told;
+}
+
+TEST_F(MoksetFiles, ASceneProxysTablesTellItsMesh) {
+  auto* proxy = new MoksetProxyObject;
+  INode* node = host.Services().CreateObjectNode(proxy);
+  IParamBlock2& b = *proxy->GetParamBlock(0);
+  const auto points = [&](ParamID id, const std::vector<Point3>& values) {
+    b.Append(id, int(values.size()), values.data());
+  };
+  const auto ints = [&](ParamID id, const std::vector<int>& values) {
+    b.Append(id, int(values.size()), values.data());
+  };
+  const std::vector<Point3> verts = {{0, 0, 0}, {1, 0, 0}, {0, 2, 0}, {0, 0, 3}};
+  const std::vector<Point3> textureVerts = {{0, 0, 0}, {0.5f, 0, 0}, {0, 0.25f, 1}};
+  points(3, verts), points(4, textureVerts);
+  points(5, {{0, 1, 2}, {2, 3, 0}, {1, 3, 2}, {3, 1, 0}});
+  points(6, {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {-1, 0.5f, 0}});
+  ints(7, {5, -0x7FFFFFFF, 0, 1 << 20});
+  points(8, {{0, 1, 2}, {2, 2, 0}, {1, 0, 1}, {2, 0, 0}});
+  ints(9, {3, 65535, 0, 12});
+  Mesh mesh = ReadSceneProxyMesh(node);
+  EXPECT_TRUE(std::equal(verts.begin(), verts.end(), mesh.verts.begin(), mesh.verts.end()));
+  // The id of a face stands in the upper 16 bits, edges a, b and c are 1, 2 and 4.
+  const Face faces[] = {{{0, 1, 2}, 5, 3u << 16 | 1},
+                        {{2, 3, 0}, 0x80000001, 65535u << 16 | 2},
+                        {{1, 3, 2}, 0, 4},
+                        {{3, 1, 0}, 1u << 20, 12u << 16 | 3}};
+  const TVFace textureFaces[] = {{{0, 1, 2}}, {{2, 2, 0}}, {{1, 0, 1}}, {{2, 0, 0}}};
+  ASSERT_EQ(mesh.faces.size(), 4u);
+  EXPECT_TRUE(mesh.mapSupport(1) && mesh.maps[1].verts == textureVerts);
+  ASSERT_EQ(mesh.maps[1].faces.size(), 4u);
+  for (size_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(mesh.faces[i].v[0] * 100 + mesh.faces[i].v[1] * 10 + mesh.faces[i].v[2],
+              faces[i].v[0] * 100 + faces[i].v[1] * 10 + faces[i].v[2]);
+    EXPECT_EQ(mesh.faces[i].smGroup, faces[i].smGroup) << i;
+    EXPECT_EQ(mesh.faces[i].flags, faces[i].flags) << i;
+    EXPECT_EQ(mesh.maps[1].faces[i], textureFaces[i]) << i;
+  }
+  // Faces that the other tables don't reach, and no texture.
+  for (const ParamID id : {6, 7, 9}) b.Delete(id, 1, 3);
+  b.Delete(4, 0, 3);
+  ReadSceneProxyMeshInto(node, mesh);
+  ASSERT_EQ(mesh.faces.size(), 4u);
+  EXPECT_EQ(mesh.faces[0], faces[0]);
+  for (size_t i = 1; i < 4; ++i)
+    EXPECT_TRUE(mesh.faces[i].flags == 7 && mesh.faces[i].smGroup == 0) << i;
+  EXPECT_FALSE(mesh.mapSupport(1));
 }
 
 TEST_F(MoksetFiles, ABrokenSceneProxyGivesNoMesh) {

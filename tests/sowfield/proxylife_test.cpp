@@ -4,12 +4,17 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
+#include <numeric>
+#include <set>
 
 #include "host/core/assets.h"
 #include "host/scene/animatedmesh.h"
 #include "host/scene/modifier.h"
+#include "sowfield/model/repair.h"
 #include "sowfield/objects/proxyfiles.h"
 #include "sowfield/proxy/moksetfile.h"
+#include "tests/sowfield/moksetbytes.h"
 #include "tests/sowfield/typelist_fixture.h"
 
 namespace sowfield {
@@ -28,6 +33,15 @@ struct ProxyLife : testing::Test, SowfieldScene {
   bool Convert(int type, const char* name) {
     bool written = false;
     return ConvertType(D(), type, File(name), written) && written;
+  }
+  // The newest step leads from the one to the other, with one refresh each way.
+  void ExpectRoll(const Snapshot& before, const Snapshot& after) {
+    for (const bool back : {true, false}) {
+      redraws = 0;
+      ASSERT_TRUE(back ? Undo().Undo() : Undo().Redo());
+      EXPECT_EQ(Differences(back ? before : after, TakeSnapshot(Block())), "");
+      EXPECT_TRUE(redraws == 1 && D().ListReady() == 1) << redraws;
+    }
   }
   const fs::path folder = fs::path(testing::TempDir()) / ("proxylife_" + std::to_string(getpid()));
 };
@@ -67,11 +81,9 @@ TEST_F(ProxyLife, AFileShowsAPlacementAsTheNodeDid) {
     Set(Display_Mode, 6), Set(Display_Type, type + 1);
     Shown();
     const Mesh before = object->mesh;
-    const Box3 world = [&] {
-      Box3 box;
-      source->EvalWorldState(0).obj->GetWorldBoundBox(0, source, nullptr, box);
-      return box;
-    }();
+    Box3 world;
+    const EvaluatedMesh shown = EvalMesh(source, 0);
+    for (const Point3& v : shown.mesh->verts) world += v * source->GetObjectTM(0);
     const size_t nodes = host.GetScene().AllNodes().size();
 
     ASSERT_TRUE(Convert(type, ("made" + std::to_string(made++) + ".Vorn").c_str()));
@@ -82,11 +94,11 @@ TEST_F(ProxyLife, AFileShowsAPlacementAsTheNodeDid) {
     for (int i = 0; i < before.getNumVerts(); ++i)
       EXPECT_LT(Apart(object->mesh.getVert(i), before.getVert(i)), 1e-5);
     EXPECT_EQ(object->mesh.faces, before.faces);
-    if (made > 2) continue;  // the host's world box is wider than what isn't a box
-    // The file's frame is the bottom centre of the world box.
+    // The file's frame, as the source's pivot, is the bottom centre of what is seen.
     const Point3 floor(world.Center().x, world.Center().y, world.Min().z);
     EXPECT_LT(Apart(Records(*this)[size_t(type)].low, world.Min() - floor), 1e-5);
     EXPECT_LT(Apart(Records(*this)[size_t(type)].high, world.Max() - floor), 1e-5);
+    EXPECT_LT(Apart(source->GetNodeTM(0).GetTrans(), floor), 1e-5);
   }
 }
 
@@ -151,6 +163,82 @@ TEST_F(ProxyLife, PathsHaveEitherSeparatorAndAreToldToTheHost) {
   EXPECT_GT(EvalMesh(Records(*this)[0].node, 0).mesh->verts.size(), 12u);
 }
 
+TEST_F(ProxyLife, ABackslashIsPartOfANameThatIsThere) {
+  const WStr plain = File("a\\b.Vorn");
+  fs::create_directory(folder / "a");
+  const auto vertices = [&] { return ReadMoksetInfo(plain).vertices; };
+  Write("a/b.Vorn", BoxMeshOf(1, 1, 1));
+  EXPECT_EQ(vertices(), 8);
+  Mesh one;
+  one.verts = {{1, 2, 3}};
+  std::string bytes = FileOf(3, one, 1, {0});
+  std::ofstream(folder / "a\\b.Vorn", std::ios::binary) << bytes;
+  EXPECT_EQ(vertices(), 1);
+  EXPECT_TRUE(MoksetFileExists(plain));
+  fs::remove(folder / "a" / "b.Vorn");
+  EXPECT_EQ(vertices(), 1);
+  EXPECT_TRUE(WriteMoksetFile(BoxMeshOf(1, 1, 1), plain, D().rng));
+  EXPECT_TRUE(vertices() == 8 && fs::is_empty(folder / "a"));
+  fs::remove(folder / "a\\b.Vorn");
+  EXPECT_FALSE(MoksetFileExists(plain));
+  // What isn't there yet: folders that are keep their names.
+  fs::create_directory(folder / "x\\y");
+  EXPECT_EQ(NativePathOf(File("x\\y/in\\c.Vorn")), (folder / "x\\y/in/c.Vorn").string());
+  EXPECT_EQ(NativePathOf(File("x\\z/c.Vorn")), (folder / "x/z/c.Vorn").string());
+  fs::create_directories(folder / "x" / "y");
+  std::ofstream(folder / "x" / "y" / "c.Vorn") << "there";
+  EXPECT_EQ(NativePathOf(File("x\\y/c.Vorn")), (folder / "x/y/c.Vorn").string());
+  EXPECT_EQ(NativePathOf(L"no\\folder\\c.Vorn"), "no/folder/c.Vorn");
+}
+
+TEST_F(ProxyLife, TypesKeepMoreSamplesThanAreChosenThroughAScene) {
+  node->SetName(L"one");
+  Mesh cloud;
+  for (int i = 0; i < 5000; ++i) cloud.verts.push_back({float(i), float(i % 3), 1});
+  std::vector<int> list(3500);
+  std::iota(list.begin(), list.end(), 700);
+  for (int i = 0; i < 2; ++i) {
+    auto* proxy = ProxyOf<MoksetProxyObject>(cloud);
+    IParamBlock2& b = *proxy->GetParamBlock(0);
+    b.Delete(46, 0, b.Count(46)), b.Append(46, 3500, list.data());
+    ASSERT_TRUE(AddAsType(AddNode(L"cloud", proxy)));
+  }
+  std::vector<std::uint32_t> order(4000);
+  std::iota(order.rbegin(), order.rend(), 0u);
+  std::ofstream(folder / "many.Vorn", std::ios::binary) << FileOf(3, cloud, 9, order);
+  ASSERT_TRUE(Convert(1, "one.Vorn"));
+  for (const int type : {2, 3}) {
+    ASSERT_TRUE(AddAsType(AddBox(L"box", 1, 1, 1)) && Convert(type, "box.Vorn"));
+    ASSERT_TRUE(PointTypeAtFile(D(), type, File("many.Vorn")));
+  }
+  ASSERT_TRUE(ExportMoksetToObject(D(), 3));
+  AppendPlacements({{{1, 2, 3}, {0, 0, 0}, 2, 0, 0}});
+  CloseEdit();
+  EXPECT_EQ(Breach(), "");
+  EXPECT_EQ(RepairTables(Block()), std::vector<std::string>());
+
+  Snapshot before = TakeSnapshot(Block());
+  const auto accept = [](Scene& scene) {
+    return FirstBreachAsStored(
+        *static_cast<Sowfield*>(scene.FindNodes(L"one").at(0)->GetObjectRef())->pblock2);
+  };
+  std::string why;
+  ASSERT_TRUE(host::OpenSceneBytes(host.Services(), SaveBytes(), "it", {accept}, why)) << why;
+  node = Named(L"one"), object = static_cast<Sowfield*>(node->GetObjectRef());
+  EXPECT_EQ(Differences(before, TakeSnapshot(Block())), "Geo_Nodes") << "other ones";
+  EXPECT_EQ(Ints(Geo_PointCount), (std::vector<int>{3500, 3000, 4000, 4000}));
+  for (const int type : {2, 3}) {
+    const std::vector<Point3> samples = Records(*this)[size_t(type)].samples;
+    EXPECT_TRUE(samples[0].x == 3999 && samples[3999].x == 0);
+  }
+
+  Block().Delete(Geo_Points, 6600, 7900);
+  EXPECT_NE(Breach(), "");
+  EXPECT_EQ(RepairTables(Block()).size(), 1u);
+  EXPECT_EQ(Breach(), "");
+  EXPECT_EQ(Ints(Geo_PointCount), (std::vector<int>{3500, 3000, 100, 0}));
+}
+
 TEST_F(ProxyLife, UpdateTakesWhatTheSourcesHaveBecomeInOneStepAndLeavesWhatACopyUses) {
   INode *box = AddBox(L"Box", 1, 1, 1), *proxy = AddSource(*this, 3, L"Proxy", 2, 2, 2);
   ASSERT_TRUE(AddAsType(box) && AddAsType(proxy));
@@ -182,6 +270,144 @@ TEST_F(ProxyLife, UpdateTakesWhatTheSourcesHaveBecomeInOneStepAndLeavesWhatACopy
       EXPECT_EQ(node->GetNodeTM(0).GetRow(0), back ? Point3(0, 2, 0) : Point3(1, 0, 0));
     }
   }
+}
+
+TEST_F(ProxyLife, ConversionTakesCountsAndSamplesOfTheFile) {
+  // Twice as wide and turned a quarter: 2 by 2 by 3 on the ground, far from its own frame.
+  INode* box = AddMesh(L"Box", BoxMeshOf(1, 2, 3));
+  box->SetNodeTM(0, {{0, 2, 0}, {-1, 0, 0}, {0, 0, 1}, {40, 30, 5}});
+  auto* proxy = ProxyOf<MoksetProxyObject>(BoxMeshOf(2, 2, 3));
+  const int few = 5;  // samples of its own
+  proxy->GetParamBlock(0)->Delete(46, few, proxy->GetParamBlock(0)->Count(46) - few);
+  Mesh cloud;
+  for (int i = 0; i < 3500; ++i) cloud.verts.push_back({float(i % 2), float(i % 5), float(i)});
+  ASSERT_TRUE(AddAsType(box) && AddAsType(AddNode(L"Proxy", proxy)));
+  ASSERT_TRUE(AddAsType(AddMesh(L"Cloud", cloud)) && AddAsType(AddBox(L"Behind", 8, 8, 8)));
+  const auto behind = Records(*this)[3].samples;
+  const auto expectSamplesOfBox = [&](int type) {
+    const TypeRecord r = Records(*this)[size_t(type)];
+    EXPECT_TRUE(r.samples.size() == 8 && r.vertices == 8 && r.faces == 12) << r.samples.size();
+    for (const float z : {0.0f, 3.0f})
+      for (const Point3& corner : {Point3(-1, -1, z), {1, -1, z}, {-1, 1, z}, {1, 1, z}})
+        EXPECT_EQ(std::count_if(r.samples.begin(), r.samples.end(),
+                                [&](const Point3& p) { return Apart(p, corner) < 1e-5; }),
+                  1);
+    EXPECT_EQ(Records(*this)[3].samples, behind);
+    EXPECT_EQ(Breach(), "");
+  };
+  for (int type = 0; type < 3; ++type) {
+    const char* name = type == 0 ? "a.Vorn" : type == 1 ? "b.Vorn" : "c.Vorn";
+    const Snapshot before = TakeSnapshot(Block());
+    ASSERT_TRUE(Convert(type, name));
+    const Snapshot after = TakeSnapshot(Block());
+    if (type < 2) expectSamplesOfBox(type);
+    EXPECT_EQ(Records(*this)[size_t(type)].samples, ReadMoksetInfo(File(name)).samples);
+    EXPECT_EQ(Undo().UndoNames().back(), L"Save Mokset Out");
+    ExpectRoll(before, after);
+  }
+  EXPECT_EQ(Records(*this)[2].samples.size(), 3000u);
+  // Where the file can't be written the type stands in its frame all the same.
+  Undo().Undo(), Undo().Undo(), Undo().Undo();
+  bool written = true;
+  ASSERT_TRUE(ConvertType(D(), 0, File("none/a.Vorn"), written) && !written);
+  expectSamplesOfBox(0);
+}
+
+TEST_F(ProxyLife, LoadingIsAStepOfItsOwn) {
+  for (const char* name : {"a", "b"}) ASSERT_TRUE(AddAsType(AddSphere(FromUtf8(name), 1, 12)));
+  const WStr large = Write("large.Vorn", BoxMeshOf(80, 80, 1));
+  std::vector<Snapshot> states = {TakeSnapshot(Block())};
+  const auto keep = [&](bool done) {
+    EXPECT_TRUE(done);
+    states.push_back(TakeSnapshot(Block()));
+  };
+  keep(Convert(1, "b.Vorn"));
+  EXPECT_TRUE(Convert(0, "a.Vorn") && Undo().Undo());
+  redraws = 0;
+  keep(PointTypeAtFile(D(), 1, large));
+  EXPECT_EQ(redraws, 1);
+  EXPECT_FALSE(Undo().Redo()) << "another step came between";
+  keep(Convert(0, "a.Vorn"));
+  keep(PointTypeAtFile(D(), 0, large));
+  EXPECT_EQ(D().brushMinimum, 40);
+  EXPECT_EQ(Block().GetFloat(Brush_LineSize), 40);
+  EXPECT_EQ(Undo().UndoNames().back(), L"Load Mokset");
+  for (size_t i = states.size() - 1; i > 0; --i) {
+    ExpectRoll(states[i - 1], states[i]);
+    Undo().Undo();
+  }
+  EXPECT_TRUE(Records(*this)[1].kind == 0 && D().brushMinimum < 2);
+}
+
+// Files of no use for the brush: without a vertex, with their box told inside out, and too large.
+TEST_F(ProxyLife, AFileOfNoSizeLeavesTheBrush) {
+  const float top = 3e38f;
+  Mesh far;
+  far.verts = {{-top, -top, 0}, {top, top, 0}};
+  Mesh wide;
+  wide.verts = {{0, 0, 0}, {1e30f, 0, 0}};
+  std::vector<WStr> files = {Write("none.Vorn", {}), Write("empty.Vorn", {}),
+                             Write("far.Vorn", far), Write("wide.Vorn", wide)};
+  const float insideOut[6] = {-1e30f, -1e30f, -1e30f, 1e30f, 1e30f, 1e30f};
+  std::fstream patched(folder / "empty.Vorn", std::ios::in | std::ios::out | std::ios::binary);
+  patched.seekp(15).write(reinterpret_cast<const char*>(insideOut), sizeof insideOut);
+  patched.close();
+
+  ASSERT_TRUE(AddAsType(AddBox(L"a", 4, 8, 1)) && AddAsType(AddBox(L"b", 4, 4, 1)));
+  ASSERT_TRUE(Convert(1, "b.Vorn"));
+  EXPECT_EQ(D().brushMinimum, 2);
+  for (const WStr& file : files) {
+    ASSERT_TRUE(PointTypeAtFile(D(), 1, file));
+    EXPECT_EQ(D().brushMinimum, 3) << ToUtf8(file);
+    EXPECT_EQ(Block().GetFloat(Brush_LineSize), 6);  // half of 4 + 8
+    EXPECT_EQ(Block().GetFloat(Brush_Size), 21);
+  }
+  ASSERT_TRUE(Convert(0, "a.Vorn") && PointTypeAtFile(D(), 0, files[0]));
+  EXPECT_EQ(D().brushMinimum, 0) << "no type tells how large a brush should be";
+  EXPECT_EQ(Block().GetFloat(Brush_LineSize), 6);
+}
+
+TEST_F(ProxyLife, AnExportedNodeHasTheTypesNameAndStandsAtTheObject) {
+  ASSERT_TRUE(AddAsType(AddBox(L"Box", 1, 2, 3, {40, 0, 0})));
+  ASSERT_TRUE(Convert(0, "a.Vorn"));
+  Set(Geo_Names, WStr(L"fern"));
+  node->SetNodeTM(0, {{0, 2, 0}, {-3, 0, 0}, {0, 0, 4}, {5, 6, 7}});
+  ASSERT_TRUE(ExportMoksetToObject(D(), 0));
+  const TypeRecord r = Records(*this)[0];
+  EXPECT_TRUE(r.node->GetName() == L"fern" && r.name == L"fern") << ToUtf8(r.node->GetName());
+  EXPECT_EQ(r.node->GetNodeTM(0), TransMatrix({5, 6, 7}));
+}
+
+TEST_F(ProxyLife, UpdateShufflesAsFilesAreShuffledAndRaisesTheBrush) {
+  Mesh mesh = BoxMeshOf(2, 2, 2);
+  for (int i = 0; i < 192; ++i) mesh.verts.push_back({0, 0, 0.01f * float(i)});
+  const Point3 last = mesh.verts.back();
+  INode *plain = AddMesh(L"Plain", mesh),
+        *proxy = AddNode(L"Proxy", ProxyOf<VRayProxyObject>(mesh));
+  ASSERT_TRUE(AddAsType(plain) && AddAsType(proxy));
+  std::set<float> seconds;
+  for (int round = 0; round < 4; ++round) {
+    UpdateAllTypes(D());
+    for (const TypeRecord& r : Records(*this)) {
+      ASSERT_EQ(r.samples.size(), 200u);
+      EXPECT_EQ(r.samples.back(), last) << "the last vertex keeps its place";
+      seconds.insert(r.samples[150].z);
+    }
+  }
+  EXPECT_GT(seconds.size(), 1u) << "and the others don't";
+  EXPECT_EQ(D().brushMinimum, 1);
+  bool written = true;  // so is what a file would have held
+  ASSERT_TRUE(ConvertType(D(), 0, File("none/a.Vorn"), written) && !written);
+  EXPECT_EQ(Records(*this)[0].samples.back(), last);
+  Undo().Undo();
+
+  const Snapshot before = TakeSnapshot(Block());
+  static_cast<TriObject*>(plain->GetObjectRef())->mesh = BoxMeshOf(40, 40, 1);
+  static_cast<VRayProxyObject*>(proxy->GetObjectRef())->SetMesh(BoxMeshOf(40, 60, 1));
+  UpdateAllTypes(D());
+  EXPECT_EQ(D().brushMinimum, 20);
+  EXPECT_EQ(Block().GetFloat(Brush_LineSize), 20);
+  ExpectRoll(before, TakeSnapshot(Block()));
 }
 
 TEST_F(ProxyLife, PreviewNodesAreHiddenAndHoldFileAndMaterial) {

@@ -249,6 +249,13 @@ TEST_F(Recover, TablesAreBroughtToAgree) {
   EXPECT_EQ(copy->GetInt(Ins_Type), 0);
   const int first = Block().GetInt(Geo_PointCount);
   EXPECT_EQ(copy->GetPoint3(Geo_Points), Block().GetPoint3(Geo_Points, 0, first));
+  // Counts whose sum is right. No run is found behind a negative one.
+  const Copy negative = CopyOf(Block());
+  negative->SetValue(Geo_PointCount, 0, -5, 0);
+  negative->SetValue(Geo_PointCount, 0, Block().Count(Geo_Points) + 5, 1);
+  EXPECT_EQ(FirstBreach(*negative).rfind("Geo_PointCount[0] is -5, allowed is 0 to ", 0), 0u);
+  RepairTables(*negative);
+  EXPECT_TRUE(FirstBreach(*negative).empty() && negative->Count(Geo_Points) == 0);
 
   std::mt19937 random(5);
   const auto params = AllParams();

@@ -55,6 +55,20 @@ Model ModelOf(const SowfieldScene& s) {
   return m;
 }
 
+// A quarter of |x| + |y| of the smallest type's box, turned as its node is.
+float LeastBrush(const std::vector<TypeRecord>& types) {
+  std::vector<float> all;
+  for (const TypeRecord& r : types) {
+    Point3 s = r.high - r.low;
+    if (r.node) {
+      const Matrix3 tm = r.node->GetNodeTM(0);
+      s = tm.GetRow(0) * s.x + tm.GetRow(1) * s.y + tm.GetRow(2) * s.z;
+    }
+    all.push_back((std::abs(s.x) + std::abs(s.y)) / 4);
+  }
+  return all.empty() ? 0 : *std::min_element(all.begin(), all.end());
+}
+
 class Machine {
  public:
   explicit Machine(const fs::path& folder) : folder_(folder), s_(0, PaintScene::kScripted) {
@@ -77,6 +91,8 @@ class Machine {
     if (const std::string breach = s_.Breach(); !breach.empty()) return breach;
     if (const std::string breach = BreachOfCopies(); !breach.empty()) return breach;
     if (!(ModelOf(s_) == model_)) return "the tables aren't those of the model: " + Difference();
+    if (std::abs(s_.D().brushMinimum - LeastBrush(model_.types)) > 1e-5f)
+      return "the brush minimum";
     if (step_) {
       undo_.push_back(before);
       redo_.clear();
@@ -271,17 +287,18 @@ class Machine {
       step_ = ConvertType(s_.D(), type, path, written);
       ASSERT_TRUE(step_ && written);
       TypeRecord& r = model_.types[size_t(type)];
-      const TypeRecord now = Records(s_)[size_t(type)];
-      r.kind = 2, r.node = nullptr, r.file = path, r.material = node->GetMtl();
-      r.low = now.low, r.high = now.high;
+      const WStr shown = r.name;  // conversion leaves it
+      TakeData(size_t(type));
+      EXPECT_EQ(r.samples, ReadMoksetInfo(path).samples);
+      r.kind = 2, r.node = nullptr, r.file = path, r.material = node->GetMtl(), r.name = shown;
     } else if (name == "load") {
       const int type = AnyType(draw, InFile);
       if (type < 0) return;
       const WStr& path = files_[size_t(draw.Int(0, 1))];
-      ASSERT_TRUE(PointTypeAtFile(s_.D(), type, path));
+      step_ = PointTypeAtFile(s_.D(), type, path);
+      ASSERT_TRUE(step_);
       TakeData(size_t(type));
       EXPECT_EQ(model_.types[size_t(type)].file, path);
-      Forget();
     } else if (name == "export back") {
       const int type = AnyType(draw, InFile);
       if (type < 0) return;
@@ -445,10 +462,7 @@ std::vector<Operation> Shrunk(const fs::path& folder, std::vector<Operation> fai
 }
 
 // Every other sequence keeps its undo steps from the first operation to the last.
-bool Forgets(int what) {
-  const std::string_view name = kNames[what];
-  return name == "load" || name == "save and open";
-}
+bool Forgets(int what) { return kNames[what] == std::string_view("save and open"); }
 
 std::vector<Operation> Sequence(std::uint32_t seed, size_t length) {
   Draws draw(seed);

@@ -70,6 +70,18 @@ TEST(ReplaceType, OfEachKindByEachKind) {
   }
 }
 
+TEST(ReplaceType, LeavesThePivotTurnedAsItIs) {
+  Mixed s({0});
+  INode* turned = AddSource(s, 3, L"turned", 1, 2, 3);
+  turned->SetObjectOffset({{0, 1, 0}, {-1, 0, 0}, {0, 0, 1}, {0, 0, 0}});
+  s.D().lists.SelectObjectRows({1});
+  ASSERT_TRUE(ReplaceType(s.D(), turned));
+  for (INode* n : {turned, Records(s)[0].node}) {
+    EXPECT_EQ(n->GetNodeTM(0).GetRow(0), Point3(1, 0, 0));
+    EXPECT_EQ(n->GetObjectTM(0).GetRow(0), Point3(0, 1, 0));
+  }
+}
+
 TEST(ReplaceType, NeedsOneSelectedTypeAndKeepsASourceThatIsUsed) {
   Mixed s({0, 3, 0});
   const std::vector<TypeRecord> all = Records(s);
@@ -116,6 +128,63 @@ TEST(DeleteSelectedTypes, RaisesTheBrushAndHoldsALockedList) {
   EXPECT_TRUE(b.GetInt(Paint_ListExtra) == 2 && s.log.Count(Event::ColorShiftChanged) == 1);
 }
 
+TEST(BrushMinimum, IsThatOfTheTypesAsTheyAre) {
+  SowfieldScene s;
+  const auto expect = [&](float minimum, float line) {
+    EXPECT_EQ(s.D().brushMinimum, minimum);
+    EXPECT_EQ(s.Block().GetFloat(Brush_LineSize), line);
+  };
+  INode *large = s.AddBox(L"large", 40, 40, 1), *small = s.AddBox(L"small", 1, 1, 1, {90, 0, 0});
+  s.AddAsType(large), expect(20, 40);
+  s.AddAsType(small), expect(0.5f, 40);
+  s.Set(Brush_LineSize, 3.0f);
+  DeleteRows(s, {2}), expect(20, 20);
+  for (int i = 0; i < 2; ++i) {
+    s.Undo().Undo(), expect(0.5f, 3);
+    s.Undo().Redo(), expect(20, 20);
+  }
+  // The brush is what it was, though it is below the minimum.
+  s.Undo().Undo(), s.Undo().Undo(), expect(20, 3);
+  s.Undo().Undo(), expect(0, 20);
+  s.Undo().Redo(), s.Undo().Redo(), expect(0.5f, 3);
+  // A node that goes is no wish for another brush.
+  s.host.Services().DeleteNode(small, true, false), expect(20, 3);
+  s.Undo().Undo(), expect(0.5f, 3);
+  RemapDir remap;
+  auto* copy = static_cast<Sowfield*>(s.object->Clone(remap));
+  s.AddNode(L"copy", copy);
+  EXPECT_EQ(copy->distribution.brushMinimum, 0.5f);
+
+  const std::vector<std::byte> bytes = s.SaveBytes();
+  std::string error;
+  ASSERT_TRUE(host::OpenSceneBytes(s.host.Services(), bytes, "it", {}, error)) << error;
+  s.object = static_cast<Sowfield*>(s.Named(L"copy")->GetObjectRef());
+  expect(0.5f, 3);
+  DeleteRows(s, {1, 2}), expect(0, 3);
+}
+
+TEST(BrushMinimum, TakesNoTypeThatIsLargerThanAnyBrush) {
+  SowfieldScene s;
+  const IParamBlock2& b = s.Block();
+  ASSERT_TRUE(s.AddAsType(s.AddBox(L"vast", 1e30f, 1e30f, 1)));
+  EXPECT_EQ(b.GetFloat(Brush_Size), 1e7f);
+  EXPECT_EQ(b.GetFloat(Brush_LineSize), 1e7f);
+  EXPECT_EQ(b.GetFloat(Brush_Collision), 1e6f);
+  EXPECT_EQ(s.D().brushMinimum, 0);
+  s.Set(Brush_Size, 5.0f), s.Set(Brush_LineSize, 5.0f);
+  ASSERT_TRUE(s.AddAsType(s.AddBox(L"large", 2.5e7f, 2.5e7f, 1)));
+  EXPECT_EQ(s.D().brushMinimum, 0);
+  EXPECT_EQ(b.GetFloat(Brush_Size) + b.GetFloat(Brush_LineSize), 10);
+  ASSERT_TRUE(s.AddAsType(s.AddBox(L"largest", 2e7f, 2e7f, 1)));
+  EXPECT_EQ(s.D().brushMinimum, 1e7f);
+  ASSERT_TRUE(s.AddAsType(s.AddBox(L"box", 48, 32, 1)));
+  EXPECT_EQ(s.D().brushMinimum, 20);
+  // Nor one whose box is empty.
+  s.Set(Geo_BoxMax, Point3(-25, -17, 0), 3);
+  TakeBrushMinimum(s.D());
+  EXPECT_EQ(s.D().brushMinimum, 1e7f);
+}
+
 TEST(AddType, OfAMoksetProxyTakesItsOwnSamples) {
   SowfieldScene s;
   Mesh cloud;
@@ -128,10 +197,11 @@ TEST(AddType, OfAMoksetProxyTakesItsOwnSamples) {
   b.SetValue(2, 0, Point3(0, -2, 1)), b.SetValue(1, 0, Point3(4000, 2, 5));
   INode* node = s.AddNode(L"cloud", proxy, {1, 1, 1});
   ASSERT_TRUE(s.AddAsType(node));
-  EXPECT_EQ(node->GetNodeTM(0).GetTrans(), Point3(2001, 1, 2)) << "the floor of the stored box";
+  EXPECT_EQ(node->GetNodeTM(0).GetTrans(), Point3(2000.5f, 1, 2)) << "the floor of what is seen";
   EXPECT_EQ(s.Block().GetFloat(Brush_Collision), 4000);
   proxy->SetProxyFile(L"elsewhere.Vorn");
   ASSERT_TRUE(s.AddAsType(node));
+  EXPECT_EQ(node->GetNodeTM(0).GetTrans(), Point3(2001, 1, 2)) << "the floor of the told box";
   EXPECT_EQ(s.Ints(Geo_PointCount), (std::vector{3500, 3500})) << "more than of a mesh";
   EXPECT_EQ(s.Ints(Geo_VertCount), (std::vector{4000, 3500})) << "in a file, the points are these";
   for (int i : {3499, 6999}) EXPECT_EQ(s.Block().GetPoint3(Geo_Points, 0, i).x, 100);
@@ -168,6 +238,14 @@ TEST(AddType, OfAVRayProxyMakesAHiddenCopyOfItsWholeMesh) {
     EXPECT_LT(Apart(n->GetNodeTM(0).GetTrans(), {10, 22, 40}), 2e-5);
   }
   EXPECT_NEAR(s.Block().GetFloat(Brush_Collision), 8, 1e-5);
+  // A pivot that was turned in the object turns back, where replacing would keep it.
+  INode* turned = s.AddNode(L"turned", ProxyOf<VRayProxyObject>(mesh));
+  turned->SetObjectOffset({{0, 1, 0}, {-1, 0, 0}, {0, 0, 1}, {0, 0, 0}});
+  ASSERT_TRUE(s.AddAsType(turned));
+  for (INode* n : {turned, s.Block().GetINode(Geo_Nodes, 0, 1)}) {
+    EXPECT_LT(Apart(n->GetNodeTM(0).GetRow(0), {0, 1, 0}), 1e-6);
+    EXPECT_LT(Apart(n->GetNodeTM(0).GetRow(1), {-1, 0, 0}), 1e-6);
+  }
   // One without a mesh is refused without a trace.
   INode* none = s.AddNode(L"none", new VRayProxyObject);
   EXPECT_TRUE(!s.AddAsType(none) && LayerOf(none) == L"0");
@@ -177,7 +255,7 @@ TEST(AddType, OfAVRayProxyMakesAHiddenCopyOfItsWholeMesh) {
   way.SetKey(0, {0, 0, 0}), way.SetKey(1600, {8, 0, 0});
   moving->GetTMController()->SetTracks(&way, nullptr, nullptr);
   ASSERT_TRUE(s.AddAsType(moving));
-  copy = s.Block().GetINode(Geo_Nodes, 0, 1);
+  copy = s.Block().GetINode(Geo_Nodes, 0, 2);
   for (const float f : {0, 4, 8}) EXPECT_EQ(copy->GetNodeTM(int(200 * f)).GetTrans().x, f);
 }
 

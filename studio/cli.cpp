@@ -3,9 +3,12 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <iostream>
 #include <ostream>
+#include <streambuf>
 
 #include "studio/diff.h"
 #include "studio/files.h"
@@ -17,6 +20,39 @@ namespace studio {
 namespace {
 
 constexpr const char* kVersion = "sowfield 1.0";
+
+/// Hands all on to another stream and keeps the reason of the first failure, which streams don't.
+class WatchedOutput : public std::streambuf {
+ public:
+  explicit WatchedOutput(std::ostream& to) : to_(*to.rdbuf()) {}
+  /// The errno of the first failure, 0 for none.
+  int Failure() const { return failure_; }
+
+ protected:
+  std::streamsize xsputn(const char* text, std::streamsize count) override {
+    return Watch([&] { return to_.sputn(text, count); }, count);
+  }
+  int_type overflow(int_type c) override {
+    if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+    const char one = traits_type::to_char_type(c);
+    return xsputn(&one, 1) == 1 ? c : traits_type::eof();
+  }
+  int sync() override {
+    return Watch([&] { return to_.pubsync(); }, 0);
+  }
+
+ private:
+  template <class F, class T>
+  T Watch(F write, T whole) {
+    errno = 0;
+    const T done = write();
+    if (done != whole && failure_ == 0) failure_ = errno != 0 ? errno : EIO;
+    return done;
+  }
+
+  std::streambuf& to_;
+  int failure_ = 0;
+};
 
 int ShowSteps(const std::string& name, bool markdown, std::ostream& out, std::ostream& err) {
   if (markdown) {
@@ -36,9 +72,9 @@ int ShowSteps(const std::string& name, bool markdown, std::ostream& out, std::os
   return 2;
 }
 
-}  // namespace
-
-int RunCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+// `whenUnwritten` is the status of a command that did all but tell it.
+int Dispatch(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
+             int& whenUnwritten) {
   CLI::App app("Paints very many copies of a few objects over the surfaces of a scene.",
                "sowfield");
   app.set_version_flag("--version", kVersion);
@@ -66,10 +102,25 @@ int RunCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
   }
   if (steps->parsed()) return ShowSteps(step, markdown, out, err);
   if (mokset.Parsed()) return mokset.Run(out, err);
-  if (diff.Parsed()) return diff.Run(out, err);
+  if (diff.Parsed()) {
+    whenUnwritten = 2;  // its 1 tells of a difference
+    return diff.Run(out, err);
+  }
   if (files.Parsed()) return files.Run(out, err);
   options.progress = !options.quiet && &err == &std::cerr && isatty(STDERR_FILENO) != 0;
   return RunJob(job, options, out, err);
+}
+
+}  // namespace
+
+int RunCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+  WatchedOutput watched(out);
+  std::ostream to(&watched);
+  int whenUnwritten = 1;
+  const int status = Dispatch(argc, argv, to, err, whenUnwritten);
+  if (to.flush()) return status;
+  err << "standard output can't be written: " << std::strerror(watched.Failure()) << '\n';
+  return std::max(status, whenUnwritten);
 }
 
 }  // namespace studio

@@ -26,12 +26,12 @@ struct Trouble {
 void OpenScene(Stage& stage, const std::string& file) {
   if (const std::string why = WhyNoScene(file); !why.empty()) throw Trouble{why};
   std::vector<Fault> faults;
-  const JsonOut step = JsonOut().BeginObject().Key("do").Text("open").Key("file").Text(file).End();
-  const std::optional<Job> job = ReadJob("{\"steps\": [" + step.Str() + "]}", faults);
-  if (!job) throw Trouble{faults.front().text};
+  const Value step = StepOf("open").With("file", Value::Text(file));
+  const std::optional<Call> call = CallOf(step, faults);
+  if (!call) throw Trouble{faults.front().text};
   try {
     Outcome outcome;
-    OpenSceneFile(stage, job->calls.front(), outcome);
+    OpenSceneFile(stage, *call, outcome);
   } catch (const StepFailure& f) {
     throw Trouble{f.text};
   }
@@ -218,7 +218,8 @@ DiffCommand::DiffCommand(CLI::App& app)
   command_->add_option("first", a_, "a scene file")->required();
   command_->add_option("second", b_, "another one")->required();
   command_->add_flag("--json", json_, "print one JSON document that tells all");
-  command_->add_option("--object", object_, "compare only the Sowfield object of this name");
+  command_->add_option("--object", object_, "compare only the Sowfield object of this name")
+      ->check(WhyEmpty);
   command_->footer("Exit status: 0 nothing differs, 1 something does, 2 they can't be compared.");
 }
 
@@ -257,8 +258,6 @@ int DiffCommand::Run(std::ostream& out, std::ostream& err) const {
       json_ ? PutObject(json, pair.change, values) : report.Object(pair.change, values);
     }
     if (json_) out << json.End().Line().End().Str() << '\n';
-    out.flush();
-    if (!out) throw Trouble{"standard output can't be written"};
     return same ? 0 : 1;
   } catch (const Trouble& t) {
     err << "diff: " << t.text << '\n';

@@ -8,7 +8,7 @@
 #include <map>
 #include <ostream>
 
-#include "host/io/file.h"
+#include "host/io/scenecontainer.h"
 #include "host/io/scenefile.h"
 #include "sowfield/model/placement.h"
 #include "studio/steps/steps.h"
@@ -31,14 +31,19 @@ class Steps {
   explicit Steps(std::ostream& err) : stage_("", err) {}
   Stage& GetStage() { return stage_; }
 
-  /// `step` is a step as JSON.
-  Outcome Do(const JsonOut& step) {
+  /// The call points into the step.
+  static Call Check(const Value& step) {
     std::vector<Fault> faults;
-    const std::optional<Job> job = ReadJob("{\"steps\": [" + step.Str() + "]}", faults);
-    if (!job) throw Failure{2, faults.front().text};
+    const std::optional<Call> call = CallOf(step, faults);
+    if (!call) throw Failure{2, faults.front().text};
+    return *call;
+  }
+
+  Outcome Do(const Value& step) {
+    const Call call = Check(step);
     Outcome outcome;
     try {
-      FunctionOf(job->calls.front().decl->name)(stage_, job->calls.front(), outcome);
+      FunctionOf(call.decl->name)(stage_, call, outcome);
     } catch (const StepFailure& f) {
       throw Failure{1, f.text};
     }
@@ -48,9 +53,8 @@ class Steps {
   /// Whether nothing was lost, which can be only where a damaged file is recovered.
   bool OpenScene(const std::string& file, bool recover) {
     if (const std::string why = WhyNoScene(file); !why.empty()) throw Failure{1, why};
-    JsonOut step;
-    step.BeginObject().Key("do").Text("open").Key("file").Text(file).Key("recover").Flag(recover);
-    const Outcome opened = Do(step.End());
+    const Outcome opened =
+        Do(StepOf("open").With("file", Value::Text(file)).With("recover", Value::Flag(recover)));
     return std::all_of(opened.fields.begin(), opened.fields.end(), [](const auto& field) {
       return field.first != "losses" || field.second == "0";
     });
@@ -60,7 +64,7 @@ class Steps {
   void Choose(const std::string& object) {
     const size_t count = stage_.SowfieldNodes().size();
     if (!object.empty()) {
-      Do(JsonOut().BeginObject().Key("do").Text("select").Key("object").Text(object).End());
+      Do(StepOf("select").With("object", Value::Text(object)));
     } else if (count != 1) {
       throw Failure{count == 0 ? 1 : 2,
                     count == 0 ? "the scene holds no Sowfield object"
@@ -104,20 +108,32 @@ void WriteCsv(Stage& stage, std::ostream& out) {
   }
 }
 
+// Of both files of a pair; a damaged one may lack the second.
+long long BytesOf(const std::string& scene) {
+  std::string error;
+  std::error_code code;
+  const std::unique_ptr<host::ByteSource> files = host::OpenContainer(scene, error);
+  return (long long)(files ? files->Size() : size_t(std::filesystem::file_size(scene, code)));
+}
+
+// How many nodes show an object of each class.
+std::map<std::string, long long> ClassesOf(const std::vector<INode*>& nodes) {
+  std::map<std::string, long long> classes;
+  for (const INode* node : nodes) {
+    WStr name = L"nothing";
+    if (const Object* shown = node->GetObjectRef()) shown->GetClassName(name);
+    ++classes[name.empty() ? "unknown" : ToUtf8(name)];
+  }
+  return classes;
+}
+
 }  // namespace
 
-std::string WhyNoScene(const std::string& file) {
-  if (std::error_code code; !std::filesystem::exists(file, code) && !code)
-    return fmt::format("there is no file \"{}\"", file);
-  host::FileSource source;
-  if (std::string why; !source.Open(file, why)) return why;
-  return host::LooksLikeScene(file)
-             ? ""
-             : fmt::format("\"{}\" is no scene that this program saved", file);
-}
+std::string WhyEmpty(const std::string& text) { return text.empty() ? "it is empty" : ""; }
 
 struct FileCommands::Commands {
   explicit Commands(CLI::App& app);
+  void AddViewOptions();
   int Run(std::ostream& out, std::ostream& err) const;
   /// False where a check finds damage that was recovered from.
   bool Do(Steps& steps, std::ostream& out) const;
@@ -125,10 +141,11 @@ struct FileCommands::Commands {
   void View(Steps& steps, std::ostream& out) const;
   void Import(Steps& steps, std::ostream& out) const;
   void Recover(Steps& steps, std::ostream& out) const;
+  Value SaveStep() const;
 
   CLI::App *info, *check, *stats, *params, *placements, *view, *import, *recover;
   std::string scene, object, picture, model, damaged;
-  bool json = false, csv = false, counts = false, recovering = false;
+  bool json = false, csv = false, counts = false, recovering = false, force = false;
   std::vector<int> size = {960, 540};
   std::vector<double> eye, target;
   double fov = 45, scale = 1;
@@ -155,12 +172,29 @@ FileCommands::Commands::Commands(CLI::App& app) {
   for (CLI::App* command : {info, check, stats, placements})
     command->add_flag("--json", json, "print one JSON document");
   for (CLI::App* command : {stats, params, placements})
-    command->add_option("--object", object, "name of the Sowfield object, where there are several");
+    command
+        ->add_option("--object", object,
+                     "name of the Sowfield object, where there are several; of several of one name "
+                     "the second is NAME#2")
+        ->check(WhyEmpty);
   params->add_flag("--json", json, "print JSON, as without it");
   params->add_flag("--counts", counts, "only the number of a table's entries");
   placements->add_flag("--csv", csv, "print a table, comma separated; JSON without it")
       ->excludes("--json");
 
+  AddViewOptions();
+  import->add_option("model", model, "the model file")->required();
+  import->add_option("scene", scene, "the scene file to write, .glb")->required();
+  recover->add_option("damaged", damaged, "the damaged scene file, which stays")->required();
+  recover->add_option("scene", scene, "the scene file to write")->required();
+  import->add_option("--up", up, "which axis of the model points up: y or z")->check(WhyEmpty);
+  import->add_option("--scale", scale, "scene units per unit of the model");
+  import->add_option("--join", join, "make one node of this name from all parts")->check(WhyEmpty);
+  for (CLI::App* command : {import, recover})
+    command->add_flag("--force", force, "replace the scene file if it is there already");
+}
+
+void FileCommands::Commands::AddViewOptions() {
   view->add_option("picture", picture, "the picture, .png")->required();
   view->add_option("--size", size, "width and height, pixels")->expected(2);
   CLI::Option* from = view->add_option("--eye", eye, "where the viewer stands")->expected(3);
@@ -168,20 +202,15 @@ FileCommands::Commands::Commands(CLI::App& app) {
   from->needs(to);
   to->needs(from);
   view->add_option("--fov", fov, "horizontal field of view, degrees")->needs(from);
-  CLI::Option* through = view->add_option("--camera", camera, "name of a camera to look through");
+  CLI::Option* through =
+      view->add_option("--camera", camera, "name of a camera to look through")->check(WhyEmpty);
   CLI::Option* parallel =
-      view->add_option("--side", side, "a parallel view: top, bottom, front, back, left or right");
+      view->add_option("--side", side, "a parallel view: top, bottom, front, back, left or right")
+          ->check(CLI::IsMember({"top", "bottom", "front", "back", "left", "right"}));
   through->excludes(from)->excludes(parallel);
   parallel->excludes(from);
-  view->add_option("--mode", mode, "display mode of all Sowfield objects, such as Original");
-
-  import->add_option("model", model, "the model file")->required();
-  import->add_option("scene", scene, "the scene file to write, .glb")->required();
-  recover->add_option("damaged", damaged, "the damaged scene file, which stays")->required();
-  recover->add_option("scene", scene, "the scene file to write")->required();
-  import->add_option("--up", up, "which axis of the model points up: y or z");
-  import->add_option("--scale", scale, "scene units per unit of the model");
-  import->add_option("--join", join, "make one node of this name from all parts");
+  view->add_option("--mode", mode, "display mode of all Sowfield objects, such as Original")
+      ->check(WhyEmpty);
 }
 
 int FileCommands::Commands::Run(std::ostream& out, std::ostream& err) const {
@@ -191,10 +220,7 @@ int FileCommands::Commands::Run(std::ostream& out, std::ostream& err) const {
     if (command->parsed()) name = command->get_name();
   try {
     Steps steps(err);
-    const bool sound = Do(steps, out);
-    out.flush();
-    if (!out) throw Failure{1, "standard output can't be written"};
-    return sound ? 0 : 1;
+    return Do(steps, out) ? 0 : 1;
   } catch (const Failure& f) {
     err << name << ": " << f.text << '\n';
     return f.status;
@@ -213,7 +239,7 @@ bool FileCommands::Commands::Do(Steps& steps, std::ostream& out) const {
   if (info->parsed()) return Info(steps, out), true;
   if (view->parsed()) return View(steps, out), true;
   if (check->parsed()) {
-    const Outcome o = steps.Do(JsonOut().BeginObject().Key("do").Text("check").End());
+    const Outcome o = steps.Do(StepOf("check"));
     JsonOut document;
     document.BeginObject().Key("file").Text(scene).Key("sound").Flag(sound);
     for (const auto& [key, value] : o.fields) document.Key(key).Raw(value);
@@ -223,12 +249,9 @@ bool FileCommands::Commands::Do(Steps& steps, std::ostream& out) const {
   }
   steps.Choose(object);
   if (placements->parsed() && csv) return WriteCsv(steps.GetStage(), out), true;
-  JsonOut step;
-  step.BeginObject().Key("do").Text(placements->parsed() ? "placements"
-                                    : params->parsed()   ? "params"
-                                                         : "stats");
-  if (params->parsed()) step.Key("tables").Text(counts ? "counts" : "values");
-  const Outcome o = steps.Do(step.End());
+  Value step = StepOf(placements->parsed() ? "placements" : params->parsed() ? "params" : "stats");
+  if (params->parsed()) step = step.With("tables", Value::Text(counts ? "counts" : "values"));
+  const Outcome o = steps.Do(step);
   if (!stats->parsed()) {
     out << o.document;
   } else if (json) {
@@ -244,15 +267,9 @@ bool FileCommands::Commands::Do(Steps& steps, std::ostream& out) const {
 
 void FileCommands::Commands::Info(Steps& steps, std::ostream& out) const {
   Stage& stage = steps.GetStage();
-  std::error_code code;
-  const auto bytes = (long long)(std::filesystem::file_size(scene, code));
+  const long long bytes = BytesOf(scene);
   const std::vector<INode*> nodes = stage.Ip().GetScene().AllNodes();
-  std::map<std::string, long long> classes;
-  for (const INode* node : nodes) {
-    WStr name = L"nothing";
-    if (const Object* shown = node->GetObjectRef()) shown->GetClassName(name);
-    ++classes[name.empty() ? "unknown" : ToUtf8(name)];
-  }
+  const std::map<std::string, long long> classes = ClassesOf(nodes);
   const Interval& range = stage.Ip().GetAnimRange();
   const double frame = GetTicksPerFrame();
   const std::string unit = kUnits[stage.Ip().MasterUnitType()];
@@ -265,7 +282,7 @@ void FileCommands::Commands::Info(Steps& steps, std::ostream& out) const {
   std::string text =
       fmt::format("{}: {} bytes, unit {} x {}, frames {} to {}\n", scene, Grouped(bytes),
                   stage.Ip().MasterUnitScale(), unit, range.Start() / frame, range.End() / frame);
-  text += Counted(nodes.size(), "node") + ":";
+  text += nodes.empty() ? "no nodes" : Counted(nodes.size(), "node") + ":";
   for (const auto& [name, count] : classes) {
     document.Key(name).Int(count);
     text +=
@@ -308,26 +325,31 @@ void FileCommands::Commands::Info(Steps& steps, std::ostream& out) const {
 }
 
 void FileCommands::Commands::View(Steps& steps, std::ostream& out) const {
-  JsonOut step;
-  const auto list = [&](const char* key, const auto& numbers) {
-    step.Key(key).BeginList();
-    for (const auto n : numbers) step.Double(double(n));
-    step.End();
-  };
-  step.BeginObject().Key("do").Text("view").Key("file").Text(picture);
-  list("size", size);
-  if (!mode.empty()) step.Key("mode").Text(mode);
+  const std::vector<double> pixels(size.begin(), size.end());
+  Value step =
+      StepOf("view").With("file", Value::Text(picture)).With("size", Value::Numbers(pixels));
+  if (!mode.empty()) step = step.With("mode", Value::Text(mode));
   if (!camera.empty()) {
-    step.Key("view").BeginObject().Key("camera").Text(camera).End();
+    step = step.With("view", Value().With("camera", Value::Text(camera)));
   } else if (!side.empty()) {
-    step.Key("view").BeginObject().Key("orthographic").Text(side).End();
+    step = step.With("view", Value().With("orthographic", Value::Text(side)));
   } else if (!eye.empty()) {
-    step.Key("view").BeginObject();
-    list("eye", eye);
-    list("target", target);
-    step.Key("fov").Double(fov).End();
+    step = step.With("view", Value()
+                                 .With("eye", Value::Numbers(eye))
+                                 .With("target", Value::Numbers(target))
+                                 .With("fov", Value::Number(fov)));
   }
-  out << steps.Do(step.End()).text << '\n';
+  out << steps.Do(step).text << '\n';
+}
+
+// Before any work: a scene makes way only with --force, and what is none never does.
+Value FileCommands::Commands::SaveStep() const {
+  Value step = StepOf("save").With("file", Value::Text(scene));
+  Steps::Check(step);
+  if (const std::string why = WhyNotReplaced(scene); !why.empty()) throw Failure{1, why};
+  if (std::error_code code; !force && std::filesystem::exists(scene, code))
+    throw Failure{1, fmt::format("\"{}\" is there already: --force replaces it", scene)};
+  return step;
 }
 
 void FileCommands::Commands::Import(Steps& steps, std::ostream& out) const {
@@ -335,13 +357,11 @@ void FileCommands::Commands::Import(Steps& steps, std::ostream& out) const {
     throw Failure{2, fmt::format("the scene would take the place of the model \"{}\"", model)};
   if (host::LooksLikeScene(model))
     throw Failure{1, fmt::format("\"{}\" is a scene already", model)};
-  JsonOut open;
-  open.BeginObject().Key("do").Text("open").Key("file").Text(model).Key("scale").Double(scale);
-  if (!up.empty()) open.Key("up").Text(up);
-  if (!join.empty()) open.Key("join").Text(join);
-  out << steps.Do(open.End()).text << '\n';
-  JsonOut save;
-  save.BeginObject().Key("do").Text("save").Key("file").Text(scene).End();
+  const Value save = SaveStep();
+  Value open = StepOf("open").With("file", Value::Text(model)).With("scale", Value::Number(scale));
+  if (!up.empty()) open = open.With("up", Value::Text(up));
+  if (!join.empty()) open = open.With("join", Value::Text(join));
+  out << steps.Do(open).text << '\n';
   out << steps.Do(save).text << '\n';
 }
 
@@ -353,9 +373,8 @@ void FileCommands::Commands::Recover(Steps& steps, std::ostream& out) const {
       std::filesystem::equivalent(damaged, pair, code))
     throw Failure{2,
                   fmt::format("\"{}\" would take the damaged file's place: name another", scene)};
+  const Value save = SaveStep();
   steps.OpenScene(damaged, true);
-  JsonOut save;
-  save.BeginObject().Key("do").Text("save").Key("file").Text(scene).End();
   out << steps.Do(save).text << '\n';
 }
 

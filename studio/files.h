@@ -10,8 +10,8 @@ class App;
 
 namespace studio {
 
-/// Why a file can't be opened as a scene, as far as its beginning tells; empty if it can.
-std::string WhyNoScene(const std::string& file);
+/// Checks an option's text: why it can't be taken if it is empty, else nothing.
+std::string WhyEmpty(const std::string& text);
 
 /// The commands about scene files: `info`, `check`, `stats`, `params`, `placements`, `view`,
 /// `import` and `recover`. What was asked for goes to `out`; what went wrong goes to `err`, one

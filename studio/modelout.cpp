@@ -61,6 +61,14 @@ void PutPoint(fmt::memory_buffer& text, const char* what, const Point3& p) {
   fmt::format_to(std::back_inserter(text), "{} {} {} {}\n", what, p.x, p.z, -p.y);
 }
 
+std::string OnOneLine(std::string name) {
+  for (char& c : name)
+    if (std::uint8_t(c) < 0x20 || c == 0x7F) c = '_';
+  // A line that ends in one goes on in the next.
+  if (name.ends_with('\\')) name.back() = '_';
+  return name;
+}
+
 std::string Base64(const std::string& bytes) {
   static constexpr char kDigits[] =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -174,7 +182,7 @@ std::string Container(std::string text, std::string data) {
 std::string ObjOf(const Mesh& mesh, const std::string& name) {
   fmt::memory_buffer text;
   const auto put = std::back_inserter(text);
-  fmt::format_to(put, "o {}\n", name);
+  fmt::format_to(put, "o {}\n", OnOneLine(name));
   for (const Point3& v : mesh.verts) PutPoint(text, "v", v);
   const bool textured = mesh.mapSupport(1);
   if (textured)

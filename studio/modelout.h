@@ -13,7 +13,8 @@ namespace studio {
 // that aren't finite become 0.
 
 /// Wavefront OBJ: vertices and faces in mesh order, smoothing by the lowest group of the mask, and
-/// the names material_ID for meshes with more ids than 0.
+/// the names material_ID for meshes with more ids than 0. What would reach beyond the line of the
+/// object's name becomes an underscore: control characters and a backslash at the end.
 std::string ObjOf(const Mesh& mesh, const std::string& name);
 
 enum class GltfForm { Json, Binary };

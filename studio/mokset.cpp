@@ -41,11 +41,14 @@ std::string TextOf(const MoksetFault& fault) {
   return fault.offset == 0 ? fault.text : fmt::format("byte {}: {}", fault.offset, fault.text);
 }
 
+void PutPlace(JsonOut& json, const MoksetFault& fault) {
+  json.BeginObject().Key("byte").Int((long long)(fault.offset));
+  json.Key("text").Text(fault.text).End();
+}
+
 void PutFault(JsonOut& json, const MoksetFault& fault) {
   json.Key("ok").Flag(!fault);
-  if (!fault) return;
-  json.Key("error").BeginObject().Key("byte").Int((long long)(fault.offset));
-  json.Key("text").Text(fault.text).End();
+  if (fault) PutPlace(json.Key("error"), fault);
 }
 
 void PutCounts(JsonOut& json, const MoksetInfo& info) {
@@ -59,10 +62,9 @@ struct Streams {
   bool json;
 };
 
-// What came of it, as a document or as lines of text. Returns the exit status.
-int Conclude(const Streams& to, const JsonOut& json, const std::string& text) {
-  to.out << (to.json ? json.Str() + "\n" : text) << std::flush;
-  return to.out ? 0 : 1;
+// What came of it, as a document or as lines of text.
+void Tell(const Streams& to, const JsonOut& json, const std::string& text) {
+  to.out << (to.json ? json.Str() + "\n" : text);
 }
 
 int Fail(const Streams& to, const std::string& file, const MoksetFault& fault) {
@@ -74,32 +76,35 @@ int Fail(const Streams& to, const std::string& file, const MoksetFault& fault) {
   JsonOut json;
   json.BeginObject().Key("file").Text(file);
   PutFault(json, fault);
-  Conclude(to, json.End(), "");
+  Tell(to, json.End(), "");
   return 1;
 }
 
 // A file of another kind altogether is taken for one of the first generation.
-MoksetFault FaultOf(const MoksetInfo& info) {
-  MoksetFault fault = info.fault;
-  if (fault && info.generation == 1)
-    fault.text += " (it has no Mokset mark, so it was read as generation 1)";
+MoksetFault WithHint(MoksetFault fault, int generation) {
+  if (generation == 1) fault.text += " (it has no Mokset mark, so it was read as generation 1)";
   return fault;
 }
 
 int ShowInfo(const Streams& to, const std::string& file) {
   const MoksetInfo info = sowfield::ReadMoksetInfo(FromUtf8(file));
-  if (info.fault) return Fail(to, file, FaultOf(info));
+  if (info.fault) return Fail(to, file, WithHint(info.fault, info.generation));
   const Unit* unit = UnitOf(info);
   JsonOut json;
   json.BeginObject().Key("file").Text(file);
   PutFault(json, info.fault);
   PutCounts(json, info);
-  json.Key("box").BeginObject().Key("min").Point(info.box.Min()).Key("max").Point(info.box.Max());
-  json.End().Key("multiplier").Int(info.multiplier).Key("unit");
+  const Point3 &low = info.box.Min(), &high = info.box.Max();
+  json.Key("box");
+  if (info.vertices == 0) {
+    json.Null();
+  } else {
+    json.BeginObject().Key("min").Point(low).Key("max").Point(high).End();
+  }
+  json.Key("multiplier").Int(info.multiplier).Key("unit");
   unit ? json.Text(unit->name) : json.Null();
   json.Key("bytes").Int((long long)(info.bytes)).End();
 
-  const Point3 &low = info.box.Min(), &high = info.box.Max();
   std::string text = fmt::format("{}: Mokset file of generation {}, {} bytes\n", file,
                                  info.generation, Grouped((long long)(info.bytes)));
   const auto row = [&](const char* name, const std::string& value) {
@@ -114,20 +119,8 @@ int ShowInfo(const Streams& to, const std::string& file) {
                                               high.y, high.z));
   row("multiplier", info.generation == 1 ? "none" : std::to_string(info.multiplier));
   row("unit", unit ? unit->name : "not told");
-  return Conclude(to, json, text);
-}
-
-// Beyond what a reader needs: nothing follows the mesh, and the box is that of its vertices.
-MoksetFault CheckWhole(const std::string& file, MoksetInfo& info) {
-  Mesh mesh;
-  info = sowfield::ReadMoksetFile(FromUtf8(file), mesh);
-  if (info.fault) return info.fault;
-  if (info.end < info.bytes)
-    return {info.end, fmt::format("{} bytes follow the end of the mesh", info.bytes - info.end)};
-  const std::uint64_t box = info.generation == 1 ? 0 : 15;
-  if (!mesh.verts.empty() && !(mesh.getBoundingBox() == info.box))
-    return {box, "the box isn't that of the vertices"};
-  return {};
+  Tell(to, json, text);
+  return 0;
 }
 
 int Verify(const Streams& to, std::span<const std::string> files) {
@@ -137,20 +130,28 @@ int Verify(const Streams& to, std::span<const std::string> files) {
   int status = 0;
   for (const std::string& file : files) {
     MoksetInfo info;
-    const MoksetFault fault = CheckWhole(file, info);
+    std::vector<MoksetFault> faults = sowfield::CheckMoksetFile(FromUtf8(file), info);
     json.Line().BeginObject().Key("file").Text(file);
-    PutFault(json, fault);
-    if (fault) {
-      to.err << file << ": " << TextOf(fault) << '\n';
+    if (!faults.empty()) {
+      faults[0] = WithHint(faults[0], info.generation);
+      PutFault(json, faults[0]);
+      json.Key("errors").BeginList();
+      for (const MoksetFault& fault : faults) {
+        to.err << file << ": " << TextOf(fault) << '\n';
+        PutPlace(json, fault);
+      }
+      json.End();
       status = 1;
     } else {
+      PutFault(json, {});
       PutCounts(json, info);
       text += fmt::format("{}: sound, generation {}, {} vertices, {} faces\n", file,
                           info.generation, Grouped(info.vertices), Grouped(info.faces));
     }
     json.End();
   }
-  return std::max(status, Conclude(to, json.Line().End(), text));
+  Tell(to, json.Line().End(), text);
+  return status;
 }
 
 int WrongEnding(const Streams& to, const std::string& target, const char* endings) {
@@ -162,9 +163,10 @@ int Done(const Streams& to, const std::string& from, const std::string& target, 
   JsonOut json;
   json.BeginObject().Key("file").Text(from).Key("ok").Flag(true).Key("written").Text(target);
   json.Key("vertices").Int(mesh.getNumVerts()).Key("faces").Int(mesh.getNumFaces()).End();
-  return Conclude(to, json,
-                  fmt::format("{}: {} vertices, {} faces\n", target, Grouped(mesh.getNumVerts()),
-                              Grouped(mesh.getNumFaces())));
+  Tell(to, json,
+       fmt::format("{}: {} vertices, {} faces\n", target, Grouped(mesh.getNumVerts()),
+                   Grouped(mesh.getNumFaces())));
+  return 0;
 }
 
 int Export(const Streams& to, const std::string& file, const std::string& target) {
@@ -173,7 +175,7 @@ int Export(const Streams& to, const std::string& file, const std::string& target
     return WrongEnding(to, target, ".obj, .gltf or .glb");
   Mesh mesh;
   const MoksetInfo info = sowfield::ReadMoksetFile(FromUtf8(file), mesh);
-  if (info.fault) return Fail(to, file, FaultOf(info));
+  if (info.fault) return Fail(to, file, WithHint(info.fault, info.generation));
   const std::string name = std::filesystem::path(file).stem().string();
   std::string bytes, error;
   if (ending == ".obj") {

@@ -21,10 +21,11 @@ const Value& DefaultOf(const FieldDecl& field) {
   return found->second;
 }
 
-// Null with reports for a step whose name isn't known.
+// Null with reports for a step whose name isn't known. A step of no job has the number 0, and what
+// is told of it doesn't name it.
 const StepDecl* CheckStep(const Value& step, int number, const Report& report) {
   const auto reportStep = [&](Place place, const std::string& text) {
-    report(place, fmt::format("step {}: {}", number, text));
+    report(place, number == 0 ? text : fmt::format("step {}: {}", number, text));
   };
   if (!step.IsObject()) {
     reportStep(step.place,
@@ -53,7 +54,7 @@ const StepDecl* CheckStep(const Value& step, int number, const Report& report) {
   size_t faults = 0;
   const Report reportField = [&](Place place, const std::string& text) {
     ++faults;
-    report(place, StepPrefix(number, decl->name) + text);
+    report(place, number == 0 ? text : StepPrefix(number, decl->name) + text);
   };
   CheckFields(*decl, step, "do", reportField);
   if (faults == 0) CheckTogether(*decl, step, reportField);
@@ -88,6 +89,17 @@ std::vector<const Value*> Args::Texts(std::string_view field) const {
 
 std::string StepPrefix(int number, std::string_view name) {
   return fmt::format("step {} ({}): ", number, name);
+}
+
+Value StepOf(std::string name) { return Value().With("do", Value::Text(std::move(name))); }
+
+std::optional<Call> CallOf(const Value& step, std::vector<Fault>& faults) {
+  faults.clear();
+  const StepDecl* decl = CheckStep(step, 0, [&](Place place, std::string why) {
+    faults.push_back({place, std::move(why)});
+  });
+  if (!faults.empty()) return std::nullopt;
+  return Call{decl, 0, step.place, Args(*decl, step)};
 }
 
 std::optional<Job> ReadJob(std::string_view text, std::vector<Fault>& faults) {

@@ -41,7 +41,7 @@ class Args {
 /// One step of a job.
 struct Call {
   const StepDecl* decl = nullptr;
-  int number = 0;  // from 1
+  int number = 0;  // from 1; 0 in no job
   Place place;     // of the step
   Args args;
 };
@@ -56,6 +56,13 @@ struct Job {
 /// Reads a job and checks every step. On failure `faults` tells everything that is wrong, in the
 /// order of the text, or the one thing that makes it unreadable.
 std::optional<Job> ReadJob(std::string_view text, std::vector<Fault>& faults);
+
+/// A step without fields.
+Value StepOf(std::string name);
+
+/// The same checks of a step that stands in no job. The call points into `step`. On failure
+/// `faults` tells everything that is wrong, without naming the step.
+std::optional<Call> CallOf(const Value& step, std::vector<Fault>& faults);
 
 /// "step 4 (stroke): ".
 std::string StepPrefix(int number, std::string_view name);

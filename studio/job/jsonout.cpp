@@ -1,5 +1,8 @@
 #include "studio/job/jsonout.h"
 
+#include "host/math/wstr.h"
+
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 
@@ -72,6 +75,9 @@ JsonOut& JsonOut::Point(const Point3& p) {
 
 JsonOut& JsonOut::Text(std::string_view utf8) {
   static constexpr char kHex[] = "0123456789abcdef";
+  std::string sound;
+  if (std::any_of(utf8.begin(), utf8.end(), [](char c) { return (c & 0x80) != 0; }))
+    utf8 = sound = ToUtf8(FromUtf8(utf8));
   Part();
   text_ += '"';
   for (const char c : utf8) {

@@ -22,6 +22,7 @@ class JsonOut {
   JsonOut& Int(long long value);
   JsonOut& Flag(bool value) { return Raw(value ? "true" : "false"); }
   JsonOut& Null() { return Raw("null"); }
+  /// Bytes that aren't UTF-8, as paths may have them, become U+FFFD.
   JsonOut& Text(std::string_view utf8);
   JsonOut& Point(const Point3& p);
   /// A value that is JSON already.

@@ -264,7 +264,7 @@ constexpr FieldDecl kSelect[] = {
     {.name = "object",
      .type = Text,
      .required = true,
-     .meaning = "name of a Sowfield object's node"},
+     .meaning = "name of a Sowfield object's node; of several of one name the second is `NAME#2`"},
 };
 
 constexpr FieldDecl kAdd[] = {

@@ -160,6 +160,41 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
 
 }  // namespace
 
+Value Value::Text(std::string text) {
+  Value value;
+  value.kind = Kind::Text;
+  value.text = std::move(text);
+  return value;
+}
+
+Value Value::Number(double number) {
+  Value value;
+  value.kind = Kind::Number;
+  value.number = number;
+  return value;
+}
+
+Value Value::Numbers(std::span<const double> numbers) {
+  Value value;
+  value.kind = Kind::List;
+  for (const double n : numbers) value.items.push_back(Number(n));
+  return value;
+}
+
+Value Value::Flag(bool flag) {
+  Value value;
+  value.kind = Kind::Bool;
+  value.flag = flag;
+  return value;
+}
+
+Value Value::With(std::string key, Value value) const {
+  Value whole = *this;
+  whole.kind = Kind::Object;
+  whole.members.push_back({std::move(key), {}, std::move(value)});
+  return whole;
+}
+
 const Value* Value::Find(std::string_view key) const {
   for (const Member& m : members)
     if (m.key == key) return &m.value;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,14 @@ struct Value {
   std::string text;  // UTF-8
   std::vector<Value> items;
   std::vector<Member> members;  // in the order of the text
+
+  // Values that stand in no text. Texts may be any bytes.
+  static Value Text(std::string text);
+  static Value Number(double number);
+  static Value Numbers(std::span<const double> numbers);
+  static Value Flag(bool flag);
+  /// An object with one member more.
+  Value With(std::string key, Value value) const;
 
   bool IsNumber() const { return kind == Kind::Number; }
   bool IsText() const { return kind == Kind::Text; }

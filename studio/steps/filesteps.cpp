@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <set>
 
+#include "host/io/file.h"
 #include "host/io/scenefile.h"
 #include "sowfield/model/invariants.h"
 #include "sowfield/model/repair.h"
@@ -10,9 +11,28 @@
 
 namespace studio {
 
+std::string WhyNoScene(const std::string& file) {
+  if (std::error_code code; !std::filesystem::exists(file, code) && !code)
+    return fmt::format("there is no file \"{}\"", file);
+  host::FileSource source;
+  if (std::string why; !source.Open(file, why)) return why;
+  return host::LooksLikeScene(file)
+             ? ""
+             : fmt::format("\"{}\" is no scene that this program saved", file);
+}
+
+std::string WhyNotReplaced(const std::string& file) {
+  std::error_code code;
+  if (!std::filesystem::is_regular_file(file, code)) return "";  // what can't be is told later
+  const std::string why = WhyNoScene(file);
+  return why.empty() ? "" : why + ": it won't be replaced";
+}
+
 void Save(Stage& stage, const Call& call, Outcome& out) {
   const Value& file = *call.args.Given("file");
   const std::string path = stage.MakeRoomFor(file);
+  if (const std::string why = WhyNotReplaced(path); !why.empty())
+    throw StepFailure{file.place, why};
   host::SaveOptions options;
   options.backup = call.args.Flag("backup");
   std::string error;

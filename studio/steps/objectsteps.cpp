@@ -51,7 +51,7 @@ void Create(Stage& stage, const Call& call, Outcome& out) {
 void Select(Stage& stage, const Call& call, Outcome& out) {
   const Value& name = *call.args.Given("object");
   stage.Edit(stage.SowfieldNode(name));
-  out.AddText("node", name.text);
+  out.AddText("node", ToUtf8(stage.EditedNode()->GetName()));
   out.text = name.text;
 }
 
@@ -125,7 +125,7 @@ Object* ProxyWith(const Mesh& mesh) {
 ProxyObject* MakeProxy(const Stage& stage, const Args& args, const Mesh& mesh) {
   const std::string& kind = args.Text("kind");
   const Value* file = args.Given("file");
-  const WStr path = file ? FromUtf8(stage.Resolve(file->text)) : WStr();
+  const WStr path = file ? stage.ResolveToKeep(*file) : WStr();
   if (kind == "mokset") {
     auto* made = ProxyWith<MoksetProxyObject>(mesh);
     if (file) made->SetProxyFile(path);

@@ -2,7 +2,6 @@
 
 #include "host/io/modelfiles.h"
 #include "sowfield/objects/proxylife.h"
-#include "sowfield/objects/typelist.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "studio/steps/steps.h"
 
@@ -44,8 +43,10 @@ WStr FileToWrite(Stage& stage, const Value& file) {
   if (host::ExtensionOf(file.text) != ".vorn")
     throw StepFailure{file.place, fmt::format("\"{}\" must end in .Vorn", file.text)};
   Value native = file;
-  native.text = sowfield::NativePathOf(FromUtf8(file.text));
-  return FromUtf8(stage.MakeRoomFor(native));
+  native.text = sowfield::NativePathOf(stage.ResolveToKeep(file));
+  WStr path = stage.ResolveToKeep(native);
+  stage.MakeRoomFor(native);
+  return path;
 }
 
 }  // namespace
@@ -77,7 +78,6 @@ void LoadType(Stage& stage, const Call& call, Outcome& out) {
   const WStr path = FromUtf8(stage.Resolve(file.text));
   if (!sowfield::PointTypeAtFile(asked.object.distribution, asked.type, path))
     throw StepFailure{file.place, fmt::format("\"{}\": {}", file.text, WhyNotRead(path))};
-  sowfield::RecomputeBrushMinimum(asked.object.distribution);
   out.AddText("file", file.text);
   out.text = fmt::format("type {} shows {}", asked.type, file.text);
 }
@@ -99,7 +99,6 @@ void ExportType(Stage& stage, const Call& call, Outcome& out) {
 void UpdateTypes(Stage& stage, const Call& call, Outcome& out) {
   sowfield::Distribution& d = stage.Edited(call.place).distribution;
   sowfield::UpdateAllTypes(d);
-  sowfield::RecomputeBrushMinimum(d);
   d.RefreshObject();
   out.Add("types", d.TypeCount());
   out.text = Counted(size_t(d.TypeCount()), "type");

@@ -8,8 +8,10 @@
 #include "host/math/elementary.h"
 #include "host/scene/camera.h"
 #include "host/scene/join.h"
+#include "host/scene/mtl.h"
 #include "host/scene/primitives.h"
 #include "host/scene/shape.h"
+#include "host/scene/texmap.h"
 #include "studio/steps/steps.h"
 #include "studio/steps/views.h"
 
@@ -52,6 +54,16 @@ bool Moves(INode* node) {
   return !(node->TMValidity(0) == FOREVER) || !(node->EvalWorldState(0).valid == FOREVER);
 }
 
+// Whether it shows a picture whose path couldn't be kept.
+bool LosesPictures(ReferenceTarget* thing) {
+  if (!thing) return false;
+  if (const auto* picture = dynamic_cast<const BitmapTex*>(thing))
+    return !picture->GetBytes() && picture->GetMapName().find(L'\xFFFD') != WStr::npos;
+  for (int i = 0; i < thing->NumRefs(); ++i)
+    if (LosesPictures(thing->GetReference(i))) return true;
+  return false;
+}
+
 void Report(Outcome& out, INode* node) {
   const std::string name = ToUtf8(node->GetName());
   out.AddText("node", name);
@@ -79,6 +91,10 @@ void Open(Stage& stage, const Call& call, Outcome& out) {
       host::ImportModel(stage.Ip(), stage.Resolve(args.Text("file")), options, error);
   if (!result) throw StepFailure{args.PlaceOf("file"), error};
   for (const std::string& w : result->warnings) stage.Notices() << "warning: " << w << '\n';
+  if (std::any_of(result->nodes.begin(), result->nodes.end(),
+                  [](INode* n) { return LosesPictures(n->GetMtl()); }))
+    stage.Notices() << "warning: pictures of \"" << InPrint(stage.Resolve(args.Text("file")))
+                    << "\" are lost: a scene can't keep their paths, which aren't UTF-8\n";
 
   if (args.Has("join") && std::any_of(result->nodes.begin(), result->nodes.end(), Moves))
     stage.Notices() << "warning: " << args.Text("file") << ": joined parts don't move any more\n";

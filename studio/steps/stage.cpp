@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <charconv>
 #include <filesystem>
 #include <ostream>
 #include <set>
@@ -17,6 +18,13 @@ namespace studio {
 ColorRef ColourOf(const std::string& text) {
   const long rgb = std::strtol(text.c_str() + 1, nullptr, 16);
   return PackColor(int(rgb >> 16), int(rgb >> 8 & 255), int(rgb & 255));
+}
+
+std::string InPrint(const std::string& path) {
+  std::string shown;
+  for (const char c : path)
+    shown += c & 0x80 ? fmt::format("\\x{:02x}", static_cast<unsigned char>(c)) : std::string(1, c);
+  return shown;
 }
 
 using sowfield::Sowfield;
@@ -69,14 +77,36 @@ std::vector<INode*> Stage::SowfieldNodes() {
 }
 
 INode* Stage::SowfieldNode(const Value& name) {
-  std::vector<INode*> found = SowfieldNodes();
-  std::erase_if(found, [&](INode* n) { return ToUtf8(n->GetName()) != name.text; });
+  const auto named = [this](std::string_view text) {
+    std::vector<INode*> found = SowfieldNodes();
+    std::erase_if(found, [&](INode* n) { return ToUtf8(n->GetName()) != text; });
+    return found;
+  };
+  const auto several = [&](size_t count, std::string_view text) {
+    const std::string which =
+        count == 1 ? fmt::format("1 Sowfield object is named \"{}\"", text)
+                   : fmt::format(
+                         "{0} Sowfield objects are named \"{1}\": tell which, \"{1}#1\" to "
+                         "\"{1}#{0}\"",
+                         count, text);
+    return StepFailure{name.place, which};
+  };
+  const std::vector<INode*> found = named(name.text);
   if (found.size() == 1) return found.front();
-  if (found.empty() && host_.GetScene().FindNodes(FromUtf8(name.text)).empty()) return Node(name);
-  throw StepFailure{
-      name.place,
-      found.empty() ? fmt::format("\"{}\" is no Sowfield object", name.text)
-                    : fmt::format("{} Sowfield objects are named \"{}\"", found.size(), name.text)};
+  if (!found.empty()) throw several(found.size(), name.text);
+  const std::string_view text = name.text;
+  if (const size_t mark = text.rfind('#'); mark != text.npos) {
+    size_t number = 0;
+    const auto [end, code] =
+        std::from_chars(text.data() + mark + 1, text.data() + text.size(), number);
+    const std::vector<INode*> equal = named(text.substr(0, mark));
+    if (code == std::errc() && end == text.data() + text.size() && !equal.empty()) {
+      if (number > 0 && number <= equal.size()) return equal[number - 1];
+      throw several(equal.size(), text.substr(0, mark));
+    }
+  }
+  if (host_.GetScene().FindNodes(FromUtf8(name.text)).empty()) return Node(name);
+  throw StepFailure{name.place, fmt::format("\"{}\" is no Sowfield object", name.text)};
 }
 
 Sowfield& Stage::Edited(Place place) {
@@ -141,10 +171,30 @@ int Stage::RowOf(Sowfield& object, const Value& row) {
 }
 
 std::string Stage::Resolve(const std::string& path) const {
+  namespace fs = std::filesystem;
   // What a scene stores of it must hold wherever the scene is opened from.
-  return std::filesystem::absolute(std::filesystem::path(folder_) / path)
-      .lexically_normal()
-      .string();
+  fs::path clean;
+  for (const fs::path& part : fs::absolute(fs::path(folder_) / path)) {
+    if (part == ".") continue;
+    if (part != "..") {
+      clean /= part;
+      continue;
+    }
+    // Behind a link it leads out of the folder that the link points at, and behind one that points
+    // nowhere nowhere.
+    std::error_code code;
+    const fs::path real = fs::is_symlink(clean, code) ? fs::canonical(clean, code) : clean;
+    clean = code ? clean / ".." : real.parent_path();
+  }
+  return clean.string();
+}
+
+WStr Stage::ResolveToKeep(const Value& path) const {
+  const std::string full = Resolve(path.text);
+  const WStr wide = FromUtf8(full);
+  if (ToUtf8(wide) == full) return wide;
+  throw StepFailure{
+      path.place, fmt::format("a scene can't keep the path \"{}\": it isn't UTF-8", InPrint(full))};
 }
 
 std::string Stage::MakeRoomFor(const Value& path) const {

@@ -21,6 +21,9 @@ struct StepFailure {
 /// The colour of a "#rrggbb".
 ColorRef ColourOf(const std::string& text);
 
+/// A path that isn't UTF-8 as messages tell it: bytes beyond ASCII as \xe9.
+std::string InPrint(const std::string& path);
+
 /// An undo step that is taken back unless it is accepted.
 class UndoStep {
  public:
@@ -60,7 +63,8 @@ class Stage {
   /// Null for a node that holds no Sowfield object.
   static sowfield::Sowfield* SowfieldOf(INode* node);
   std::vector<INode*> SowfieldNodes();
-  /// The Sowfield object of this name, whatever else is called so.
+  /// The Sowfield object of this name, whatever else is called so; of several of one name the one
+  /// of "NAME#2", counted from 1 in the order of SowfieldNodes.
   INode* SowfieldNode(const Value& name);
   /// The edited object; fails without one.
   sowfield::Sowfield& Edited(Place place);
@@ -79,8 +83,10 @@ class Stage {
   /// A transform row: 0 for "all", t + 1 for type t.
   static int RowOf(sowfield::Sowfield& object, const Value& row);
 
-  /// A path as it is opened.
+  /// A path as it is opened: absolute, without `.` and without `..`.
   std::string Resolve(const std::string& path) const;
+  /// The same as a scene keeps it; fails for one that isn't UTF-8.
+  WStr ResolveToKeep(const Value& path) const;
   /// The same for a file that is going to be written: its folders are made.
   std::string MakeRoomFor(const Value& path) const;
   /// Writes a file whole, after its folders.

@@ -31,6 +31,12 @@ using StepFunction = void (*)(Stage& stage, const Call& call, Outcome& out);
 /// Null for a name that isn't a step's.
 StepFunction FunctionOf(std::string_view name);
 
+/// Why a file can't be opened as a scene, as far as its beginning tells; empty if it can.
+std::string WhyNoScene(const std::string& file);
+
+/// Why a scene can't take the place of a file: it is there and is none. Empty if it can.
+std::string WhyNotReplaced(const std::string& file);
+
 // Scene.
 void OpenSceneFile(Stage& stage, const Call& call, Outcome& out);
 void Save(Stage& stage, const Call& call, Outcome& out);

@@ -74,15 +74,22 @@ class JobTest : public ::testing::Test {
     EXPECT_NE(result.err.find(said), std::string::npos) << result.err;
   }
   /// The program with such words; one that begins with @ is a name in the folder.
-  Result Command(std::vector<std::string> words) const {
+  Result Command(const std::vector<std::string>& words) const {
+    std::ostringstream out;
+    Result result = Command(words, out);
+    result.out = out.str();
+    return result;
+  }
+  /// The same with another standard output.
+  Result Command(std::vector<std::string> words, std::ostream& out) const {
     std::vector<const char*> args = {"sowfield"};
     for (std::string& word : words) {
       if (word.starts_with('@')) word = Path(word.substr(1)).string();
       args.push_back(word.c_str());
     }
-    std::ostringstream out, err;
+    std::ostringstream err;
     const int status = RunCommandLine(int(args.size()), args.data(), out, err);
-    return {status, out.str(), err.str(), {}};
+    return {status, {}, err.str(), {}};
   }
 
   std::filesystem::path folder_;

@@ -2,6 +2,7 @@
 
 #include "host/host.h"
 #include "sowfield/proxy/moksetfile.h"
+#include "tests/sowfield/moksetbytes.h"
 #include "tests/studio/jobfixture.h"
 
 namespace studio {
@@ -49,6 +50,11 @@ TEST_F(Mokset, InfoTellsTheHead) {
   EXPECT_TRUE(info["unit"] == "feet" && info["box"]["max"] == json({4, 5, 3})) << out;
   Run({"info", "@roof.Vorn"});
   EXPECT_TRUE(Says(out, "  box               0 0 0 to 4 5 3\n")) << out;
+  Write("empty.Vorn", sowfield::FileOf(3, {}, 1, {}));
+  ASSERT_EQ(Run({"info", "@empty.Vorn", "--json"}), 0) << err;
+  EXPECT_TRUE(json::parse(out).at("box").is_null()) << out;
+  Run({"info", "@empty.Vorn"});
+  EXPECT_TRUE(Says(out, "  box               empty\n")) << out;
 }
 
 TEST_F(Mokset, VerifyNamesEachFaultWithItsPlace) {
@@ -59,10 +65,34 @@ TEST_F(Mokset, VerifyNamesEachFaultWithItsPlace) {
   EXPECT_EQ(out, Path("roof.Vorn").string() + ": sound, generation 3, 4 vertices, 2 faces\n");
   const std::string end = "long.Vorn: byte " + std::to_string(whole.size()) + ": 2 bytes follow";
   for (const std::string told : {"cut.Vorn: byte 43: the number of vertices is 4", end.c_str(),
-                                 "moved.Vorn: byte 15: the box"})
+                                 "moved.Vorn: byte 27: the lower corner of the box is 0 0 0"})
     EXPECT_TRUE(Says(err, told)) << err;
   EXPECT_EQ(Run({"verify", "--json", "@none.Vorn", "@roof.Vorn"}), 1);
   EXPECT_TRUE(json::parse(out)[0]["ok"] == false && json::parse(out)[1]["faces"] == 2) << out;
+
+  // The unit is at 39.
+  Write("two.Vorn", std::string(whole).replace(39, 1, "\x09") + "1");
+  EXPECT_EQ(Run({"verify", "--json", "@two.Vorn"}), 1);
+  EXPECT_TRUE(Says(err, "two.Vorn: byte 39: the unit is 9, expected 0 to 6\n") &&
+              Says(err, "two.Vorn: byte " + std::to_string(whole.size()) + ": 1 bytes follow"))
+      << err;
+  const json told = json::parse(out)[0];
+  EXPECT_TRUE(told["ok"] == false && told["errors"].size() == 2 && told["errors"][0]["byte"] == 39);
+  EXPECT_EQ(told["errors"][0], told["error"]);
+
+  Write("text.Vorn", std::string(200, 'x'));
+  for (const char* command : {"info", "verify"}) {
+    EXPECT_EQ(Run({command, "@text.Vorn"}), 1);
+    EXPECT_TRUE(Says(err, "(it has no Mokset mark, so it was read as generation 1)\n")) << err;
+  }
+}
+
+TEST_F(Mokset, AnyFileNameIsOneLineOfAnObj) {
+  Write("two\nf 9\r9 \\.Vorn", Read("roof.Vorn"));
+  ASSERT_EQ(Run({"export", "@two\nf 9\r9 \\.Vorn", "@a.obj"}), 0) << err;
+  EXPECT_TRUE(Read("a.obj").starts_with("o two_f 9_9 _\nv ")) << Read("a.obj");
+  ASSERT_EQ(Run({"import", "--join", "@a.obj", "@back.Vorn"}), 0) << err;
+  EXPECT_EQ(Meshed("back.Vorn").getNumFaces(), 2);
 }
 
 TEST_F(Mokset, AModelThatWasExportedComesBack) {

@@ -62,9 +62,11 @@ TEST(JsonOut, NumbersReadBackAndTextsAreEscaped) {
   JsonOut json;
   json.BeginObject().Key("f").Float(0.1f).Key("d").Double(1e300).Key("n").Float(-0.0f);
   json.Key("x").Float(std::numeric_limits<float>::infinity()).Key("t").Text("a\"\\\n\x01é");
+  json.Key("bytes").Text("\xe9t\xc3\xa9");  // a path may have any
   json.Key("l").BeginList().Int(1).Flag(true).Null().End().Key("e").BeginList().End().End();
   EXPECT_EQ(json.Str(),
             "{\"f\":0.1,\"d\":1e+300,\"n\":-0,\"x\":\"inf\",\"t\":\"a\\\"\\\\\\u000a\\u0001é\","
+            "\"bytes\":\"\uFFFDté\","
             "\"l\":[1,true,null],\"e\":[]}");
 }
 

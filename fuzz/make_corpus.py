@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes the seeds of the fuzz targets into the folder corpus beside this script."""
+"""Writes the binary seeds of the fuzz targets into the folder corpus beside this script."""
 
 import base64
 import json
@@ -10,44 +10,10 @@ HERE = pathlib.Path(__file__).resolve().parent / "corpus"
 
 
 def model():
-    """A triangle with all attributes, two nodes, a material and a camera; its buffer's bytes."""
-    data = struct.pack("<9f", 0, 0, 0, 1, 0, 0, 0, 1, 0)
-    data += struct.pack("<9f", 0, 0, 1, 0, 0, 1, 0, 0.6, 0.8)
-    data += struct.pack("<6f", 0, 0, 1, 0, 0, 1)
-    data += struct.pack("<3H", 0, 1, 2)
-    views = [(0, 36), (36, 36), (72, 24), (96, 6)]
-    kinds = [(5126, "VEC3"), (5126, "VEC3"), (5126, "VEC2"), (5123, "SCALAR")]
-    primitive = {
-        "attributes": {"POSITION": 0, "NORMAL": 1, "TEXCOORD_0": 2},
-        "indices": 3,
-        "material": 0,
-    }
-    root = {
-        "asset": {"version": "2.0"},
-        "scene": 0,
-        "scenes": [{"nodes": [0]}],
-        "nodes": [
-            {"name": "a", "mesh": 0, "children": [1, 2], "rotation": [0, 0, 0.6, 0.8]},
-            {"name": "b", "mesh": 0, "matrix": [2, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 3, 0, 0, 1]},
-            {"camera": 0, "translation": [0, 1, 2], "scale": [1, 1, 2]},
-        ],
-        "meshes": [{"name": "m", "primitives": [primitive]}],
-        "materials": [{"name": "red", "pbrMetallicRoughness": {"baseColorFactor": [1, 0, 0, 1]}}],
-        "cameras": [{"type": "perspective", "perspective": {"yfov": 0.8, "znear": 0.1}}],
-        "accessors": [
-            {"bufferView": i, "componentType": c, "type": t, "count": 3}
-            for i, (c, t) in enumerate(kinds)
-        ],
-        "bufferViews": [{"buffer": 0, "byteOffset": o, "byteLength": n} for o, n in views],
-        "buffers": [{"byteLength": len(data)}],
-    }
-    return root, data
-
-
-def as_json(root, data):
-    uri = "data:application/octet-stream;base64," + base64.b64encode(data).decode()
-    root["buffers"][0]["uri"] = uri
-    return json.dumps(root, separators=(",", ":")).encode()
+    """The model of triangle.gltf and its buffer's bytes."""
+    root = json.loads((HERE / "gltf_import_fuzz/triangle.gltf").read_text())
+    uri = root["buffers"][0].pop("uri")
+    return root, base64.b64decode(uri.partition(",")[2])
 
 
 def as_glb(root, data):
@@ -60,7 +26,6 @@ def as_glb(root, data):
 
 
 def gltf_seeds():
-    yield "triangle.gltf", as_json(*model())
     yield "triangle.glb", as_glb(*model())
     for name, mode in (("strip", 5), ("fan", 6), ("line", 1)):
         root, data = model()
@@ -78,18 +43,6 @@ def gltf_seeds():
     }
     root["meshes"][0]["primitives"] = [{"attributes": {"POSITION": 0}, "mode": 5}]
     yield "bytes.glb", as_glb(root, data)
-
-
-def obj_seeds():
-    points = "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 0 0 1\n"
-    yield "quad.obj", points + "f 1 2 3 4\nf -1 -2 -3\n"
-    yield "full.obj", (
-        "mtllib a.mtl\no one\n" + points + "vt 0 0\nvt 1 0 0\nvn 0 0 1\nvn 0 1 0\n"
-        "g left right\nusemtl red\ns 1\nf 1/1/1 2/2/1 3/1/2\ns off\nusemtl blue\nf 1//1 2//2 5//1\n"
-        "o two\nf 1/1 2/2 5/1\n"
-    )
-    yield "rest.obj", points + "vp 0.1\np 1 2\nl 1 2 3\ncurv 0 1 1 2\n# text\nf 1 2 \\\n3\n"
-    yield "concave.obj", "v 0 0 0\nv 2 0 0\nv 2 2 0\nv 1 .5 1e-3\nv 0 +2 0\nf 1 2 3 4 5\n"
 
 
 def plan_seeds():
@@ -118,19 +71,6 @@ def plan_seeds():
     material = counted(b"red") + struct.pack("<3fi", 1, 0, 0, 0)
     lists = [counted(entry, 1) for entry in (image, material, mesh, node, counted(b"a warning"))]
     yield "triangle.plan", head + b"".join(lists)
-
-
-def job_seeds():
-    yield "steps.json", """{"unit": "feet", "rand_seed": 7, "steps": [
-{"do": "primitive", "kind": "plane", "size": [2, 3], "cells": [4, 5], "colour": "#80ff00"},
-{"do": "create", "name": "s", "at": [1, -2]}, {"do": "add", "nodes": ["a", "b"]},
-{"do": "set", "row": "a", "values": {"Tr_Random": 1, "Tr_XScale_Min": 1e2}},
-{"do": "stroke", "tool": "line", "points": [[0, 1], [2.5, -3]], "on": "a", "keys": "ctrl"},
-{"do": "check", "placements": {"min": 1, "max": 9}},
-{"do": "view", "file": "x.png", "view": {"eye": [1, 2, 3], "target": [0, 0, 0], "fov": 30}}]}"""
-    yield "faults.json", """{"steps": [{"do": "strok", "tol": 1}, {"do": "set", "param": "FOV"},
-{"do": "undo", "count": -1}, {"do": "view", "file": 3, "size": [1]}, 5], "x": null}"""
-    yield "broken.json", '{"steps": [{"do": "stats", "do": "\\u00e9\\n"},'
 
 
 def mokset_seeds():
@@ -162,15 +102,13 @@ def main():
     targets = (
         ("mokset_fuzz", mokset_seeds()),
         ("gltf_import_fuzz", gltf_seeds()),
-        ("obj_import_fuzz", obj_seeds()),
         ("plan_stream_fuzz", plan_seeds()),
-        ("job_reader_fuzz", job_seeds()),
     )
     for target, seeds in targets:
         folder = HERE / target
         folder.mkdir(parents=True, exist_ok=True)
         for name, content in seeds:
-            (folder / name).write_bytes(content.encode() if isinstance(content, str) else content)
+            (folder / name).write_bytes(content)
 
 
 if __name__ == "__main__":

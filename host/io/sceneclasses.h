@@ -40,8 +40,8 @@ nlohmann::json BlockValue(SceneOut& out, IParamBlock2& block);
 /// Fills a new block that nobody owns yet. Entries beyond what the descriptor declares are kept.
 void ReadBlock(const SceneIn& in, IParamBlock2& block, const nlohmann::json& value);
 
-/// What a thing of a plug-in's class stores: its parameter blocks, meshes that it refers to, and the
-/// sub-materials and maps of a material.
+/// What a thing of a plug-in's class stores: its parameter blocks, meshes that it refers to, and
+/// the sub-materials and maps of a material.
 nlohmann::json PluginValue(SceneOut& out, const ReferenceTarget& thing);
 /// Its blocks are exchanged for new ones. Throws SceneFault.
 void ReadPlugin(const SceneIn& in, ReferenceTarget& thing, const nlohmann::json& value);

@@ -11,7 +11,7 @@ namespace {
 TEST(ParallelFor, CoversEachPlaceOnceInPartsOfTheGrainAndPassesExceptionsOn) {
   for (const int threads : {1, 2, 4}) {
     host::SetParallelThreads(threads);
-    for (const size_t count : {size_t(0), size_t(1), size_t(999), size_t(1000), size_t(1001)}) {
+    for (const size_t count : {0u, 1u, 999u, 1000u, 1001u}) {
       std::vector<std::atomic<int>> seen(count);
       std::atomic<bool> sound = true;
       host::ParallelFor(count, 100, [&](size_t first, size_t last) {

@@ -1,16 +1,56 @@
 #include "host/viewport/picture.h"
 
-#include <cmath>
-#include <limits>
+#include <png.h>
 
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <limits>
+#include <random>
+#include <string>
+
+#include "host/io/file.h"
+#include "host/io/png.h"
 #include "host/scene/mtl.h"
+#include "host/viewport/graphicswindow.h"
+#include "host/viewport/scenedrawing.h"
 #include "host/viewport/viewports.h"
 #include "tests/host/extras.h"
-#include "tests/host/golden.h"
 
 namespace {
 
 using host::Picture;
+
+/// Whether a channel of two RGB pixels differs by more than 24 levels.
+bool PixelsDiffer(const std::uint8_t* a, const std::uint8_t* b) {
+  return std::abs(a[0] - b[0]) > 24 || std::abs(a[1] - b[1]) > 24 || std::abs(a[2] - b[2]) > 24;
+}
+
+/// Compares a picture with tests/golden/NAME.png. Drivers differ at edges: up to 0.5 % of the
+/// pixels may differ. A picture that differs is written beside the program's output; where it is
+/// right, it takes the other's place.
+void ExpectGolden(const Picture& picture, const std::string& name) {
+  const std::string golden = std::string(SOWFIELD_GOLDEN_DIR) + "/" + name + ".png";
+  png_image image = {};
+  image.version = PNG_IMAGE_VERSION;
+  std::vector<std::uint8_t> expected;
+  if (png_image_begin_read_from_file(&image, golden.c_str())) {
+    image.format = PNG_FORMAT_RGB;
+    expected.resize(PNG_IMAGE_SIZE(image));
+    EXPECT_TRUE(png_image_finish_read(&image, nullptr, expected.data(), 0, nullptr)) << golden;
+  }
+  const size_t size = picture.rgb.size();
+  size_t apart = expected.size() == size ? 0 : size / 3;
+  for (size_t p = 0; p < std::min(size, expected.size()); p += 3)
+    apart += PixelsDiffer(&expected[p], &picture.rgb[p]);
+  if (size > 0 && double(apart) <= 0.005 * double(size / 3)) return;
+  std::string error;
+  std::vector<std::byte> png;
+  const std::string found = std::filesystem::absolute(name + "_found.png").string();
+  if (host::EncodePng(picture.width, picture.height, picture.rgb, png, error))
+    host::WriteFileSafely(found, png, error);
+  ADD_FAILURE() << apart << " pixels differ from " << golden << "; found: " << found << error;
+}
 
 class Drawing : public Staged {
  protected:
@@ -85,24 +125,6 @@ TEST_F(Drawing, LooksAsItDidBefore) {
   ExpectGolden(Draw(FlatView(14, 160, 120)), "drawn_top");
 }
 
-TEST_F(Drawing, AParallelViewShowsDotsFarBeforeAndBehindItsMeshes) {
-  // Eight pixels a unit; the box covers pixels 30 to 70. One dot is over it, one under, two beside,
-  // the farther one drawn last.
-  Box({0, 0, 0}, 5, PackColor(30, 160, 30));
-  Add(new Extras([](GraphicsWindow& gw) {
-    gw.setColor(LINE_COLOR, 0, 0, 1);
-    gw.marker({4.0625f, 0.0625f, -4000}, DOT_MRKR);
-    gw.setColor(LINE_COLOR, 1, 0, 0);
-    gw.marker({4.0625f, 0.0625f, -5000}, DOT_MRKR);
-    gw.marker({1.0625f, 0.0625f, 5000}, DOT_MRKR);
-    gw.marker({-0.9375f, 0.0625f, -5000}, DOT_MRKR);
-  }));
-  const Picture picture = Draw(FlatView(12.5f));
-  EXPECT_EQ(Hue(picture, 58, 49), 0);
-  EXPECT_EQ(Hue(picture, 42, 49), 1);
-  EXPECT_EQ(Hue(picture, 82, 49), 2);
-}
-
 /// Draws a red square, 5 wide, round the place under the pointer, and lists where that is.
 struct Marking : RedrawViewsCallback {
   void proc(Interface* ip) override {
@@ -143,32 +165,154 @@ TEST_F(Drawing, ARedrawGoesFromDisplayToItemsToCallbacks) {
 }
 
 TEST_F(Drawing, RedrawsAskedForInDisplayAreDoneAfterwards) {
-  std::string list;
+  std::string list, why;
   int asks = 1, windows = 0;
   INode* node = nullptr;
   const auto draw = [&](GraphicsWindow& gw) {
-    list += "Display ";
     gw.setColor(LINE_COLOR, 1, 0, 0);
     gw.marker({0, 0, 0}, DOT_MRKR);
-    std::string why;
     ViewExp view = FlatView();
     EXPECT_FALSE(host::DrawScene(ip_, view, {}, why));
+    list += asks > 0 ? "Display asked " : "Display ";
     if (asks-- <= 0) return;
     node->SetNodeTM(0, TransMatrix({3, 0, 0}));
     ip_.RedrawViews(0);
-    list += "asked ";
   };
   node = Add(new Extras(draw, [&] { list += "Items "; }));
   ip_.Views().SetPainter([&](TimeValue) { ++windows; });
   // Ten pixels a unit: the picture is that of the second pass.
-  const Picture picture = Draw(FlatView(10));
+  EXPECT_EQ(Hue(Draw(FlatView(10)), 80, 50), 0);
   EXPECT_EQ(list, "Display asked Items Display Items ");
-  EXPECT_EQ(Hue(picture, 80, 50), 0);
   EXPECT_EQ(windows, 1) << "they were asked for too";
   asks = 1000;
   Draw(FlatView(10));
   EXPECT_EQ(asks, 1000 - host::Viewports::kMostPasses);
   ip_.Views().SetPainter(nullptr);
+}
+
+constexpr int kWidth = 96, kHeight = 72;
+
+/// At a point, or in the rectangle of two.
+bool Hits(ViewExp& view, const Extras::Draw& draw, std::vector<IPoint2> p, bool crossing = true) {
+  GraphicsWindow& gw = *view.getGW();
+  gw.setHitRegion(MakeHitRegion(HitType(p.size() - 1), crossing, 4, p.data()));
+  gw.clearHitCode();
+  gw.setRndLimits(GW_PICK);
+  draw(gw);
+  gw.setRndLimits(GW_ILLUM);
+  return gw.checkHitCode();
+}
+
+/// The pixels that a drawing changes in the picture of a view.
+std::vector<IPoint2> Changed(ViewExp& view, const Extras::Draw& draw) {
+  host::Host host;
+  std::string error;
+  const auto before = host::DrawScene(host.Services(), view, {.grid = false}, error);
+  host.Services().CreateObjectNode(new Extras(draw));
+  const auto after = host::DrawScene(host.Services(), view, {.grid = false}, error);
+  EXPECT_TRUE(before && after) << error;
+  std::vector<IPoint2> changed;
+  for (int i = 0; before && after && i < kWidth * kHeight; ++i)
+    if (PixelsDiffer(&before->rgb[size_t(i) * 3], &after->rgb[size_t(i) * 3]))
+      changed.push_back({i % kWidth, i / kWidth});
+  return changed;
+}
+
+TEST(GraphicsWindow, WhatIsDrawnIsHitAndNothingFarFromIt) {
+  std::mt19937 random(3);
+  const auto uniform = [&](float low, float high) {
+    return low + (high - low) * float(random() >> 8) * 0x1p-24f;
+  };
+  const auto point = [&](float far) {
+    return Point3(uniform(-far, far), uniform(-far, far), uniform(-far, far));
+  };
+  int seen = 0, unseen = 0;
+  for (int round = 0; round < 48; ++round) {
+    const Point3 eye = point(12), target = point(3);
+    ViewExp view = round % 3 == 0
+                       ? ViewExp::Orthographic(eye, target, uniform(8, 20), kWidth, kHeight)
+                       : ViewExp::Perspective(eye, target, uniform(0.5f, 1.8f), kWidth, kHeight);
+    Matrix3 tm;
+    tm.RotateX(uniform(0, 6));
+    tm.Scale({uniform(0.5f, 2), 1, -1});
+    tm.SetTrans(point(4));
+    const Point3 p[] = {point(14), point(14), point(14), point(14)};
+    const Extras::Draw draw = [=](GraphicsWindow& gw) {
+      gw.setTransform(tm);
+      if (round % 4 == 0) gw.marker(p[0] * 0.3f, DOT_MRKR);
+      if (round % 4 == 1) gw.polyline(2, p, false);
+      if (round % 4 == 2) gw.polyline(4, p, true);
+      if (round % 4 == 3) gw.text(p[0] * 0.3f, L"ab");
+      gw.setTransform(TransMatrix(p[1]));
+      gw.marker(p[2] * 0.3f, DOT_MRKR);
+    };
+    const std::vector<IPoint2> changed = Changed(view, draw);
+    ++(changed.empty() ? unseen : seen);
+    for (const IPoint2& at : changed)
+      ASSERT_TRUE(Hits(view, draw, {at})) << "round " << round << " at " << at.x << ", " << at.y;
+    // What is outside the picture may reach 12 pixels into it.
+    for (int y = 12; y < kHeight - 12; y += 3)
+      for (int x = 12; x < kWidth - 12; x += 3) {
+        const bool near = std::any_of(changed.begin(), changed.end(), [&](const IPoint2& at) {
+          return std::abs(at.x - x) <= 12 && std::abs(at.y - y) <= 12;
+        });
+        ASSERT_FALSE(!near && Hits(view, draw, {{x, y}})) << round << " at " << x << ", " << y;
+      }
+  }
+  EXPECT_GT(seen, 20);
+  EXPECT_GT(unseen, 2);
+}
+
+TEST(GraphicsWindow, NothingAtTheEyeOrBehindItIsHit) {
+  ViewExp view = SquareView();
+  for (const float y : {-3.0f, 0.0f, std::numeric_limits<float>::quiet_NaN()}) {
+    const auto behind = [&](GraphicsWindow& gw) {
+      const Point3 across[] = {{-9, y, 0}, {9, y, 0}};
+      gw.marker({0, y, 0}, DOT_MRKR);
+      gw.polyline(2, across, false);
+      gw.text({0, y, 0}, L"text");
+    };
+    EXPECT_FALSE(Hits(view, behind, {{0, 0}, {99, 99}})) << y;
+  }
+  const auto before = [](GraphicsWindow& gw) { gw.marker({0, 2, 0}, DOT_MRKR); };  // at 49.5, 49.5
+  EXPECT_TRUE(Hits(view, before, {{60, 60}, {40, 40}}, false));
+  EXPECT_FALSE(Hits(view, before, {{50, 40}, {60, 60}}, false)) << "half of the dot";
+}
+
+class Picking : public Staged {
+ protected:
+  using Nodes = std::vector<INode*>;
+  /// At a point, or in the rectangle of two.
+  Nodes Pick(ViewExp view, std::vector<IPoint2> p, bool crossing = true) {
+    return host::PickNodes(ip_, view, HitType(p.size() - 1), crossing, p.data());
+  }
+};
+
+TEST_F(Picking, FacesAreHitWhereTheyAreSeenInTheOrderOfTheScene) {
+  const float inf = std::numeric_limits<float>::infinity();
+  INode *plane = Plane({0, 0, 3}, 60), *upper = Plane({0, 0, 9}, 20), *layered = Plane({}, 20);
+  Plane({0, 0, 1}, 20)->Hide(true);
+  Plane({0, 0, inf}, 20);
+  ILayer* layer = ip_.GetLayerManager().CreateLayer(L"off");
+  layer->AddToLayer(layered);
+  EXPECT_EQ(Pick(FlatView(), {{50, 50}}), (Nodes{plane, upper, layered}));
+  layer->Hide(true);
+  for (const float z : {50.0f, -50.0f}) {  // from both sides
+    const ViewExp view = FlatView(100, 100, 100, z);
+    EXPECT_EQ(Pick(view, {{21, 70}}), Nodes{plane}) << z;
+    EXPECT_EQ(Pick(view, {{12, 50}}), Nodes{}) << z;
+    EXPECT_EQ(Pick(view, {{45, 45}, {47, 47}}), (Nodes{plane, upper})) << z;
+    EXPECT_EQ(Pick(view, {{10, 10}, {90, 90}}, false), (Nodes{plane, upper})) << z;
+    EXPECT_EQ(Pick(view, {{10, 10}, {90, 70}}, false), Nodes{upper}) << z;
+  }
+  // 2 below the eye and 100 all round, it is seen under the horizon, row 49.5.
+  for (INode* n : {plane, upper}) n->Hide(true);
+  INode* ground = Plane({0, 0, -2}, 200);
+  EXPECT_EQ(Pick(SquareView(), {{5, 95}}), Nodes{ground});
+  EXPECT_EQ(Pick(SquareView(), {{50, 30}}), Nodes{});
+  EXPECT_EQ(Pick(SquareView(), {{0, 0}, {99, 99}}, false), Nodes{});
+  ground->SetNodeTM(0, TransMatrix({0, -150, -2}));
+  EXPECT_EQ(Pick(SquareView(), {{0, 0}, {99, 99}}), Nodes{}) << "all of it behind";
 }
 
 }  // namespace

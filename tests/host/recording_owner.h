@@ -13,12 +13,12 @@ struct SeenMessage {
   int restoring;
 
   std::string Text() const {
-    const char* name = message == REFMSG_CHANGE               ? "change"
-                       : message == REFMSG_TAB_ELEMENT_NULLED ? "nulled"
-                       : message == REFMSG_NODE_TABLE_SET     ? "set"
-                                                              : "other";
+    const std::string name = message == REFMSG_CHANGE               ? "change "
+                             : message == REFMSG_TAB_ELEMENT_NULLED ? "nulled "
+                             : message == REFMSG_NODE_TABLE_SET     ? "set "
+                                                                    : "other ";
     const char* way = restoring == 1 ? "undo:" : restoring == 4 ? "redo:" : "";
-    return way + std::string(name) + " " + std::to_string(id);
+    return way + name + std::to_string(id);
   }
 };
 

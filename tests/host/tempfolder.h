@@ -19,8 +19,10 @@ class TempFolder : public testing::Test {
 
   std::string Path(const std::string& name) const { return folder_ + "/" + name; }
   std::string Put(const std::string& name, const std::string& bytes) const {
-    std::ofstream(Path(name), std::ios::binary) << bytes;
-    return Path(name);
+    const std::filesystem::path path = Path(name);
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << bytes;
+    return path.string();
   }
   static std::string Content(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <stdexcept>
 #include <vector>
@@ -138,6 +139,18 @@ struct SowfieldScene {
   INode* Named(const WStr& name) {
     const auto found = host.GetScene().FindNodes(name);
     return found.size() == 1 ? found.front() : nullptr;
+  }
+  /// A copy of the object, without a node.
+  Sowfield* Copied() {
+    RemapDir remap;
+    return static_cast<Sowfield*>(object->Clone(remap));
+  }
+  /// Opens a scene in place of this one; the fixture's object is that of the node of this name.
+  void Reopen(const std::vector<std::byte>& bytes, const WStr& name,
+              const std::function<std::string(Scene&)>& accept = nullptr) {
+    std::string why;
+    ASSERT_TRUE(host::OpenSceneBytes(host.Services(), bytes, "it", {accept}, why)) << why;
+    node = Named(name), object = static_cast<Sowfield*>(node->GetObjectRef());
   }
   std::vector<std::byte> SaveBytes() {
     std::vector<std::byte> bytes;

@@ -238,9 +238,9 @@ TEST(Collision, AnswersAsAPlainScan) {
     for (unsigned seed = 1; seed <= 4; ++seed) {
       std::mt19937 random(seed);
       std::uniform_real_distribution<float> uniform(-size, size);
-      const auto point = [&] {
+      const auto point = [&, cell = grid] {
         Point3 p(uniform(random), uniform(random), uniform(random) * 0.1f);
-        for (int i = 0; i < 3 && grid > 0; ++i) p[i] = std::round(p[i] / grid) * grid;
+        for (int i = 0; i < 3 && cell > 0; ++i) p[i] = std::round(p[i] / cell) * cell;
         return p;
       };
       CollisionIndex index;

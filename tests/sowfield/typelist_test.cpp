@@ -1,4 +1,4 @@
-// Adding, replacing and deleting types: their nodes, layers, events, brush and refreshes.
+// Adding, replacing and deleting types: nodes, layers, events, brush, refreshes, order of tables.
 
 #include <gtest/gtest.h>
 
@@ -70,18 +70,6 @@ TEST(ReplaceType, OfEachKindByEachKind) {
   }
 }
 
-TEST(ReplaceType, LeavesThePivotTurnedAsItIs) {
-  Mixed s({0});
-  INode* turned = AddSource(s, 3, L"turned", 1, 2, 3);
-  turned->SetObjectOffset({{0, 1, 0}, {-1, 0, 0}, {0, 0, 1}, {0, 0, 0}});
-  s.D().lists.SelectObjectRows({1});
-  ASSERT_TRUE(ReplaceType(s.D(), turned));
-  for (INode* n : {turned, Records(s)[0].node}) {
-    EXPECT_EQ(n->GetNodeTM(0).GetRow(0), Point3(1, 0, 0));
-    EXPECT_EQ(n->GetObjectTM(0).GetRow(0), Point3(0, 1, 0));
-  }
-}
-
 TEST(ReplaceType, NeedsOneSelectedTypeAndKeepsASourceThatIsUsed) {
   Mixed s({0, 3, 0});
   const std::vector<TypeRecord> all = Records(s);
@@ -103,8 +91,7 @@ TEST(DeleteSelectedTypes, LeavesWhatACopyOfTheObjectUses) {
   for (const bool copied : {false, true}) {
     Mixed s({0, 2, 3, 1, 2, 3, 2});
     const std::vector<TypeRecord> all = Records(s);
-    RemapDir remap;
-    if (copied) s.host.Services().CreateObjectNode(static_cast<Object*>(s.object->Clone(remap)));
+    if (copied) s.host.Services().CreateObjectNode(s.Copied());
     for (const int row : {0, 8}) EXPECT_EQ(DeleteRows(s, {row}), 0);
     EXPECT_EQ(DeleteRows(s, {1, 2, 3, 4}), 4);
     for (const size_t t : {0, 2, 3, 5}) {
@@ -116,16 +103,12 @@ TEST(DeleteSelectedTypes, LeavesWhatACopyOfTheObjectUses) {
   }
 }
 
-TEST(DeleteSelectedTypes, RaisesTheBrushAndHoldsALockedList) {
+TEST(DeleteSelectedTypes, HoldsALockedList) {
   SowfieldScene s;
-  const IParamBlock2& b = s.Block();
-  for (int t = 0; t < 9; ++t) s.AddAsType(s.AddBox(L"box", t ? 40.0f : 1.0f, 0, 1));
-  EXPECT_EQ(s.D().brushMinimum, 0.25f);
-  DeleteRows(s, {1});
-  EXPECT_TRUE(s.D().brushMinimum == 10 && b.GetFloat(Brush_LineSize) == 10);
-  EXPECT_EQ(b.GetInt(Paint_ListExtra), 2);
+  for (int t = 0; t < 8; ++t) s.AddAsType(s.AddBox(L"box", 1, 1, 1));
   s.Set(List_Locked, 1), DeleteRows(s, {1, 2}), s.log.Clear(), DeleteRows(s, {1, 2, 3, 4, 5, 6});
-  EXPECT_TRUE(b.GetInt(Paint_ListExtra) == 2 && s.log.Count(Event::ColorShiftChanged) == 1);
+  EXPECT_EQ(s.Block().GetInt(Paint_ListExtra), 2);
+  EXPECT_EQ(s.log.Count(Event::ColorShiftChanged), 1);
 }
 
 TEST(BrushMinimum, IsThatOfTheTypesAsTheyAre) {
@@ -139,28 +122,15 @@ TEST(BrushMinimum, IsThatOfTheTypesAsTheyAre) {
   s.AddAsType(small), expect(0.5f, 40);
   s.Set(Brush_LineSize, 3.0f);
   DeleteRows(s, {2}), expect(20, 20);
-  for (int i = 0; i < 2; ++i) {
-    s.Undo().Undo(), expect(0.5f, 3);
-    s.Undo().Redo(), expect(20, 20);
-  }
-  // The brush is what it was, though it is below the minimum.
-  s.Undo().Undo(), s.Undo().Undo(), expect(20, 3);
-  s.Undo().Undo(), expect(0, 20);
-  s.Undo().Redo(), s.Undo().Redo(), expect(0.5f, 3);
+  s.Undo().Undo(), expect(0.5f, 3);  // the brush is what it was
+  s.Undo().Redo(), expect(20, 20);
+  s.Undo().Undo();
   // A node that goes is no wish for another brush.
   s.host.Services().DeleteNode(small, true, false), expect(20, 3);
   s.Undo().Undo(), expect(0.5f, 3);
-  RemapDir remap;
-  auto* copy = static_cast<Sowfield*>(s.object->Clone(remap));
+  Sowfield* copy = s.Copied();
   s.AddNode(L"copy", copy);
   EXPECT_EQ(copy->distribution.brushMinimum, 0.5f);
-
-  const std::vector<std::byte> bytes = s.SaveBytes();
-  std::string error;
-  ASSERT_TRUE(host::OpenSceneBytes(s.host.Services(), bytes, "it", {}, error)) << error;
-  s.object = static_cast<Sowfield*>(s.Named(L"copy")->GetObjectRef());
-  expect(0.5f, 3);
-  DeleteRows(s, {1, 2}), expect(0, 3);
 }
 
 TEST(BrushMinimum, TakesNoTypeThatIsLargerThanAnyBrush) {
@@ -170,15 +140,10 @@ TEST(BrushMinimum, TakesNoTypeThatIsLargerThanAnyBrush) {
   EXPECT_EQ(b.GetFloat(Brush_Size), 1e7f);
   EXPECT_EQ(b.GetFloat(Brush_LineSize), 1e7f);
   EXPECT_EQ(b.GetFloat(Brush_Collision), 1e6f);
-  EXPECT_EQ(s.D().brushMinimum, 0);
-  s.Set(Brush_Size, 5.0f), s.Set(Brush_LineSize, 5.0f);
-  ASSERT_TRUE(s.AddAsType(s.AddBox(L"large", 2.5e7f, 2.5e7f, 1)));
-  EXPECT_EQ(s.D().brushMinimum, 0);
-  EXPECT_EQ(b.GetFloat(Brush_Size) + b.GetFloat(Brush_LineSize), 10);
-  ASSERT_TRUE(s.AddAsType(s.AddBox(L"largest", 2e7f, 2e7f, 1)));
-  EXPECT_EQ(s.D().brushMinimum, 1e7f);
-  ASSERT_TRUE(s.AddAsType(s.AddBox(L"box", 48, 32, 1)));
-  EXPECT_EQ(s.D().brushMinimum, 20);
+  for (const auto& [size, minimum] : {std::pair(2.5e7f, 0.0f), {2e7f, 1e7f}, {40, 20}}) {
+    ASSERT_TRUE(s.AddAsType(s.AddBox(L"box", size, size, 1)));
+    EXPECT_EQ(s.D().brushMinimum, minimum);
+  }
   // Nor one whose box is empty.
   s.Set(Geo_BoxMax, Point3(-25, -17, 0), 3);
   TakeBrushMinimum(s.D());
@@ -206,19 +171,19 @@ TEST(AddType, OfAMoksetProxyTakesItsOwnSamples) {
   EXPECT_EQ(s.Ints(Geo_VertCount), (std::vector{4000, 3500})) << "in a file, the points are these";
   for (int i : {3499, 6999}) EXPECT_EQ(s.Block().GetPoint3(Geo_Points, 0, i).x, 100);
   // Tables that can't be.
+  const auto refused = [&](const char* why) {
+    EXPECT_NE(WhyNotASource(node, 0).find(why), std::string::npos) << why;
+  };
   const int beyond = 3500;
-  b.SetValue(50, 0, 0), b.Append(46, 1, &beyond);
-  EXPECT_NE(WhyNotASource(node, 0).find("sample list"), std::string::npos);
-  b.SetValue(46, 0, 0, b.Count(46) - 1), b.SetValue(1, 0, Point3(-1, 2, 5));
-  EXPECT_NE(WhyNotASource(node, 0).find("box"), std::string::npos);
-  b.SetValue(3, 0, Point3(0, NAN, 0), 7);
-  EXPECT_NE(WhyNotASource(node, 0).find("finite"), std::string::npos);
+  b.SetValue(50, 0, 0), b.Append(46, 1, &beyond), refused("sample list");
+  b.SetValue(46, 0, 0, b.Count(46) - 1), b.SetValue(1, 0, Point3(-1, 2, 5)), refused("box");
+  b.SetValue(3, 0, Point3(0, NAN, 0), 7), refused("finite");
 }
 
 TEST(AddType, OfAVRayProxyMakesAHiddenCopyOfItsWholeMesh) {
   SowfieldScene s;
   Mesh mesh = BoxMeshOf(2, 4, 6);
-  mesh.setNumVerts(9, true), mesh.setVert(8, {0, 0, 1});
+  mesh.verts.push_back({0, 0, 1});
   auto* proxy = ProxyOf<VRayProxyObject>(mesh);
   INode* node = s.AddNode(L"tree", proxy);
   node->SetNodeTM(0, {{0, 2, 0}, {-2, 0, 0}, {0, 0, 2}, {10, 20, 30}});
@@ -238,14 +203,16 @@ TEST(AddType, OfAVRayProxyMakesAHiddenCopyOfItsWholeMesh) {
     EXPECT_LT(Apart(n->GetNodeTM(0).GetTrans(), {10, 22, 40}), 2e-5);
   }
   EXPECT_NEAR(s.Block().GetFloat(Brush_Collision), 8, 1e-5);
-  // A pivot that was turned in the object turns back, where replacing would keep it.
+  // A pivot that was turned in the object stays so for replacing, and turns back for adding.
   INode* turned = s.AddNode(L"turned", ProxyOf<VRayProxyObject>(mesh));
   turned->SetObjectOffset({{0, 1, 0}, {-1, 0, 0}, {0, 0, 1}, {0, 0, 0}});
+  s.D().lists.SelectObjectRows({1});
+  ASSERT_TRUE(ReplaceType(s.D(), turned));
+  for (INode* n : {turned, s.Block().GetINode(Geo_Nodes)})
+    EXPECT_LT(Apart(n->GetNodeTM(0), TransMatrix(n->GetNodeTM(0).GetTrans())), 1e-6);
   ASSERT_TRUE(s.AddAsType(turned));
-  for (INode* n : {turned, s.Block().GetINode(Geo_Nodes, 0, 1)}) {
+  for (INode* n : {turned, s.Block().GetINode(Geo_Nodes, 0, 1)})
     EXPECT_LT(Apart(n->GetNodeTM(0).GetRow(0), {0, 1, 0}), 1e-6);
-    EXPECT_LT(Apart(n->GetNodeTM(0).GetRow(1), {-1, 0, 0}), 1e-6);
-  }
   // One without a mesh is refused without a trace.
   INode* none = s.AddNode(L"none", new VRayProxyObject);
   EXPECT_TRUE(!s.AddAsType(none) && LayerOf(none) == L"0");
@@ -259,22 +226,123 @@ TEST(AddType, OfAVRayProxyMakesAHiddenCopyOfItsWholeMesh) {
   for (const float f : {0, 4, 8}) EXPECT_EQ(copy->GetNodeTM(int(200 * f)).GetTrans().x, f);
 }
 
-TEST(NodeDeletion, TakesBothNodesOfARendererProxy) {
-  for (const size_t which : {0, 1, 2}) {  // the copy, the original, both
-    Mixed s({0, 3, 2, 3, 1});
-    s.AddAsType(Records(s)[3].original);  // one original behind types 3 and 5
-    s.Undo().Clear();
-    const std::vector<TypeRecord> all = Records(s);
-    std::vector<INode*> nodes = {all[3].node, all[3].original};
-    if (which < 2) nodes = {nodes[which]};
-    s.log.Clear();
-    s.host.Services().DeleteNodes(nodes, true);
-    EXPECT_EQ(s.D().TypeCount(), 4);
-    EXPECT_EQ(s.log.Count(Event::TypeListChanged), 1);
-    EXPECT_EQ(s.log.Count(Event::StatsChanged), which == 2 ? 2 : 1) << "one walk a message";
-    for (INode* n : {all[3].node, all[3].original, all[5].node}) EXPECT_FALSE(n->InScene());
-    s.RollBothWays(L"Delete");
+TEST(NodeDeletion, TakesBothNodesOfARendererProxyAndTheTypesOfEach) {
+  Mixed s({0, 3, 2, 3, 1});
+  s.AddAsType(Records(s)[3].original);  // one original behind types 3 and 5
+  s.Undo().Clear();
+  const std::vector<TypeRecord> all = Records(s);
+  s.log.Clear();
+  s.host.Services().DeleteNodes(std::vector{all[3].node, all[3].original}, true);
+  EXPECT_TRUE(s.D().TypeCount() == 4 && s.log.Count(Event::TypeListChanged) == 1);
+  EXPECT_EQ(s.log.Count(Event::StatsChanged), 2) << "one walk a message";
+  for (INode* n : {all[3].node, all[3].original, all[5].node}) EXPECT_FALSE(n->InScene());
+  s.RollBothWays(L"Delete");
+}
+
+// Hears of the tables of a block as its object does; several messages of one table in a row count
+// once.
+class Recorder : public ReferenceTarget {
+ public:
+  explicit Recorder(IParamBlock2& block) { ReplaceReference(0, &block); }
+  ~Recorder() override { DeleteAllRefsFromMe(); }
+  int NumRefs() const override { return 1; }
+  ReferenceTarget* GetReference(int) const override { return block_; }
+  RefResult NotifyRefChanged(const Interval&, ReferenceTarget*, PartID&,
+                             RefMessage message) override {
+    const int id = message == REFMSG_CHANGE ? block_->LastNotifyParamID() : last_;
+    if (id != last_) text_ += " " + ToUtf8(FindParam(ParamID(id))->name);
+    last_ = id;
+    return REF_SUCCEED;
   }
+  std::string Take() {
+    last_ = -1;
+    return std::exchange(text_, "");
+  }
+
+ protected:
+  void SetReference(int, ReferenceTarget* t) override { block_ = static_cast<IParamBlock2*>(t); }
+
+ private:
+  IParamBlock2* block_ = nullptr;
+  int last_ = -1;
+  std::string text_;
+};
+
+const std::string kRandom =
+    " Rnd_ZPos Rnd_Normal Rnd_XRot Rnd_YRot Rnd_ZRot Rnd_XScale Rnd_YScale Rnd_ZScale";
+const std::string kShares = " Geo_Reserved_C Geo_PaintPct";
+const std::string kBoxes = " Geo_BoxMax Geo_BoxMin";
+const std::string kSamples = " Geo_Points Geo_PointCount Geo_VertCount Geo_FaceCount";
+// What goes of a type behind its data, up to its name.
+const std::string kRowsThatGo =
+    " Tr_Random Tr_ZPos_Min Tr_Normal_Min Tr_XRot_Min Tr_YRot_Min Tr_ZRot_Min Tr_XScale_Min"
+    " Tr_YScale_Min Tr_ZScale_Min Tr_ZPos_Max Tr_Normal_Max Tr_XRot_Max Tr_YRot_Max Tr_ZRot_Max"
+    " Tr_XScale_Max Tr_YScale_Max Tr_ZScale_Max Tr_Unify Tr_AnimOn Tr_AnimMin Tr_AnimMax" +
+    kRandom + " Random_Trans Unify_Scale";
+const std::string kPlacementsThatGo = " Ins_Pos Ins_Normal Ins_Type Ins_Rand Ins_AnimRand";
+
+struct TableOrder : testing::Test, SowfieldScene {
+  // Deletes a type, or replaces it.
+  std::string Change(int row, INode* by = nullptr) {
+    D().lists.SelectObjectRows({row});
+    heard.Take();
+    EXPECT_TRUE(by ? ReplaceType(D(), by) : DeleteSelectedTypes(D()) == 1);
+    return heard.Take();
+  }
+  Recorder heard{Block()};
+};
+
+TEST_F(TableOrder, OfANewType) {
+  const std::string data =
+      " Geo_Kind Geo_VertCount Geo_FaceCount Geo_PointCount Geo_Points Geo_BoxMax Geo_BoxMin";
+  const std::string rows =
+      kShares +
+      " Tr_Random Tr_ZPos_Min Tr_ZPos_Max Tr_Normal_Min Tr_Normal_Max Tr_XRot_Min Tr_XRot_Max"
+      " Tr_YRot_Min Tr_YRot_Max Tr_ZRot_Min Tr_ZRot_Max Tr_Unify Tr_XScale_Min Tr_XScale_Max"
+      " Tr_YScale_Min Tr_YScale_Max Tr_ZScale_Min Tr_ZScale_Max Tr_AnimOn Tr_AnimMin Tr_AnimMax" +
+      kRandom + " Geo_Names Paint_ListExtra";
+  ASSERT_TRUE(AddAsType(AddBox(L"a", 1, 1, 1)));
+  EXPECT_EQ(heard.Take(), data + " Brush_LineSize Brush_Size Brush_Collision Geo_Nodes" + rows);
+  ASSERT_TRUE(AddAsType(AddSource(*this, 3, L"b", 1, 1, 1)));
+  EXPECT_EQ(heard.Take(), data + " Geo_Nodes Proxy_Nodes" + rows);
+}
+
+TEST_F(TableOrder, OfATypesNewSource) {
+  const std::string data =
+      " Geo_Kind Geo_VertCount Geo_FaceCount Geo_Points Geo_PointCount" + kBoxes;
+  ASSERT_TRUE(AddAsType(AddBox(L"a", 1, 1, 1)));
+  for (int i = 0; i < 2; ++i) AddFileType(*this, L"file", new StdMtl);
+  INode *box = AddBox(L"b", 1, 1, 1), *proxy = AddSource(*this, 3, L"c", 1, 1, 1);
+  EXPECT_EQ(Change(1, box), data + " Geo_Nodes Geo_Names");
+  EXPECT_EQ(Change(1, proxy), data + " Geo_Nodes Proxy_Nodes Geo_Names");
+  EXPECT_EQ(Change(2, box),
+            data + " Proxy_MtlIndex Proxy_Mtls Proxy_MtlIndex Proxy_Files Geo_Nodes Geo_Names");
+}
+
+TEST_F(TableOrder, OfATypeThatGoes) {
+  for (const int kind : {0, 1, 3}) ASSERT_TRUE(AddAsType(AddSource(*this, kind, L"a", 1, 1, 1)));
+  AddFileType(*this, L"file", new StdMtl);
+  INode* picked = AddBox(L"b", 1, 1, 1);
+  ASSERT_TRUE(AddAsType(picked) && AddAsType(AddBox(L"c", 1, 1, 1)));
+  AppendPlacements({{{1, 0, 0}, {}, 0}, {{2, 0, 0}, {}, 5}, {{3, 0, 0}, {}, 2}});
+  const std::string asked = kShares + kBoxes + kSamples + kRowsThatGo + kPlacementsThatGo;
+  EXPECT_EQ(Change(4), " Geo_Kind Proxy_Mtls Proxy_MtlIndex Proxy_Files" + asked +
+                           " Geo_Names Paint_ListExtra");
+  EXPECT_EQ(Change(3), " Geo_Kind Geo_Nodes Proxy_Nodes" + asked + " Geo_Names Paint_ListExtra");
+  EXPECT_EQ(Change(1), " Geo_Kind Geo_Nodes" + asked + " Geo_Names Paint_ListExtra");
+
+  // By its node; the mirrors of the panel follow the global row.
+  Set(Tr_Random, 1), Set(Tr_Unify, 0), Set(Random_Trans, 0), Set(Unify_Scale, 1);
+  heard.Take();
+  host.Services().DeleteNode(picked, true, false);
+  const std::string went =
+      " Geo_Kind Geo_Nodes" + kBoxes + kSamples + kShares + kRowsThatGo + kPlacementsThatGo;
+  EXPECT_EQ(heard.Take(), went + " Geo_Names");
+  EXPECT_TRUE(Block().GetInt(Random_Trans) == 1 && Block().GetInt(Unify_Scale) == 0);
+  // Types that no placement stands at or above leave the placements alone.
+  EXPECT_EQ(Ints(Ins_Type), std::vector{1});
+  Set(Ins_Type, 0);
+  EXPECT_EQ(Change(2).find("Ins_"), std::string::npos);
 }
 
 }  // namespace

@@ -5,18 +5,26 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iomanip>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 
+#include "host/io/scenefile.h"
 #include "studio/cli.h"
 #include "studio/run.h"
+#include "studio/steps/stage.h"
 
 namespace studio {
 
+inline ::testing::AssertionResult Says(const std::string& whole, const std::string& part) {
+  if (whole.find(part) != std::string::npos) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << '"' << part << "\" isn't in: " << whole;
+}
+
 /// Runs jobs in a folder of its own.
 class JobTest : public ::testing::Test {
- protected:
+ public:
   struct Result {
     int status = -1;
     std::string out, err;
@@ -26,6 +34,7 @@ class JobTest : public ::testing::Test {
     const nlohmann::json& Step(size_t n) const { return json.at("steps").at(n - 1); }
   };
 
+ protected:
   void SetUp() override {
     folder_ = std::filesystem::temp_directory_path() /
               ("sowfield-jobs-" + std::to_string(::getpid()) + "-" +
@@ -41,6 +50,17 @@ class JobTest : public ::testing::Test {
   }
   void Write(const std::string& name, const std::string& text) const {
     std::ofstream(Path(name), std::ios::binary) << text;
+  }
+
+  /// Opens a scene, changes it and saves it.
+  template <class F>
+  void Change(const std::string& from, const std::string& to, F change) const {
+    std::ostringstream notices;
+    Stage stage("", notices);
+    std::string error;
+    ASSERT_TRUE(host::OpenScene(stage.Ip(), Path(from).string(), {}, error)) << error;
+    change(stage);
+    ASSERT_TRUE(host::SaveScene(stage.Ip(), Path(to).string(), {}, error)) << error;
   }
 
   /// Runs a job text. In `err` the job's path reads as "job.json".
@@ -70,26 +90,26 @@ class JobTest : public ::testing::Test {
   /// Runs a job that fails for that reason.
   void ExpectFault(const std::string& steps, const std::string& said) const {
     const Result result = RunSteps(steps);
-    EXPECT_EQ(result.status, 1) << steps;
-    EXPECT_NE(result.err.find(said), std::string::npos) << result.err;
+    EXPECT_TRUE(result.status == 1 && result.json["ok"] == false) << steps;
+    EXPECT_TRUE(Says(result.err, said));
   }
-  /// The program with such words; one that begins with @ is a name in the folder.
-  Result Command(const std::vector<std::string>& words) const {
-    std::ostringstream out;
-    Result result = Command(words, out);
-    result.out = out.str();
-    return result;
+  /// Jobs that begin with the same steps, each with what it fails for.
+  void ExpectFaults(const std::string& before,
+                    std::initializer_list<std::pair<std::string, std::string>> cases) const {
+    for (const auto& [steps, said] : cases) ExpectFault(before + steps, said);
   }
-  /// The same with another standard output.
-  Result Command(std::vector<std::string> words, std::ostream& out) const {
-    std::vector<const char*> args = {"sowfield"};
-    for (std::string& word : words) {
-      if (word.starts_with('@')) word = Path(word.substr(1)).string();
-      args.push_back(word.c_str());
-    }
-    std::ostringstream err;
-    const int status = RunCommandLine(int(args.size()), args.data(), out, err);
-    return {status, {}, err.str(), {}};
+  /// The program with such words, in '...' where they hold spaces; @ is the folder. `to` may stand
+  /// for its standard output.
+  Result Command(const std::string& line, std::ostream* to = nullptr) const {
+    std::vector<std::string> words = {"sowfield"};
+    std::istringstream in(line);
+    for (std::string word; in >> std::quoted(word, '\'');)
+      words.push_back(word.starts_with('@') ? Path(word.substr(1)).string() : word);
+    std::vector<const char*> args;
+    for (const std::string& word : words) args.push_back(word.c_str());
+    std::ostringstream out, err;
+    const int status = RunCommandLine(int(args.size()), args.data(), to ? *to : out, err);
+    return {status, out.str(), err.str(), {}};
   }
 
   std::filesystem::path folder_;
@@ -105,5 +125,12 @@ inline const std::string kField =
 /// A view of the field from above in which a pixel is 0.1 wide.
 inline const std::string kView =
     R"("view": {"orthographic": "top", "center": [0, 0, 0], "span": 24.1}, "size": [241, 241])";
+
+/// A stroke over the field seen from above; `more` are further fields.
+inline std::string Stroke(const std::string& tool, const std::string& points,
+                          const std::string& more = "") {
+  return R"(, {"do": "stroke", "tool": ")" + tool + "\", " + kView + R"(, "points": )" + points +
+         more + "}";
+}
 
 }  // namespace studio

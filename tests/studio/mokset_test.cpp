@@ -9,6 +9,7 @@ namespace studio {
 namespace {
 
 using nlohmann::json;
+using namespace std::string_literals;
 
 // Two triangles that meet in a smoothed edge, with textures and ids 3 and 0, in feet.
 Mesh Roof() {
@@ -22,10 +23,6 @@ Mesh Roof() {
   return mesh;
 }
 
-bool Says(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
 struct Mokset : JobTest {
   void SetUp() override {
     JobTest::SetUp();
@@ -34,9 +31,8 @@ struct Mokset : JobTest {
     sowfield::Generator generator;
     ASSERT_TRUE(sowfield::WriteMoksetFile(Roof(), Path("roof.Vorn").wstring(), generator));
   }
-  int Run(std::vector<std::string> words) {
-    words.insert(words.begin(), "mokset");
-    const Result r = Command(words);
+  int Run(const std::string& line) {
+    const Result r = Command("mokset " + line);
     out = r.out, err = r.err;
     return r.status;
   }
@@ -45,85 +41,77 @@ struct Mokset : JobTest {
 };
 
 TEST_F(Mokset, InfoTellsTheHead) {
-  ASSERT_EQ(Run({"info", "@roof.Vorn", "--json"}), 0) << err;
-  const json info = json::parse(out);
-  EXPECT_TRUE(info["unit"] == "feet" && info["box"]["max"] == json({4, 5, 3})) << out;
-  Run({"info", "@roof.Vorn"});
-  EXPECT_TRUE(Says(out, "  box               0 0 0 to 4 5 3\n")) << out;
   Write("empty.Vorn", sowfield::FileOf(3, {}, 1, {}));
-  ASSERT_EQ(Run({"info", "@empty.Vorn", "--json"}), 0) << err;
+  ASSERT_EQ(Run("info @roof.Vorn --json"), 0) << err;
+  EXPECT_TRUE(Says(out, R"("unit":"feet")") && Says(out, R"("max":[4,5,3])")) << out;
+  ASSERT_EQ(Run("info @empty.Vorn --json"), 0) << err;
   EXPECT_TRUE(json::parse(out).at("box").is_null()) << out;
-  Run({"info", "@empty.Vorn"});
-  EXPECT_TRUE(Says(out, "  box               empty\n")) << out;
-}
-
-TEST_F(Mokset, VerifyNamesEachFaultWithItsPlace) {
-  const std::string whole = Read("roof.Vorn");
-  Write("cut.Vorn", whole.substr(0, 60)), Write("long.Vorn", whole + "12");
-  Write("moved.Vorn", std::string(whole).replace(49, 1, "\x01"));
-  EXPECT_EQ(Run({"verify", "@cut.Vorn", "@roof.Vorn", "@long.Vorn", "@moved.Vorn"}), 1);
-  EXPECT_EQ(out, Path("roof.Vorn").string() + ": sound, generation 3, 4 vertices, 2 faces\n");
-  const std::string end = "long.Vorn: byte " + std::to_string(whole.size()) + ": 2 bytes follow";
-  for (const std::string told : {"cut.Vorn: byte 43: the number of vertices is 4", end.c_str(),
-                                 "moved.Vorn: byte 27: the lower corner of the box is 0 0 0"})
-    EXPECT_TRUE(Says(err, told)) << err;
-  EXPECT_EQ(Run({"verify", "--json", "@none.Vorn", "@roof.Vorn"}), 1);
-  EXPECT_TRUE(json::parse(out)[0]["ok"] == false && json::parse(out)[1]["faces"] == 2) << out;
-
-  // The unit is at 39.
-  Write("two.Vorn", std::string(whole).replace(39, 1, "\x09") + "1");
-  EXPECT_EQ(Run({"verify", "--json", "@two.Vorn"}), 1);
-  EXPECT_TRUE(Says(err, "two.Vorn: byte 39: the unit is 9, expected 0 to 6\n") &&
-              Says(err, "two.Vorn: byte " + std::to_string(whole.size()) + ": 1 bytes follow"))
-      << err;
-  const json told = json::parse(out)[0];
-  EXPECT_TRUE(told["ok"] == false && told["errors"].size() == 2 && told["errors"][0]["byte"] == 39);
-  EXPECT_EQ(told["errors"][0], told["error"]);
-
-  Write("text.Vorn", std::string(200, 'x'));
-  for (const char* command : {"info", "verify"}) {
-    EXPECT_EQ(Run({command, "@text.Vorn"}), 1);
-    EXPECT_TRUE(Says(err, "(it has no Mokset mark, so it was read as generation 1)\n")) << err;
+  for (const auto& [file, box] :
+       {std::pair("roof", "0 0 0 to 4 5 3"), std::pair("empty", "empty")}) {
+    Run("info @"s + file + ".Vorn");
+    EXPECT_TRUE(Says(out, "  box               "s + box + "\n"));
   }
 }
 
-TEST_F(Mokset, AnyFileNameIsOneLineOfAnObj) {
-  Write("two\nf 9\r9 \\.Vorn", Read("roof.Vorn"));
-  ASSERT_EQ(Run({"export", "@two\nf 9\r9 \\.Vorn", "@a.obj"}), 0) << err;
-  EXPECT_TRUE(Read("a.obj").starts_with("o two_f 9_9 _\nv ")) << Read("a.obj");
-  ASSERT_EQ(Run({"import", "--join", "@a.obj", "@back.Vorn"}), 0) << err;
-  EXPECT_EQ(Meshed("back.Vorn").getNumFaces(), 2);
+TEST_F(Mokset, VerifyNamesEachFaultWithItsPlace) {
+  const std::string whole = Read("roof.Vorn"), end = "byte " + std::to_string(whole.size());
+  Write("cut.Vorn", whole.substr(0, 60));
+  Write("moved.Vorn", std::string(whole).replace(49, 1, "\x01"));
+  // The unit is at 39.
+  Write("two.Vorn", std::string(whole).replace(39, 1, "\x09") + "1");
+  Write("text.Vorn", std::string(200, 'x'));
+  EXPECT_EQ(Run("verify @cut.Vorn @roof.Vorn @moved.Vorn @two.Vorn @text.Vorn"), 1);
+  EXPECT_EQ(out, Path("roof.Vorn").string() + ": sound, generation 3, 4 vertices, 2 faces\n");
+  const std::string noMark = "(it has no Mokset mark, so it was read as generation 1)\n";
+  for (const std::string& told : {"cut.Vorn: byte 43: the number of vertices is 4"s,
+                                  "moved.Vorn: byte 27: the lower corner of the box is 0 0 0"s,
+                                  "two.Vorn: byte 39: the unit is 9, expected 0 to 6\n"s,
+                                  "two.Vorn: " + end + ": 1 bytes follow", noMark})
+    EXPECT_TRUE(Says(err, told));
+  EXPECT_EQ(Run("info @text.Vorn"), 1);
+  EXPECT_TRUE(Says(err, noMark));
+
+  EXPECT_EQ(Run("verify --json @none.Vorn @roof.Vorn @two.Vorn"), 1);
+  const json told = json::parse(out);
+  EXPECT_TRUE(told[0]["ok"] == false && told[1]["faces"] == 2) << out;
+  EXPECT_TRUE(told[2]["ok"] == false && told[2]["errors"].size() == 2) << out;
+  EXPECT_EQ(told[2]["errors"][0]["byte"], 39);
+  EXPECT_EQ(told[2]["errors"][0], told[2]["error"]);
 }
 
 TEST_F(Mokset, AModelThatWasExportedComesBack) {
+  // Its name becomes one line of an OBJ.
+  Write("two\nf 9\r9 \\.Vorn", Read("roof.Vorn"));
   for (const std::string ending : {"obj", "gltf", "GLB"}) {
-    ASSERT_EQ(Run({"export", "@roof.Vorn", "@roof." + ending}), 0) << err;
-    ASSERT_EQ(Run({"import", "--join", "@roof." + ending, "@back.Vorn"}), 0) << ending << err;
+    SCOPED_TRACE(ending);
+    ASSERT_EQ(Run("export '@two\nf 9\r9 \\\\.Vorn' @roof." + ending), 0) << err;
+    ASSERT_EQ(Run("import --join @roof." + ending + " @back.Vorn"), 0) << err;
     const Mesh back = Meshed("back.Vorn");
-    ASSERT_EQ(back.getNumFaces(), 2) << ending;
+    ASSERT_EQ(back.getNumFaces(), 2);
     // glTF tells its length in metres, which is the unit of the program; OBJ tells none.
     const float unit = ending == "obj" ? 1 : 0.3048f;
     for (const Point3& corner : Roof().verts) {
       const auto near = [&](auto& v) { return Length(v - corner * unit) < 1e-5f; };
-      EXPECT_EQ(std::count_if(back.verts.begin(), back.verts.end(), near), 1) << ending;
+      EXPECT_EQ(std::count_if(back.verts.begin(), back.verts.end(), near), 1);
     }
-    EXPECT_NE(back.faces[0].smGroup & back.faces[1].smGroup, 0u) << ending;
-    EXPECT_NE(back.faces[0].getMatID(), back.faces[1].getMatID()) << ending;
+    EXPECT_NE(back.faces[0].smGroup & back.faces[1].smGroup, 0u);
+    EXPECT_NE(back.faces[0].getMatID(), back.faces[1].getMatID());
     const auto middle = [](auto& v) { return v == Point3(0.5f, 0.25f, 0); };
     EXPECT_TRUE(std::any_of(back.maps[1].verts.begin(), back.maps[1].verts.end(), middle));
   }
+  EXPECT_TRUE(Read("roof.obj").starts_with("o two_f 9_9 _\nv ")) << Read("roof.obj");
+  EXPECT_EQ(Run("export @roof.Vorn @roof.fbx"), 2);
 }
 
 TEST_F(Mokset, ImportTakesOneNodeOrAll) {
   Write("pair.obj", "v 5 0 0\nv 6 0 0\nv 5 4 0\no left\nf 1 3 2\no right\nf 1 2 3\n");
-  EXPECT_EQ(Run({"import", "@pair.obj", "@a.Vorn"}), 1);
+  EXPECT_EQ(Run("import @pair.obj @a.Vorn"), 1);
   EXPECT_TRUE(Says(err, "2 nodes have a mesh") && Says(err, ": left, right\n")) << err;
   EXPECT_FALSE(std::filesystem::exists(Path("a.Vorn")));
-  ASSERT_EQ(Run({"import", "@pair.obj", "@a.Vorn", "--node", "right"}), 0) << err;
+  ASSERT_EQ(Run("import @pair.obj @a.Vorn --node right"), 0) << err;
   // Where it stands in the world; the file's Y is up.
   EXPECT_EQ(Meshed("a.Vorn").getBoundingBox(), Box3({5, 0, 0}, {6, 0, 4}));
-  EXPECT_EQ(Run({"import", "@pair.obj", "@a.Vorn", "--node", "left", "--join"}), 2);
-  EXPECT_EQ(Run({"export", "@roof.Vorn", "@roof.fbx"}), 2);
+  EXPECT_EQ(Run("import @pair.obj @a.Vorn --node left --join"), 2);
 }
 
 }  // namespace

@@ -7,15 +7,10 @@ namespace {
 
 using Pictures = JobTest;
 
-/// A stroke of the multi tool over the field seen from above.
-std::string Stroke(const std::string& points) {
-  return R"(, {"do": "stroke", "tool": "multi", )" + kView + R"(, "points": )" + points + "}";
-}
-
 /// A row of stones along the middle of the field, in paint mode.
 const std::string kPainted = kField +
                              R"(, {"do": "set", "values": {"Brush_Size": 1, "Brush_Amount": 3}})" +
-                             Stroke("[[-8, 0, 0], [8, 0, 0]]");
+                             Stroke("multi", "[[-8, 0, 0], [8, 0, 0]]");
 
 TEST_F(Pictures, EachDisplayModeLooksAnotherWay) {
   const std::vector<std::string> modes = {"None",    "Dot",      "Bounding Box", "Point Cloud",
@@ -35,15 +30,18 @@ TEST_F(Pictures, TheBrushIsShownInPaintModeAndDisturbsNothing) {
   const std::string off = R"(, {"do": "view", "file": "a.png", "cursor": [80, 45]})";
   ExpectFault(kField + off, "no brush to show: paint mode is off");
 
-  const std::string shot = R"(, {"do": "view", "mode": "Dot", )" + kView + ", \"file\": ";
-  const std::string second = Stroke("[[0, -8, 0], [0, 8, 0]]") + R"(, {"do": "placements"})";
-  const Result plain = RunSteps(kPainted + second);
-  const Result shown =
-      Done(kPainted + shot + R"("off.png"})" + shot + R"("on.png", "cursor": [200, 60]})" + shot +
-           R"("after.png"})" + second);
+  const std::string shot = R"(, {"do": "view", "mode": "Dot", "type": "stone", )" + kView,
+                    begin = kPainted + R"(, {"do": "undo"})",
+                    rest = R"(, {"do": "redo"})" + Stroke("multi", "[[0, -8, 0], [0, 8, 0]]") +
+                           R"(, {"do": "placements"}, {"do": "params"})";
+  const Result plain = Done(begin + rest);
+  const Result shown = Done(begin + shot + R"(, "file": "off.png"})" + shot +
+                            R"(, "file": "on.png", "cursor": [200, 60]})" + shot +
+                            R"(, "file": "after.png"})" + rest);
   EXPECT_NE(Read("on.png"), Read("off.png"));
   EXPECT_EQ(Read("after.png"), Read("off.png"));
-  EXPECT_EQ(shown.Step(11)["placements"], plain.Step(8)["placements"]);
+  EXPECT_EQ(shown.Step(13)["placements"], plain.Step(10)["placements"]);
+  EXPECT_EQ(shown.Step(14)["params"], plain.Step(11)["params"]);
 }
 
 TEST_F(Pictures, APickNamesWhatIsSeenAtAPlace) {

@@ -1,10 +1,7 @@
-#include "tests/studio/jobfixture.h"
-
-#include <gtest/gtest.h>
-
 #include "studio/job/steptable.h"
 #include "studio/steps/steps.h"
 #include "studio/steps/views.h"
+#include "tests/studio/jobfixture.h"
 
 namespace studio {
 namespace {
@@ -34,22 +31,21 @@ TEST_F(Program, QuietTellsOnlyWhatWasAskedFor) {
 }
 
 TEST_F(Program, TheExitStatusTellsUsageFromFailure) {
-  for (const std::vector<std::string>& words :
-       {std::vector<std::string>{}, {"walk"}, {"run"}, {"steps", "strok"}}) {
+  for (const char* words : {"", "walk", "run", "steps strok"}) {
     const Result r = Command(words);
     EXPECT_TRUE(r.status == 2 && !r.err.empty() && r.out.empty()) << r.out;
   }
-  const Result r = Command({"run", "@none.json"});
+  const Result r = Command("run @none.json");
   EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("none.json"), std::string::npos);
+  EXPECT_TRUE(Says(r.err, "none.json"));
   EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1);
-  for (const std::vector<std::string>& words :
-       {std::vector<std::string>{"--help"}, {"run", "--help"}, {"--version"}})
-    EXPECT_TRUE(Command(words).status == 0 && Command(words).err.empty()) << words[0];
+  for (const char* words : {"--help", "run --help", "--version"})
+    EXPECT_TRUE(Command(words).status == 0 && Command(words).err.empty()) << words;
 }
 
-// Each can be done and is listed, and the document's second half is the table of them.
-TEST(Steps, AllAreToldEverywhere) {
+// Each can be done and is listed, the document's second half is the table of them, and the example
+// of its first half runs.
+TEST_F(Program, StepsAreToldEverywhere) {
   const auto path = std::filesystem::path(__FILE__).parent_path() / "../../docs/jobs.md";
   std::ifstream in(path);
   ASSERT_TRUE(in) << path;
@@ -57,33 +53,21 @@ TEST(Steps, AllAreToldEverywhere) {
   const size_t start = text.find("## The job\n");
   ASSERT_NE(start, std::string::npos);
   EXPECT_EQ(text.substr(start), tables) << "refresh it: sowfield steps --markdown";
-  const auto has = [](const std::string& whole, const std::string& part) {
-    return whole.find(part) != std::string::npos;
-  };
   for (const StepDecl& step : AllSteps()) {
     const std::string name = step.name;
-    EXPECT_TRUE(FunctionOf(name) && has(StepList(), name + " ")) << name;
-    EXPECT_TRUE(has(tables, "\n### " + name + "\n")) << name;
+    EXPECT_TRUE(FunctionOf(name) && Says(StepList(), name + " ")) << name;
+    EXPECT_TRUE(Says(tables, "\n### " + name + "\n"));
     for (const FieldDecl& field : step.fields) {
       SCOPED_TRACE(name + ", " + field.name);
       Fault fault;
-      EXPECT_TRUE(has(StepHelp(step), field.name));
-      EXPECT_TRUE(has(tables, std::string("\n| `") + field.name + "` | "));
+      EXPECT_TRUE(Says(StepHelp(step), field.name));
+      EXPECT_TRUE(Says(tables, std::string("\n| `") + field.name + "` | "));
       EXPECT_EQ(step.Find(field.name), &field) << "named twice";
       EXPECT_TRUE(!*field.initial || ReadJson(field.initial, fault));
     }
   }
-  EXPECT_EQ(FunctionOf("render"), nullptr);
-}
-
-// The example of the document's first half is a job that runs.
-TEST_F(Program, TheDocumentsExampleRuns) {
-  std::ifstream in(std::filesystem::path(__FILE__).parent_path() / "../../docs/jobs.md");
-  const std::string text{std::istreambuf_iterator<char>(in), {}};
-  const std::string open = "```json\n";
-  const size_t start = text.find(open), end = text.find("```", start + open.size());
-  ASSERT_NE(end, std::string::npos);
-  const Result result = RunText(text.substr(start + open.size(), end - start - open.size()));
+  const size_t open = text.find("```json\n") + 8, end = text.find("```", open);
+  const Result result = RunText(text.substr(open, end - open));
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_TRUE(std::filesystem::exists(Path("out/stones.png")));
 }

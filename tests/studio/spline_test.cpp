@@ -1,5 +1,3 @@
-#include <cstring>
-
 #include "tests/studio/jobfixture.h"
 
 namespace studio {
@@ -12,7 +10,7 @@ const std::string kFence =
 "scale": [2, 1, 1], "rotate": [0, 0, 90], "at": [10, 0, 0], "closed": true},
 )";
 
-TEST_F(SplineStep, MakesAShapeThatIsSeenComparedMergedAndRecovered) {
+TEST_F(SplineStep, MakesAShapeThatIsSeenComparedAndMerged) {
   std::string moved = kFence;
   moved.replace(moved.find("[4, 4, 1]"), 9, "[4, 4, 2]");
   Done(moved + R"({"do": "save", "file": "b.glb"})");
@@ -22,34 +20,23 @@ TEST_F(SplineStep, MakesAShapeThatIsSeenComparedMergedAndRecovered) {
 "size": [120, 120], "at": )";
   const Result r = Done(kFence + pick + "[60, 60]}, " + pick + R"([60, 95]},
 {"do": "save", "file": "a.glb"}, {"do": "merge", "file": "b.glb"}, {"do": "save", "file": "c.glb"})");
-  EXPECT_EQ(r.Step(2)["nodes"], nlohmann::json({"fence"}));
-  EXPECT_EQ(r.Step(3)["nodes"], nlohmann::json::array());
-  EXPECT_NE(Command({"info", "@c.glb"}).out.find("2 nodes: 2 Spline\n"), std::string::npos);
-  EXPECT_EQ(Command({"diff", "@a.glb", "@b.glb"}).out,
+  EXPECT_EQ(r.Step(2)["nodes"].dump(), R"(["fence"])");
+  EXPECT_EQ(r.Step(3)["nodes"].dump(), "[]");
+  EXPECT_TRUE(Says(Command("info @c.glb").out, "2 nodes: 2 Spline\n"));
+  EXPECT_EQ(Command("diff @a.glb @b.glb").out,
             "Spline of node \"fence\"\n"
             "  splines[0].knots: \"3 entries\" -> \"1 of them differ\"\n");
-
-  std::string damaged = Read("a.glb");
-  std::uint32_t text;
-  std::memcpy(&text, &damaged[12], 4);
-  damaged[28 + text] ^= 1;  // the knots are the first of the bytes
-  Write("d.glb", damaged);
-  EXPECT_EQ(Command({"check", "@d.glb"}).status, 1);
-  EXPECT_EQ(Command({"recover", "@d.glb", "@e.glb"}).status, 0);
-  EXPECT_EQ(Command({"check", "@e.glb"}).status, 0);
 }
 
 TEST_F(SplineStep, WhatCannotBeIsNamed) {
-  const std::pair<const char*, const char*> cases[] = {
-      {R"("closed": 1)", "the field \"points\" is missing"},
-      {R"("points": [])", "\"points\" takes a list of [x, y, z], this is an empty list"},
-      {R"("points": [[1, 2, 3]])", "\"points\" needs two points, this list has 1"},
-      {R"("points": [[1, 2, 3], [1, 2]])", "\"points\" takes points as [x, y, z], this list has 2"},
-      {R"("points": [[1, 2, 3], [1, 2, 1e7]])", "\"points\" can't be 10000000: the range is"}};
-  for (const auto& [fields, said] : cases)
-    ExpectFault(std::string(R"({"do": "spline", )") + fields + "}", said);
-  ExpectFault(kFence + R"({"do": "create"}, {"do": "add", "nodes": "fence"})",
-              "\"fence\" can't become an object type: it isn't a geometry object");
+  ExpectFaults(
+      R"({"do": "spline", "points": )",
+      {{"[]}", "\"points\" takes a list of [x, y, z], this is an empty list"},
+       {"[[1, 2, 3]]}", "\"points\" needs two points, this list has 1"},
+       {"[[1, 2, 3], [1, 2]]}", "\"points\" takes points as [x, y, z], this list has 2"},
+       {"[[1, 2, 3], [1, 2, 1e7]]}", "\"points\" can't be 10000000: the range is"},
+       {R"([[1, 2, 3], [4, 5, 6]], "name": "a"}, {"do": "create"}, {"do": "add", "nodes": "a"})",
+        "\"a\" can't become an object type: it isn't a geometry object"}});
 }
 
 }  // namespace

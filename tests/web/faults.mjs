@@ -2,7 +2,7 @@
 import {execFileSync} from 'node:child_process';
 import {readFileSync} from 'node:fs';
 import {dirname, resolve} from 'node:path';
-import {GLB_BUFFER, Logger, NodeIO} from '@gltf-transform/core';
+import {GLB_BUFFER, Logger, MathUtils, NodeIO} from '@gltf-transform/core';
 import {ALL_EXTENSIONS} from '@gltf-transform/extensions';
 import validator from 'gltf-validator';
 import {unpack} from './glb.mjs';
@@ -34,27 +34,8 @@ async function validate(bytes, folder) {
       m.message);
 }
 
-/** The fields of a line of comma-separated values; fields in quotes hold doubled quotes. */
-function fieldsOf(line) {
-  return [...line.matchAll(/(?:^|,)(?:"((?:[^"]|"")*)"|([^,]*))/g)].map((m) =>
-    m[1] !== undefined ? m[1].replaceAll('""', '"') : m[2]);
-}
-
-function placementsOf(csv) {
-  const lines = csv.trimEnd().split('\n');
-  const place = Object.fromEntries(fieldsOf(lines[0]).map((name, i) => [name, i]));
-  return lines.slice(1).map((line, i) => {
-    const f = fieldsOf(line);
-    if (Number(f[place.placement]) !== i) throw new Error(`line ${i + 2} isn't placement ${i}`);
-    const rows = f.slice(place.m00, place.m00 + 12).map(Number);
-    return {name: f[place.name], matrix: columns(rows)};
-  });
-}
-
 // Four rows of three numbers for points as row vectors: as columns of four, as glTF has them.
-function columns(rows) {
-  return [0, 3, 6, 9].flatMap((i) => [...rows.slice(i, i + 3), i === 9 ? 1 : 0]);
-}
+const columns = (rows) => rows.flatMap((row, i) => [...row, i === 3 ? 1 : 0]);
 
 /** What the program tells of a file: its Sowfield objects, the placements, which are hidden. */
 export function truthOf(program, file) {
@@ -63,7 +44,8 @@ export function truthOf(program, file) {
       {encoding: 'utf8', maxBuffer: 2 ** 30, stdio: ['ignore', 'pipe', 'inherit']});
   return JSON.parse(run('info', '--json', file)).objects.map(({node}) => ({
     node,
-    placements: placementsOf(run('placements', '--csv', '--object', node, file)),
+    placements: JSON.parse(run('placements', '--object', node, file)).placements.map(
+      ({name, matrix}) => ({name, matrix: columns(matrix)})),
   }));
 }
 
@@ -87,29 +69,6 @@ function determinant(m) {
     m[8] * (m[1] * m[6] - m[5] * m[2]);
 }
 
-// Of a matrix whose last row is 0 0 0 1.
-function inverse(m) {
-  const d = determinant(m);
-  const cofactor = (r, c) => {
-    const [a, b] = [(r + 1) % 3, (r + 2) % 3], [x, y] = [(c + 1) % 3, (c + 2) % 3];
-    return (m[x * 4 + a] * m[y * 4 + b] - m[y * 4 + a] * m[x * 4 + b]) / d;
-  };
-  const n = new Array(16).fill(0);
-  for (let r = 0; r < 3; ++r) for (let c = 0; c < 3; ++c) n[r * 4 + c] = cofactor(r, c);
-  for (let r = 0; r < 3; ++r) n[12 + r] = -(n[r] * m[12] + n[4 + r] * m[13] + n[8 + r] * m[14]);
-  n[15] = 1;
-  return n;
-}
-
-function compose([x, y, z, w], s, t) {
-  return [
-    s[0] * (1 - 2 * (y * y + z * z)), s[0] * 2 * (x * y + z * w), s[0] * 2 * (x * z - y * w), 0,
-    s[1] * 2 * (x * y - z * w), s[1] * (1 - 2 * (x * x + z * z)), s[1] * 2 * (y * z + x * w), 0,
-    s[2] * 2 * (x * z + y * w), s[2] * 2 * (y * z - x * w), s[2] * (1 - 2 * (x * x + y * y)), 0,
-    ...t, 1,
-  ];
-}
-
 const largest = (numbers) => Math.max(...numbers.map(Math.abs));
 
 // How far apart two matrices are; at most 1 is within tolerance. Places are counted from something
@@ -121,8 +80,8 @@ function distance(found, expected, far) {
   return Number.isNaN(axes + place) ? Infinity : Math.max(axes, place) / TOLERANCE;
 }
 
-/** The instances of one node, each in the world of the scene (Z up, scene units). */
-function instancesOf(node, instancing, toScene, faults) {
+/** The instances of one node, each in the file's world. */
+function instancesOf(node, instancing, faults) {
   const name = node.getName();
   const accessors = ['TRANSLATION', 'ROTATION', 'SCALE', '_ID'].map((semantic) => {
     const accessor = instancing.getAttribute(semantic);
@@ -134,7 +93,7 @@ function instancesOf(node, instancing, toScene, faults) {
     faults.push(`instances of "${name}": ${accessors.map((a) => a.getCount())} entries`);
   if (!node.getMesh() || node.getMesh().listPrimitives().length === 0)
     faults.push(`instances of "${name}" have no mesh`);
-  const local = times(toScene, node.getWorldMatrix());
+  const local = node.getWorldMatrix();
   const instances = [];
   const [t, r, s] = [[], [], []];
   for (let i = 0; i < id.getCount(); ++i) {
@@ -143,7 +102,7 @@ function instancesOf(node, instancing, toScene, faults) {
     if (Math.abs(Math.hypot(...r) - 1) > TOLERANCE)
       faults.push(`placement ${number} of "${name}": its rotation isn't of unit length`);
     if (!s.every((v) => v > 0)) faults.push(`placement ${number} of "${name}": its scale is ${s}`);
-    instances.push({id: number, matrix: times(local, compose(r, s, t))});
+    instances.push({id: number, matrix: times(local, MathUtils.compose(t, r, s, []))});
   }
   return {name, node, instances, far: largest(local.slice(12, 15)), owner: undefined};
 }
@@ -199,16 +158,19 @@ function compareGroup(group, placements, seen, faults) {
 function compareInstances(document, json, truth) {
   const faults = [];
   const hidden = hiddenNodes(json);
-  const objects = truth.filter((o) => !hidden.has(o.node));
   const nodes = document.getRoot().listNodes();
-  const tops = document.getRoot().listScenes().flatMap((s) => s.listChildren());
-  const toScene = tops.length > 0 ? inverse(tops[0].getWorldMatrix()) : undefined;
+  // The node above all turns the scene (Z up, scene units) into the file's world.
+  const top = document.getRoot().listScenes()[0].listChildren()[0]?.getWorldMatrix();
+  const objects = truth.filter((o) => !hidden.has(o.node)).map(({node, placements}) => ({
+    node,
+    placements: placements.map((p) => ({...p, matrix: times(top, p.matrix)})),
+  }));
   const seen = new Map(objects.map((o) => [o, new Set()]));
   let count = 0, mirroredCount = 0;
   for (const node of nodes) {
     const instancing = node.getExtension('EXT_mesh_gpu_instancing');
     if (!instancing) continue;
-    const group = instancesOf(node, instancing, toScene, faults);
+    const group = instancesOf(node, instancing, faults);
     count += group.instances.length;
     if (group.instances.length === 0 || objects.length === 0) {
       faults.push(`instances of "${group.name}": ${group.instances.length}, with ` +

@@ -1,8 +1,8 @@
-// Hides nodes of a saved scene, which no job can do.
+// Hides nodes of a saved scene, which no job can do; it can be recovered then.
 //
 // Usage: node hide.mjs FROM.glb TO.glb NODE...
 import {readFileSync, writeFileSync} from 'node:fs';
-import {seal, unpack} from './glb.mjs';
+import {pack, unpack} from './glb.mjs';
 
 const [from, to, ...names] = process.argv.slice(2);
 const parts = unpack(new Uint8Array(readFileSync(from)));
@@ -11,4 +11,4 @@ for (const name of names) {
   if (!node) throw new Error(`no node is named "${name}"`);
   node.hidden = true;
 }
-writeFileSync(to, seal(parts));
+writeFileSync(to, pack(parts));

@@ -33,34 +33,22 @@ const BREAKS = {
   }],
   'a placement of no number': [/there is none/, (f) => { numbers(f, '_ID')[0] = 1e6; }],
   'a list is short': [/entries/, ({json}) => { --json.accessors[attributesOf(json).SCALE].count; }],
-  'a group is missing': [/is missing/, ({json}) => {
-    delete json.nodes.find((n) => n.extensions?.EXT_mesh_gpu_instancing).extensions;
-  }],
   'an accessor leaves its view': [/error ACCESSOR_TOO_LONG/, ({json}) => {
     json.accessors[json.meshes[0].primitives[0].attributes.POSITION].count += 1e6;
-  }],
-  'a node is its own child': [/error/, ({json}) => { json.nodes[0].children.push(0); }],
-  'a material is unknown': [/error UNRESOLVED_REFERENCE/, ({json}) => {
-    json.meshes[0].primitives[0].material = 1e6;
   }],
 };
 
 /** Whether each broken copy of a .glb was found to be broken, in the way that it is. */
 export async function selfTest(bytes, file, truth) {
   let good = true;
-  const tell = (name, pattern, faults) => {
-    if (faults.some((f) => pattern.test(f))) return;
-    console.log(`  self-test: not found: ${name}; instead: ${faults[0] ?? 'nothing'}`);
-    good = false;
-  };
   for (const [name, [pattern, change]] of Object.entries(BREAKS)) {
     const parts = unpack(bytes);
     change(parts);
-    tell(name, pattern, (await faultsOf(pack(parts), file, truth)).faults);
+    const {faults} = await faultsOf(pack(parts), file, truth);
+    if (faults.some((f) => pattern.test(f))) continue;
+    console.log(`  self-test: not found: ${name}; instead: ${faults[0] ?? 'nothing'}`);
+    good = false;
   }
-  const cut = bytes.subarray(0, bytes.length - 100);
-  tell('a cut file', /error GLB/, (await faultsOf(cut, file, truth)).faults);
-  const count = Object.keys(BREAKS).length + 1;
-  if (good) console.log(`  self-test: all ${count} broken copies were found`);
+  if (good) console.log(`  self-test: all ${Object.keys(BREAKS).length} broken copies were found`);
   return good;
 }

@@ -1,4 +1,7 @@
+// Scenes with objects: saved and opened, damaged and recovered, merged.
+
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -6,6 +9,7 @@
 #include <random>
 #include <set>
 
+#include "host/scene/mtl.h"
 #include "sowfield/model/repair.h"
 #include "tests/sowfield/fixture.h"
 
@@ -23,7 +27,8 @@ class Recover : public testing::Test, public SowfieldScene {
     ASSERT_TRUE(AddAsType(AddBox(L"stone", 1, 2, 3, {9, 0, 0})));
     ASSERT_TRUE(AddAsType(AddSphere(L"tree", 2, 9, {20, 0, 0})));
     AppendPlacements(kPlaced);
-    Set(Tr_Random, 1, 2), Set(Tr_ZRot_Max, 90.5f, 2);
+    Set(Tr_Random, 1, 2), Set(Tr_ZRot_Max, 90.5f, 2), Set(Geo_Reserved_A, -77);
+    Block().SetKey(HueShift, 0, 5), Block().SetKey(HueShift, 480, 50);
     CloseEdit();
     sound_ = Save();
     std::uint32_t text;
@@ -91,9 +96,7 @@ TEST_F(Recover, ACutFileOpensWithWhatIsThere) {
       ASSERT_LT(n, bin_ - 8);
       ASSERT_FALSE(error_.empty());
     } else {
-      ASSERT_FALSE(lost_.empty()) << n;
-      ASSERT_EQ(Breach(), "") << n;
-      ASSERT_EQ(D().TypeCount(), 2) << n;
+      ASSERT_TRUE(!lost_.empty() && Breach().empty() && D().TypeCount() == 2) << n;
       const size_t whole = n < positions ? 0 : std::min<size_t>(3, (n - positions) / 12);
       ASSERT_EQ(size_t(D().PlacementCount()), whole) << n;
       for (size_t p = 0; p < whole; ++p) {
@@ -106,11 +109,13 @@ TEST_F(Recover, ACutFileOpensWithWhatIsThere) {
 }
 
 TEST_F(Recover, DamageOfATableLeavesTheRest) {
+  const Snapshot original = TakeSnapshot(Block());
   ASSERT_TRUE(Open(sound_));
-  EXPECT_EQ(lost_, std::vector<std::string>());
-  EXPECT_EQ(Save(), sound_);
-  Snapshot before = TakeSnapshot(Block());
-  before.erase("Geo_Nodes");  // other nodes each time
+  EXPECT_TRUE(lost_.empty() && Save() == sound_);
+  const Snapshot before = TakeSnapshot(Block());
+  EXPECT_EQ(Differences(original, before), "Geo_Nodes") << "of the same names";
+  EXPECT_EQ(Block().GetFloat(HueShift, 240), 27.5f) << "half way from 5 to 50";
+  EXPECT_TRUE(object->OwnNode() == node && D().rng == Generator() && D().ListReady() == 1);
   for (const Param id : {Geo_BoxMax, Geo_Points, Geo_Names, Tr_ZRot_Max, Rnd_XRot, Ins_Pos}) {
     std::string broken = sound_;
     broken[tables_[id].first + tables_[id].second - 4] ^= 1;  // the last bit of a number, a letter
@@ -120,7 +125,7 @@ TEST_F(Recover, DamageOfATableLeavesTheRest) {
     EXPECT_TRUE(Lost("\"one\" (0x") && Lost("(" + name + ") is damaged: its checksum is "));
     EXPECT_EQ(lost_.size(), 1u);
     Snapshot after = TakeSnapshot(Block());
-    after.erase("Geo_Nodes");
+    after["Geo_Nodes"] = before.at("Geo_Nodes");  // other nodes each time
     EXPECT_EQ(Differences(before, after), name);
   }
   for (const size_t at : {size_t(0), size_t(4), size_t(8), size_t(12), bin_ - 8, bin_ - 4}) {
@@ -128,16 +133,14 @@ TEST_F(Recover, DamageOfATableLeavesTheRest) {
     broken[at] ^= 4;
     ASSERT_FALSE(Open(broken, false)) << at;
     ASSERT_TRUE(Open(broken)) << at << error_;
-    EXPECT_EQ(lost_.size(), 1u) << at;
-    EXPECT_EQ(Save(), sound_) << at;
+    EXPECT_TRUE(lost_.size() == 1 && Save() == sound_) << at;
   }
 }
 
 TEST_F(Recover, ADamagedDescriptionIsReadAsFarAsItMakesSense) {
   ASSERT_TRUE(OpenReplaced("\"segments\":9", "\"segments\":0"));
   EXPECT_TRUE(Lost("its description is damaged: its checksum is "));
-  EXPECT_TRUE(Lost("Sphere \"tree\" (0x")) << lost_[1];
-  EXPECT_TRUE(Lost("is dropped: segments is 0, expected ")) << lost_[1];
+  EXPECT_TRUE(Lost("Sphere \"tree\" (0x") && Lost("is dropped: segments is 0, expected "));
   EXPECT_EQ(host.GetScene().FindNodes(L"tree").at(0)->GetObjectRef(), nullptr);
   EXPECT_EQ(D().PlacementCount(), 3);
   ASSERT_TRUE(OpenReplaced("\"name\":\"tree\"", "\"nome\":\"tree\""));
@@ -153,16 +156,25 @@ TEST_F(Recover, ADamagedDescriptionIsReadAsFarAsItMakesSense) {
   EXPECT_EQ(host.GetScene().AllNodes().size(), 3u);
   EXPECT_EQ(object, nullptr);
 
-  const std::string kept = Save();
+  // What can't be opened leaves the scene that was there.
+  ASSERT_TRUE(Open(sound_));
+  const auto refuse = [](Scene&) { return std::string("no"); };
   EXPECT_FALSE(OpenReplaced("\"SOWFIELD_scene\":{", "\"SOWFIELD_szene\":{"));
   EXPECT_FALSE(Open("no scene at all"));
-  EXPECT_EQ(Save(), kept);
+  EXPECT_FALSE(host::OpenSceneBytes(host.Services(), std::as_bytes(std::span(sound_)), "it",
+                                    {refuse}, error_));
+  EXPECT_TRUE(Save() == sound_ && D().ListReady() == 1);
 }
 
 TEST_F(Recover, TablesAgreeBeforeAnOlderSceneIsUpgraded) {
   DropNormalRows();
   ASSERT_TRUE(Open(Save()));
   EXPECT_EQ(lost_.size(), 0u);
+  const auto rows = Block().Floats(Tr_Normal_Min);
+  EXPECT_EQ(std::vector<float>(rows.begin(), rows.end()), (std::vector<float>{0, 100, 100}));
+  Generator drawn;  // 100 values a slot, from the start of the sequence
+  for (const float value : Block().Floats(Rnd_Normal)) ASSERT_EQ(value, drawn.Random(100));
+  EXPECT_TRUE(D().rng == drawn && Undo().UndoCount() == 0 && Breach().empty());
   DropNormalRows();
   Set(Ins_Type, 1 << 30, 1);
   const std::string disagreeing = Save();
@@ -175,13 +187,12 @@ TEST_F(Recover, TablesAgreeBeforeAnOlderSceneIsUpgraded) {
 }
 
 TEST_F(Recover, APairWithoutItsBytesHasItsNodes) {
-  std::string folder = std::filesystem::temp_directory_path() / "recover_test_XXXXXX";
-  ASSERT_TRUE(mkdtemp(folder.data()));
+  const std::string folder = testing::TempDir() + "recover_" + std::to_string(getpid());
   const std::string path = folder + "/pair.gltf";
+  std::filesystem::create_directories(folder);
   ASSERT_TRUE(host::SaveScene(host.Services(), path, {}, error_)) << error_;
   for (const auto& file : std::filesystem::directory_iterator(folder))
     if (file.path().extension() == ".bin") std::filesystem::remove(file.path());
-  EXPECT_FALSE(host::OpenScene(host.Services(), path, Options(false), error_));
   EXPECT_TRUE(host::OpenScene(host.Services(), path, Options(true), error_)) << error_;
   EXPECT_EQ(host.GetScene().AllNodes().size(), 3u);
   EXPECT_TRUE(Lost(".bin\": No such file or directory"));
@@ -189,11 +200,10 @@ TEST_F(Recover, APairWithoutItsBytesHasItsNodes) {
   std::filesystem::remove_all(folder);
 }
 
-using Copy = std::unique_ptr<IParamBlock2, DeleteUnreferenced>;
-
-Copy CopyOf(IParamBlock2& block) {
+auto CopyOf(IParamBlock2& block) {
   RemapDir remap;
-  return Copy(static_cast<IParamBlock2*>(block.Clone(remap)));
+  return std::unique_ptr<IParamBlock2, DeleteUnreferenced>(
+      static_cast<IParamBlock2*>(block.Clone(remap)));
 }
 
 TEST_F(Recover, TablesAreBroughtToAgree) {
@@ -219,38 +229,34 @@ TEST_F(Recover, TablesAreBroughtToAgree) {
       {set(Ins_Type, 7, 2), 2, 2, "Ins_Type: 1 placement of 3 with a type that isn't there went"},
       {set(Ins_Rand, 100, 1), 2, 3, "Ins_Rand: 1 of 3 entries were out of range"},
       {set(Geo_Nodes, kNoNode, 0), 1, 1, "Geo_Kind: 1 type of 2 without a source went"},
-      {set(Geo_Nodes, node, 0), 1, 1, "Geo_Kind: 1 type of 2 without a source went"},
       {gone(Geo_Nodes), 0, 0, "Geo_Kind: 2 types of 2 without a source went"},
       {gone(Geo_Kind), 2, 3, "Geo_Kind: 2 kinds of 2 guessed from the sources"},
-      {set(Geo_Kind, 9, 1), 2, 3, "Geo_Kind: 1 kind of 2 guessed from the sources"},
       {set(Geo_Kind, 3, 0), 2, 3, "Geo_Kind: 1 type without entry in Proxy_Nodes got kind 0"},
       {set(Geo_PointCount, -5, 1), 2, 3, "Geo_PointCount: 1 type of 2 got fewer samples: "},
       {gone(Rnd_ZRot), 2, 3, "Rnd_ZRot has 0 entries, expected 300: 300 are new"},
       {set(Tr_AnimOn, 1, 0), 2, 3, "Rnd_Anim has 0 entries, expected 10000: 10000 are new"}};
   for (const Case& c : cases) {
-    const Copy copy = CopyOf(Block());
+    const auto copy = CopyOf(Block());
     c.damage(*copy);
     EXPECT_EQ(FirstBreachAsStored(*copy).empty(), c.line.empty()) << c.line;
     const std::vector<std::string> lines = RepairTables(*copy);
     EXPECT_EQ(FirstBreach(*copy), "") << c.line;
-    EXPECT_EQ(copy->Count(Geo_Kind), c.types) << c.line;
-    EXPECT_EQ(copy->Count(Ins_Pos), c.placements) << c.line;
+    EXPECT_TRUE(copy->Count(Geo_Kind) == c.types && copy->Count(Ins_Pos) == c.placements) << c.line;
     ASSERT_EQ(lines.empty(), c.line.empty()) << c.line;
     EXPECT_EQ(lines.empty() ? "" : lines[0].substr(0, c.line.size()), c.line);
   }
   // The second type's rows follow it where the first one goes.
-  const Copy copy = CopyOf(Block());
+  const auto copy = CopyOf(Block());
   copy->SetValue(Geo_Nodes, 0, kNoNode, 0);
   RepairTables(*copy);
-  EXPECT_STREQ(copy->GetStr(Geo_Names), L"tree");
-  EXPECT_EQ(copy->GetFloat(Tr_ZRot_Max, 0, 1), 90.5f);
+  EXPECT_TRUE(copy->GetStr(Geo_Names) == WStr(L"tree") &&
+              copy->GetFloat(Tr_ZRot_Max, 0, 1) == 90.5f);
   EXPECT_EQ(copy->GetFloat(Rnd_XRot, 0, 100), Block().GetFloat(Rnd_XRot, 0, 200));
-  EXPECT_EQ(copy->GetPoint3(Ins_Pos), kPlaced[1].position);
-  EXPECT_EQ(copy->GetInt(Ins_Type), 0);
+  EXPECT_TRUE(copy->GetPoint3(Ins_Pos) == kPlaced[1].position && copy->GetInt(Ins_Type) == 0);
   const int first = Block().GetInt(Geo_PointCount);
   EXPECT_EQ(copy->GetPoint3(Geo_Points), Block().GetPoint3(Geo_Points, 0, first));
   // Counts whose sum is right. No run is found behind a negative one.
-  const Copy negative = CopyOf(Block());
+  const auto negative = CopyOf(Block());
   negative->SetValue(Geo_PointCount, 0, -5, 0);
   negative->SetValue(Geo_PointCount, 0, Block().Count(Geo_Points) + 5, 1);
   EXPECT_EQ(FirstBreach(*negative).rfind("Geo_PointCount[0] is -5, allowed is 0 to ", 0), 0u);
@@ -260,7 +266,7 @@ TEST_F(Recover, TablesAreBroughtToAgree) {
   std::mt19937 random(5);
   const auto params = AllParams();
   for (int round = 0; round < 400; ++round) {
-    const Copy any = CopyOf(Block());
+    const auto any = CopyOf(Block());
     for (int i = 0; i < 6; ++i) {
       const ParamEntry& e = params[random() % params.size()];
       if (!e.IsTable() || any->Count(e.id) == 0) continue;
@@ -277,6 +283,110 @@ TEST_F(Recover, TablesAreBroughtToAgree) {
     ASSERT_EQ(RepairTables(*any).empty(), sound) << round;
     ASSERT_EQ(FirstBreachAsStored(*any), "") << round;
   }
+}
+
+class Merge : public testing::Test, public SowfieldScene {
+ protected:
+  bool MergeIn(const std::vector<std::byte>& bytes, const host::OpenOptions& options = {}) {
+    return host::MergeSceneBytes(host.Services(), bytes, "it", options, merged_, error_);
+  }
+  ILayerManager& Layers() { return host.Services().GetLayerManager(); }
+  host::MergedScene merged_;
+  std::string error_;
+};
+
+TEST_F(Merge, ASceneIntoItselfTwice) {
+  Interface& ip = host.Services();
+  node->SetName(L"sow");
+  INode* stone = AddBox(L"stone", 1, 2, 3, {9, 0, 0});
+  INode* child = AddNode(L"shared", stone->GetObjectRef());
+  stone->AttachChild(child, false);
+  child->SetMtl(new StdMtl), stone->SetMtl(child->GetMtl());
+  Layers().CreateLayer(L"trees")->AddToLayer(child);
+  ASSERT_TRUE(AddAsType(stone));
+  theHold.Begin();
+  AppendPlacements({{{1, 2, 3}, {0, 0, 0}, 0, 3, 17}});
+  theHold.Accept(L"Paint");
+  AddNode(L"instance", object), AddNode(L"clone", Copied());  // which shares the source
+  CloseEdit();
+  const std::vector<std::byte> bytes = SaveBytes();
+  const Snapshot before = TakeSnapshot(Block());
+  const std::vector<WStr> steps = Undo().UndoNames();
+  Layers().GetLayer(L"trees")->Hide(true);
+  ip.SetAnimRange({5, 6}), ip.SetTime(6, false);
+
+  const size_t nodes = host.GetScene().AllNodes().size();
+  ASSERT_TRUE(MergeIn(bytes)) << error_;
+  EXPECT_TRUE(merged_.nodes == nodes && merged_.renamed.size() == nodes);
+  EXPECT_EQ(merged_.warning, "");
+  for (const auto& [from, to] : merged_.renamed) EXPECT_EQ(to, from + L"001");
+  ASSERT_TRUE(MergeIn(bytes)) << error_;
+
+  std::set<Object*> objects;
+  for (const WStr& end : {WStr(), WStr(L"001"), WStr(L"002")}) {
+    INode *its = Named(L"stone" + end), *below = Named(L"shared" + end);
+    ASSERT_TRUE(its && below && Named(L"sow" + end));
+    EXPECT_TRUE(below->GetParentNode() == its && below->GetObjectRef() == its->GetObjectRef());
+    EXPECT_TRUE(below->GetMtl() == its->GetMtl() && below->GetLayer()->GetName() == L"trees");
+    auto* sow = static_cast<Sowfield*>(Named(L"sow" + end)->GetObjectRef());
+    EXPECT_EQ(Named(L"instance" + end)->GetObjectRef(), sow);
+    auto* clone = static_cast<Sowfield*>(Named(L"clone" + end)->GetObjectRef());
+    EXPECT_TRUE(clone != sow && clone->pblock2->GetINode(Geo_Nodes) == its);
+    EXPECT_EQ(sow->pblock2->GetINode(Geo_Nodes), its);
+    EXPECT_EQ(Differences(before, TakeSnapshot(*sow->pblock2)), end.empty() ? "" : "Geo_Nodes");
+    EXPECT_TRUE(sow->distribution.ListReady() == 1 && sow->OwnNode()->InScene());
+    objects.insert({sow, its->GetObjectRef()});
+  }
+  EXPECT_EQ(objects.size(), 6u);                         // nothing is shared between the three
+  EXPECT_TRUE(Layers().GetLayer(L"trees")->IsHidden());  // as it is here
+  EXPECT_TRUE(ip.GetAnimRange() == Interval(5, 6) && ip.GetTime() == 6);
+
+  EXPECT_EQ(Undo().UndoNames(), steps);
+  const auto& merged = static_cast<Sowfield*>(Named(L"sow001")->GetObjectRef())->distribution;
+  ASSERT_TRUE(Undo().Undo() && Undo().Undo());
+  EXPECT_TRUE(D().TypeCount() == 0 && merged.PlacementCount() == 1);
+  ASSERT_TRUE(Undo().Redo() && Undo().Redo());
+  EXPECT_TRUE(D().PlacementCount() == 1 && host.GetScene().AllNodes().size() == 3 * nodes);
+}
+
+TEST_F(Merge, OnlyNamesThatAreTakenChange) {
+  host.Services().SetMasterUnit(UNITS_INCHES, 2);
+  node->SetName(L"a");
+  for (const wchar_t* name : {L"a001", L"twin", L"twin"}) AddBox(name, 1, 1, 1);
+  Layers().CreateLayer(L"new")->Hide(true);
+  CloseEdit();
+  const std::vector<std::byte> bytes = SaveBytes();
+  host::Host other;
+  std::string why;
+  ASSERT_TRUE(other.Classes().AddPlugin(Entries(), why)) << why;
+  Interface& ip = other.Services();
+  ip.CreateObjectNode(nullptr)->SetName(L"a");
+  const Interval range = ip.GetAnimRange();
+  ASSERT_TRUE(host::MergeSceneBytes(ip, bytes, "it", {}, merged_, error_)) << error_;
+  ASSERT_EQ(merged_.renamed.size(), 1u);
+  EXPECT_EQ(merged_.renamed[0], std::pair(WStr(L"a"), WStr(L"a002")));  // a001 comes too
+  EXPECT_EQ(other.GetScene().FindNodes(L"twin").size(), 2u);
+  EXPECT_NE(merged_.warning.find("2.0 x inches, here 1.0 x metres"), std::string::npos);
+  EXPECT_TRUE(ip.MasterUnitType() == UNITS_METERS && ip.GetAnimRange() == range);
+  ASSERT_TRUE(ip.GetLayerManager().GetLayer(L"new"));
+  EXPECT_TRUE(ip.GetLayerManager().GetLayer(L"new")->IsHidden());
+  EXPECT_EQ(ip.GetLayerManager().GetCurrentLayer()->GetName(), L"0");
+  EXPECT_EQ(ip.CreateObjectNode(new BoxObject)->GetName(), L"Box001");
+}
+
+TEST_F(Merge, AFailureLeavesTheScene) {
+  CloseEdit();
+  const std::vector<std::byte> bytes = SaveBytes();
+  std::vector<std::byte> broken = bytes;
+  broken[40] ^= std::byte{1};
+  EXPECT_FALSE(MergeIn(broken));
+  EXPECT_EQ(error_.find("cannot merge \"it\": "), 0u) << error_;
+  EXPECT_FALSE(MergeIn(bytes, {[](Scene&) { return std::string("no"); }}));
+  theHold.Begin();
+  EXPECT_FALSE(MergeIn(bytes));
+  theHold.Cancel();
+  EXPECT_EQ(SaveBytes(), bytes);
+  EXPECT_EQ(D().ListReady(), 1);
 }
 
 }  // namespace

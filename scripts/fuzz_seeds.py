@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Writes the binary seeds of the fuzz targets into the folder corpus beside this script."""
+"""Writes the binary seeds of the fuzz targets into fuzz/corpus."""
 
 import base64
 import json
 import pathlib
 import struct
 
-HERE = pathlib.Path(__file__).resolve().parent / "corpus"
+HERE = pathlib.Path(__file__).resolve().parent.parent / "fuzz/corpus"
 
 
 def model():

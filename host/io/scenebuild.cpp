@@ -20,12 +20,15 @@ namespace {
 class Nursery : public ReferenceTarget {
  public:
   ~Nursery() override {
+    if (!finished_) TakeApart();
     for (size_t i = children_.size(); i-- > 0;) LetGo(children_[i]);
   }
   void Take(ReferenceTarget* child) {
     children_.push_back(child);
     ReferTo(child);
   }
+  /// The scene is whole, and its things may refer to one another.
+  void Finish() { finished_ = true; }
   /// All who refer to it let go. What an unknown thing keeps of it stays until that goes.
   void Drop(ReferenceTarget* child) {
     child->DeleteAllRefsToMe();
@@ -41,7 +44,16 @@ class Nursery : public ReferenceTarget {
   }
 
  private:
+  // A ring that ended the reading would keep itself alive.
+  void TakeApart() {
+    std::vector<Pin<ReferenceTarget>> alive;
+    for (ReferenceTarget* c : children_) alive.emplace_back(c);
+    for (const Pin<ReferenceTarget>& c : alive)
+      if (c) c->DeleteAllRefsFromMe();
+  }
+
   std::vector<ReferenceTarget*> children_;
+  bool finished_ = false;
 };
 
 // The phases in which things are filled. A stack finds its modifiers filled, since one that is
@@ -69,6 +81,7 @@ class SceneBuilder {
       opened_.scene->SetRenderer(in_.RefTo<Renderer>(MemberOf(value_, "renderer"), "the renderer"));
     });
     opened_.scene->CountNames();
+    nursery_.Finish();
     return std::move(opened_);
   }
 

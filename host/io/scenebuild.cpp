@@ -339,14 +339,16 @@ class SceneBuilder {
   // The one at fault goes, not those that hold it.
   void CheckRings() {
     RingFinder rings;
-    for (const Made& m : things_)
+    for (Made& m : things_)
       while (const ReferenceTarget* bad = rings.FirstBad(m.thing))
-        DropUnless(MadeOf(bad), [] { throw SceneFault("it lies within itself, or too deep"); });
+        DropUnless(MadeOf(bad, m), [] { throw SceneFault("it lies within itself, or too deep"); });
   }
 
-  Made& MadeOf(const ReferenceTarget* thing) {
-    return *std::find_if(things_.begin(), things_.end(),
-                         [&](const Made& m) { return m.thing == thing; });
+  // What a plug-in made within `holder` stands in no description.
+  Made& MadeOf(const ReferenceTarget* thing, Made& holder) {
+    const auto found = std::find_if(things_.begin(), things_.end(),
+                                    [&](const Made& m) { return m.thing == thing; });
+    return found == things_.end() ? holder : *found;
   }
 
   SceneIn& in_;

@@ -33,23 +33,24 @@ void WriteSubs(SceneOut& out, const MtlBase& base, json& value) {
 }
 
 template <class T, class Set>
-void ReadSlots(const SceneIn& in, const json& list, int slots, const char* what, Set set) {
+void ReadSlots(const SceneIn& in, const json& list, int slots, const std::string& what, Set set) {
   if (list.size() != size_t(slots))
-    in.Fault("it has " + std::to_string(list.size()) + " of " + what + ", expected " +
+    in.Fault("it has " + std::to_string(list.size()) + " " + what + "s, expected " +
              std::to_string(slots));
+  const std::string one = "a " + what;
   for (size_t i = 0; i < list.size() && i < size_t(slots); ++i)
-    in.Try([&] { set(int(i), in.RefTo<T>(list[i], what)); });
+    in.Try([&] { set(int(i), in.RefTo<T>(list[i], one.c_str())); });
 }
 
 void ReadSubs(const SceneIn& in, MtlBase& base, const json& value) {
   in.Try([&] { base.SetName(TextOf(MemberOf(value, "name"), "the name")); });
   if (auto* mtl = dynamic_cast<Mtl*>(&base))
     in.Try([&] {
-      ReadSlots<Mtl>(in, ListOf(value, "subMtls"), mtl->NumSubMtls(), "its materials",
+      ReadSlots<Mtl>(in, ListOf(value, "subMtls"), mtl->NumSubMtls(), "sub-material",
                      [&](int i, Mtl* sub) { mtl->SetSubMtl(i, sub); });
     });
   in.Try([&] {
-    ReadSlots<Texmap>(in, ListOf(value, "subTexmaps"), base.NumSubTexmaps(), "its maps",
+    ReadSlots<Texmap>(in, ListOf(value, "subTexmaps"), base.NumSubTexmaps(), "map",
                       [&](int i, Texmap* sub) { base.SetSubTexmap(i, sub); });
   });
 }

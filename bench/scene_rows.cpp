@@ -9,8 +9,8 @@
 
 #include "bench/painted.h"
 #include "bench/rows.h"
-#include "host/io/file.h"
-#include "host/io/scenefile.h"
+#include "host/files/file.h"
+#include "host/scenefile/scenefile.h"
 
 namespace bench {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "host/host.h"
-#include "host/io/import.h"
+#include "host/import/import.h"
 #include "host/scene/triobject.h"
 
 /// Aborts unless an import is all or nothing, says its fault in one line, and what it brought is

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "host/gltf/glb.h"
 #include "host/host.h"
-#include "host/io/glb.h"
-#include "host/io/scenefile.h"
+#include "host/scenefile/scenefile.h"
 #include "sowfield/model/invariants.h"
 #include "sowfield/model/repair.h"
 #include "sowfield/plugin/entry.h"

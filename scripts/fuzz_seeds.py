@@ -46,7 +46,7 @@ def gltf_seeds():
 
 
 def plan_seeds():
-    """As host/io/planstream.cpp passes the members on: counts have 8 bytes, lists follow them."""
+    """As host/exchange/planstream.cpp passes the members on: counts have 8 bytes, lists follow them."""
     def counted(content, count=None):
         return struct.pack("<Q", len(content) if count is None else count) + content
 

@@ -1,5 +1,5 @@
 #include <iostream>
 
-#include "studio/cli.h"
+#include "studio/commands/cli.h"
 
 int main(int argc, char** argv) { return studio::RunCommandLine(argc, argv, std::cout, std::cerr); }

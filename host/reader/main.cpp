@@ -1,5 +1,5 @@
 // Reads one model file under limits, for a host that stays clear of it.
-#include "host/io/modelreader.h"
+#include "host/import/modelreader.h"
 
 // Asked by sanitizers alone. Their shadows would exceed a limit of address space, so they keep to
 // these.

@@ -2,8 +2,8 @@
 #include <climits>
 #include <cstring>
 
+#include "host/files/file.h"
 #include "host/interface.h"
-#include "host/io/file.h"
 #include "sowfield/model/sampleorder.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "sowfield/proxy/moksetlayout.h"

@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <set>
 
-#include "host/io/file.h"
-#include "host/io/scenefile.h"
+#include "host/files/file.h"
+#include "host/scenefile/scenefile.h"
 #include "sowfield/model/invariants.h"
 #include "sowfield/model/repair.h"
 #include "studio/steps/steps.h"

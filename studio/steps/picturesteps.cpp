@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "host/io/png.h"
+#include "host/files/png.h"
 #include "host/viewport/picture.h"
 #include "host/viewport/scenedrawing.h"
 #include "sowfield/model/placement.h"

@@ -1,6 +1,6 @@
 #include <fmt/format.h>
 
-#include "host/io/modelfiles.h"
+#include "host/import/modelfiles.h"
 #include "sowfield/objects/proxylife.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "studio/steps/steps.h"

@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "host/io/import.h"
-#include "host/io/scenefile.h"
+#include "host/import/import.h"
 #include "host/math/elementary.h"
 #include "host/scene/camera.h"
 #include "host/scene/join.h"
@@ -12,6 +11,7 @@
 #include "host/scene/primitives.h"
 #include "host/scene/shape.h"
 #include "host/scene/texmap.h"
+#include "host/scenefile/scenefile.h"
 #include "studio/steps/steps.h"
 #include "studio/steps/views.h"
 

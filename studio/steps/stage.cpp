@@ -7,7 +7,7 @@
 #include <ostream>
 #include <set>
 
-#include "host/io/file.h"
+#include "host/files/file.h"
 #include "sowfield/model/classids.h"
 #include "sowfield/plugin/editcontext.h"
 #include "sowfield/plugin/entry.h"

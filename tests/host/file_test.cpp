@@ -1,4 +1,4 @@
-#include "host/io/file.h"
+#include "host/files/file.h"
 
 #include <fcntl.h>
 #include <grp.h>
@@ -22,10 +22,10 @@
 #include <random>
 #include <thread>
 
+#include "host/files/png.h"
 #include "host/host.h"
-#include "host/io/png.h"
-#include "host/io/scenefile.h"
 #include "host/scene/triobject.h"
+#include "host/scenefile/scenefile.h"
 #include "tests/host/sealed.h"
 #include "tests/host/tempfolder.h"
 

@@ -1,4 +1,4 @@
-#include "host/io/import.h"
+#include "host/import/import.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -11,11 +11,11 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "host/exchange/planstream.h"
+#include "host/files/png.h"
 #include "host/host.h"
-#include "host/io/modelfiles.h"
-#include "host/io/modelreader.h"
-#include "host/io/planstream.h"
-#include "host/io/png.h"
+#include "host/import/modelfiles.h"
+#include "host/import/modelreader.h"
 #include "host/scene/camera.h"
 #include "host/scene/mtl.h"
 #include "host/scene/triobject.h"

@@ -3,9 +3,9 @@
 #include <cmath>
 #include <limits>
 
-#include "host/io/import.h"
-#include "host/io/scenefile.h"
+#include "host/import/import.h"
 #include "host/scene/animatedmesh.h"
+#include "host/scenefile/scenefile.h"
 #include "tests/host/apart.h"
 #include "tests/host/extras.h"
 #include "tests/host/proxies.h"

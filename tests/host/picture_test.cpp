@@ -9,8 +9,8 @@
 #include <random>
 #include <string>
 
-#include "host/io/file.h"
-#include "host/io/png.h"
+#include "host/files/file.h"
+#include "host/files/png.h"
 #include "host/scene/mtl.h"
 #include "host/viewport/graphicswindow.h"
 #include "host/viewport/scenedrawing.h"

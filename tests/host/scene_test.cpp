@@ -11,13 +11,13 @@
 #include <random>
 
 #include "host/host.h"
-#include "host/io/scenefile.h"
 #include "host/math/wstr.h"
 #include "host/scene/camera.h"
 #include "host/scene/mesh.h"
 #include "host/scene/primitives.h"
 #include "host/scene/proxyobjects.h"
 #include "host/scene/shape.h"
+#include "host/scenefile/scenefile.h"
 #include "host/viewport/picture.h"
 #include "host/viewport/scenedrawing.h"
 #include "tests/host/apart.h"

@@ -1,4 +1,4 @@
-#include "host/io/scenefile.h"
+#include "host/scenefile/scenefile.h"
 
 #include <cstring>
 #include <nlohmann/json.hpp>

@@ -3,8 +3,8 @@
 #include <cstring>
 #include <string>
 
-#include "host/io/glb.h"
-#include "host/io/scenevalues.h"
+#include "host/gltf/glb.h"
+#include "host/scenefile/scenevalues.h"
 
 /// A scene's text with its checksum set right.
 inline std::string Sealed(std::string text) {

@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "host/host.h"
-#include "host/io/scenefile.h"
 #include "host/scene/camera.h"
 #include "host/scene/primitives.h"
 #include "host/scene/triobject.h"
+#include "host/scenefile/scenefile.h"
 #include "sowfield/model/invariants.h"
 #include "sowfield/objects/typelist.h"
 #include "sowfield/plugin/editcontext.h"

@@ -12,7 +12,7 @@
 #include <numeric>
 #include <set>
 
-#include "host/io/scenefile.h"
+#include "host/scenefile/scenefile.h"
 #include "sowfield/objects/proxylife.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "tests/sowfield/paint_fixture.h"

@@ -1,4 +1,4 @@
-#include "studio/cli.h"
+#include "studio/commands/cli.h"
 
 #include "tests/studio/jobfixture.h"
 

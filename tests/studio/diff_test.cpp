@@ -3,8 +3,8 @@
 #include <limits>
 #include <random>
 
-#include "studio/align.h"
-#include "studio/scenediff.h"
+#include "studio/diff/align.h"
+#include "studio/diff/scenediff.h"
 #include "tests/studio/jobfixture.h"
 
 namespace studio {

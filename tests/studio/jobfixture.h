@@ -10,9 +10,9 @@
 #include <sstream>
 #include <string>
 
-#include "host/io/scenefile.h"
-#include "studio/cli.h"
-#include "studio/run.h"
+#include "host/scenefile/scenefile.h"
+#include "studio/commands/cli.h"
+#include "studio/commands/run.h"
 #include "studio/steps/stage.h"
 
 namespace studio {

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "host/exchange/importplan.h"
+
+namespace host {
+
+/// What follows the last slash or backslash.
+std::string BaseNameOf(const std::string& path);
+/// In lower case, with its dot; empty without one. A to Z alone are changed.
+std::string ExtensionOf(const std::string& path);
+/// A relative path as an URI (RFC 3986, section 2): all but letters, digits and -_.~/ is encoded.
+std::string UriOf(const std::string& path);
+
+/// Finds what a model names. Files come from other machines: their paths are seldom true here.
+class ModelFolder {
+ public:
+  /// Empty for a model in memory: nothing is found.
+  explicit ModelFolder(std::string folder) : folder_(std::move(folder)) {}
+  /// The path of a file: as written, relative to the model's folder and with either slash; else by
+  /// its base name, ignoring case, in the model's folder, then in the folders there that are called
+  /// texture(s), map(s), image(s), picture(s), material(s) or tex, one level deep. Names that lead
+  /// out of the folder are taken as written only with `mayLeave`, absolute ones never. Empty if
+  /// there is none.
+  std::string Find(const std::string& name, bool mayLeave);
+
+ private:
+  void List();
+  std::string folder_;
+  bool listed_ = false;
+  std::map<std::string, std::string> byName_;  // lower case
+};
+
+/// Collects the pictures of a plan, each once.
+class PictureList {
+ public:
+  PictureList(ModelFolder& folder, ImportPlan& plan) : folder_(folder), plan_(plan) {}
+  /// Both give the index into the plan's images. A picture that isn't there or whose header can't
+  /// be read is -1 and a warning.
+  int FromFile(const std::string& name);
+  int FromBytes(const std::string& name, std::vector<std::byte> bytes);
+
+ private:
+  int Add(const std::string& name, const std::string& path, std::vector<std::byte> bytes);
+  int Refuse(const std::string& name, const std::string& reason);
+  ModelFolder& folder_;
+  ImportPlan& plan_;
+  std::map<std::string, int> byName_;
+};
+
+}  // namespace host

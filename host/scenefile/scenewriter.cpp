@@ -1,0 +1,242 @@
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+
+#include "host/gltf/sceneviewer.h"
+#include "host/interface.h"
+#include "host/scene/node.h"
+#include "host/scenefile/sceneclasses.h"
+#include "host/scenefile/scenecontainer.h"
+#include "host/scenefile/scenefile.h"
+#include "host/scenefile/scenerings.h"
+
+namespace host {
+
+using nlohmann::json;
+
+namespace {
+
+std::vector<INode*> NodesOf(const ReferenceTarget& object) {
+  std::vector<INode*> nodes;
+  for (ReferenceTarget* d : object.Dependents())
+    if (d->SuperClassID() == BASENODE_CLASS_ID)
+      if (auto* node = static_cast<INode*>(d); node->InScene() && node->GetObjectRef() == &object)
+        nodes.push_back(node);
+  return nodes;
+}
+
+json NodeValue(SceneOut& out, INode& node) {
+  json value = {{"id", out.Id(&node)},
+                {"name", ToUtf8(node.GetName())},
+                {"wire", HexValue(node.GetWireColor())},
+                {"hidden", node.IsHidden()},
+                {"renderable", node.Renderable()},
+                {"matrix", MatrixValue(StillMatrixOf(node))},
+                {"offset", MatrixValue(node.GetObjectOffset())}};
+  if (!node.GetParentNode()->IsRootNode()) value["parent"] = out.Ref(node.GetParentNode());
+  if (node.GetLayer()) value["layer"] = ToUtf8(node.GetLayer()->GetName());
+  // The object's own description names its nodes, in the order in which they came to show it.
+  out.Ref(node.GetObjectRef());
+  if (node.GetMtl()) value["material"] = out.Ref(node.GetMtl());
+  if (ReferenceTarget* control = node.GetReference(INode::kTMRef))
+    value["control"] = out.Ref(control);
+  return value;
+}
+
+// What a thing is called in messages.
+std::string LabelOf(const ReferenceTarget& thing) {
+  WStr name;
+  thing.GetClassName(name);
+  std::string label = "\"" + ToUtf8(name) + "\"";
+  if (const std::vector<INode*> nodes = NodesOf(thing); !nodes.empty())
+    label += " of the node \"" + ToUtf8(nodes.front()->GetName()) + "\"";
+  return label;
+}
+
+json ThingValue(SceneOut& out, ReferenceTarget& thing) {
+  WStr name;
+  thing.GetClassName(name);
+  json value;
+  if (const auto* unknown = dynamic_cast<const UnknownThing*>(&thing)) {
+    value = out.Kept(*unknown->kept);
+  } else {
+    value = {{"super", HexValue(thing.SuperClassID())},
+             {"class", ClassValue(thing.ClassID())},
+             {"className", ToUtf8(name)}};
+    if (const SceneClass* known = FindSceneClass(thing.SuperClassID(), thing.ClassID())) {
+      value["data"] = known->write(out, thing);
+    } else {
+      value.update(PluginValue(out, thing));
+    }
+  }
+  value["id"] = out.Id(&thing);
+  if (dynamic_cast<Object*>(&thing)) {
+    json nodes = json::array();
+    for (const INode* n : NodesOf(thing)) nodes.push_back(json{{"ref", out.Id(n)}});
+    value["nodes"] = std::move(nodes);
+  }
+  return value;
+}
+
+json SceneValue(Interface& ip, SceneOut& out, const std::vector<INode*>& nodes) {
+  ILayerManager& layers = ip.GetLayerManager();
+  json layerList = json::array();
+  for (const ILayer* l : layers.Layers())
+    layerList.push_back({{"name", ToUtf8(l->GetName())}, {"hidden", l->IsHidden()}});
+  json nodeList = json::array();
+  for (INode* n : nodes) nodeList.push_back(NodeValue(out, *n));
+  json selection = json::array();
+  for (INode* n : ip.GetScene().Selection()) selection.push_back(out.Ref(n));
+  const json renderer = out.Ref(ip.GetCurrentRenderer());
+  json things = json::array();
+  RingFinder rings;
+  while (ReferenceTarget* thing = out.NextThing()) {
+    try {
+      if (rings.FirstBad(thing)) throw SceneFault("it lies within itself, or too deep");
+      things.push_back(ThingValue(out, *thing));
+    } catch (const SceneFault& f) {
+      throw SceneFault(LabelOf(*thing) + ": " + f.what());
+    }
+  }
+  const Interval& range = ip.GetAnimRange();
+  return {
+      {"version", kSceneVersion},
+      {"jsonCrc", "00000000"},
+      {"units", {{"type", int(ip.MasterUnitType())}, {"scale", FloatValue(ip.MasterUnitScale())}}},
+      {"range", {range.Start(), range.End()}},
+      {"time", ip.GetTime()},
+      {"layers", std::move(layerList)},
+      {"currentLayer", ToUtf8(layers.GetCurrentLayer()->GetName())},
+      {"nodes", std::move(nodeList)},
+      {"selection", std::move(selection)},
+      {"renderer", renderer},
+      {"things", std::move(things)}};
+}
+
+void AddBuffers(json& root, const BinaryParts& parts) {
+  if (parts.Size() == 0) return;
+  json views = json::array();
+  for (const BinaryParts::Part& p : parts.All()) {
+    json view = {{"buffer", 0}, {"byteOffset", p.offset}, {"byteLength", p.size}};
+    if (p.target != 0) view["target"] = p.target;
+    views.push_back(std::move(view));
+  }
+  root["bufferViews"] = std::move(views);
+  root["buffers"] = {{{"byteLength", parts.Size()}}};
+}
+
+// The text's own checksum is taken with zeros in its place.
+void Seal(std::string& text) {
+  const std::string crc = CrcText(Crc32c(std::as_bytes(std::span(text))));
+  text.replace(text.find(kCrcMark) + kCrcMark.size(), crc.size(), crc);
+}
+
+std::string OpenText(const json& root) {
+  std::string text = root.dump();
+  while (text.size() % 4 != 0) text += ' ';
+  return text;
+}
+
+void CheckDepth(const std::vector<INode*>& nodes) {
+  for (const INode* node : nodes) {
+    int depth = 0;
+    for (const INode* n = node; !n->IsRootNode(); n = n->GetParentNode()) ++depth;
+    if (depth > kDeepestSceneNode)
+      throw SceneFault("the node \"" + ToUtf8(node->GetName()) + "\" lies deeper than " +
+                       std::to_string(kDeepestSceneNode) + " nodes");
+  }
+}
+
+// Composes the description and hands it to `write`, which tells its failures itself or throws them.
+bool Compose(Interface& ip, const std::string& path, std::string& error,
+             const std::function<bool(json&, const BinaryParts&)>& write) {
+  const auto fail = [&](const std::string& why) {
+    error = "cannot save \"" + path + "\": " + why;
+    return false;
+  };
+  if (theHold.Holding() || theHold.RestoreOrRedoing() != 0) return fail("an undo step is open");
+  try {
+    const std::vector<INode*> nodes = ip.GetScene().AllNodes();
+    CheckDepth(nodes);
+    BinaryParts parts;
+    SceneOut out(parts, nodes);
+    json root = {{"asset", {{"version", "2.0"}, {"generator", "Sowfield"}}},
+                 {"extensionsUsed", {kSceneExtension}}};
+    root["extensions"][kSceneExtension] = SceneValue(ip, out, nodes);
+    AddViewerScene(ip, nodes, path, parts, root);
+    AddBuffers(root, parts);
+    return write(root, parts);
+  } catch (const SceneFault& f) {
+    return fail(f.what());
+  } catch (const std::bad_alloc&) {
+    return fail("there isn't enough memory");
+  }
+}
+
+constexpr const char* kTableChanged = "a table changed its size";
+
+bool WriteOne(const std::string& path, std::string text, const BinaryParts& parts, bool backup,
+              std::string& error) {
+  RemoveLeftovers(path);
+  SafeFile file(path);
+  const auto sink = [&](std::span<const std::byte> bytes) { return file.Write(bytes); };
+  Seal(text);
+  if (file.Open() && WriteGlb(text, parts, sink) && file.Commit(backup)) return true;
+  error = file.Error();
+  if (error.empty()) throw SceneFault(kTableChanged);
+  return false;
+}
+
+// What the user named makes way for the scene; what he didn't name does so if it is a scene.
+void CheckFree(const std::string& path) {
+  std::error_code code;
+  if (std::filesystem::exists(path, code) && !LooksLikeScene(path))
+    throw SceneFault("it is too large for a .glb, and \"" + path +
+                     "\", where it would lie, is no scene");
+}
+
+}  // namespace
+
+bool SaveScene(Interface& ip, const std::string& path, const SaveOptions& options,
+               std::string& error, SavedScene* saved) {
+  SavedScene result{path, 0};
+  const auto write = [&](json& root, const BinaryParts& parts) {
+    const size_t most = std::min(options.mostGlbBytes, kMostGlbBytes);
+    if (!IsPairPath(path)) {
+      std::string text = OpenText(root);
+      result.bytes = GlbSize(text, parts);
+      if (result.bytes <= most)
+        return WriteOne(path, std::move(text), parts, options.backup, error);
+      result.path = PairPathFor(path);
+      CheckFree(result.path);
+    }
+    if (parts.Size() > 0) root["buffers"][0]["uri"] = PairUriFor(result.path);
+    return WritePair(result.path, OpenText(root), parts, options.backup, Seal, result.bytes, error);
+  };
+  const bool done = Compose(ip, path, error, write);
+  if (done && saved) *saved = result;
+  return done;
+}
+
+bool SaveSceneBytes(Interface& ip, const std::string& path, std::vector<std::byte>& bytes,
+                    std::string& error) {
+  return Compose(ip, path, error, [&](json& root, const BinaryParts& parts) {
+    std::string text = OpenText(root);
+    const size_t size = GlbSize(text, parts);
+    if (size > kMostGlbBytes)
+      throw SceneFault("it would have " + std::to_string(size) + " bytes, more than a .glb can " +
+                       "hold (" + std::to_string(kMostGlbBytes) + ")");
+    std::vector<std::byte> written;
+    written.reserve(size);
+    Seal(text);
+    const bool whole = WriteGlb(text, parts, [&](std::span<const std::byte> piece) {
+      written.insert(written.end(), piece.begin(), piece.end());
+      return true;
+    });
+    if (!whole) throw SceneFault(kTableChanged);
+    bytes = std::move(written);
+    return true;
+  });
+}
+
+}  // namespace host

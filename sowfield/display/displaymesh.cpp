@@ -257,8 +257,9 @@ void DisplayBuilder::Build(TimeValue t, Mesh& mesh) {
     mesh.setNumFaces(0);
   }
   INode* own = d_.OwnNode();
-  if (!IsLightMode(d_.block->GetInt(Display_Mode, t)) && own && d_.TypeCount() > 0)
-    Placements(d_, t).WriteTo(mesh, Inverse(own->GetNodeTM(t)));
+  const bool heavy = !IsLightMode(d_.block->GetInt(Display_Mode, t)) && d_.TypeCount() > 0;
+  if (heavy && own) Placements(d_, t).WriteTo(mesh, Inverse(own->GetNodeTM(t)));
+  waitsForNode_ = heavy && !own;
   mesh.InvalidateGeomCache();
   mesh.InvalidateTopologyCache();
   ++builds_;

@@ -15,6 +15,9 @@ class DisplayBuilder {
 
   /// Fills `mesh` for t.
   void Build(TimeValue t, Mesh& mesh);
+  /// Whether the last build left placements out for want of a node: their place in the object's own
+  /// space comes from it. Deletion and its undo give and take nodes without a word to the object.
+  bool WaitsForNode() const { return waitsForNode_; }
 
  private:
   bool ShowsLogo() const;
@@ -23,6 +26,7 @@ class DisplayBuilder {
   Distribution& d_;
   unsigned builds_ = 0;  // finished ones, so that an outer build notices an inner one
   TimeValue lastBuilt_ = 0;
+  bool waitsForNode_ = false;
 };
 
 }  // namespace sowfield

@@ -124,7 +124,8 @@ TypeData DataOfVRayProxy(Distribution& d, const TypeRef& type) {
 TypeData FreshData(Distribution& d, const TypeRef& type) {
   if (type.kind == kFromVRayProxy) return DataOfVRayProxy(d, type);
   if (type.kind == kFromFile) {
-    const MoksetInfo info = ReadMoksetInfo(FileOf(d, type));
+    Mesh mesh;  // a file whose faces can't be read shows nothing: what it tells is no use
+    const MoksetInfo info = ReadMoksetFile(FileOf(d, type), mesh);
     return info.generation < 1 || info.fault ? StoredData(d, type.type) : DataOfFile(info);
   }
   INode* node = d.SourceNode(type);

@@ -137,7 +137,9 @@ void Sowfield::RefreshObject() {
 }
 
 void Sowfield::UpdateMesh(TimeValue t) {
-  if (distribution.ListReady() || refreshing_) SimpleObject2::UpdateMesh(t);
+  if (!distribution.ListReady() && !refreshing_) return;
+  if (builder_.WaitsForNode() && OwnNode()) ivalid.SetEmpty();
+  SimpleObject2::UpdateMesh(t);
 }
 
 void Sowfield::BuildMesh(TimeValue t) {

@@ -143,7 +143,8 @@ std::string TimesM(const std::string& field, std::int64_t multiplier) {
 
 std::string OfFace(const char* field, size_t i) { return field + std::to_string(i); }
 
-/// Undoes M. `most` is the largest value; products above `exact` needn't be multiples.
+/// Undoes M by plain division: a product needn't be a multiple of it. `most` is the largest value;
+/// writers make only multiples up to `exact`.
 struct Divider {
   std::int64_t multiplier, most, exact = INT_MAX;
 
@@ -152,17 +153,16 @@ struct Divider {
   }
   bool Undo(std::int64_t product, std::int64_t mostProduct, std::uint32_t& value) const {
     if (product < 0 || product > mostProduct) return false;
-    const auto whole = std::uint32_t(product), m = std::uint32_t(multiplier);
-    value = whole / m;
-    return value * m == whole || product > exact;
+    value = std::uint32_t(product) / std::uint32_t(multiplier);
+    return true;
   }
   /// The fault of a product that Undo refused.
   [[noreturn]] void Refuse(std::uint64_t offset, const std::string& field,
                            std::int64_t product) const {
-    const std::string times = TimesM(field, multiplier);
-    if (product < 0 || product > MostProduct())
-      FailRange(offset, times, product, 0, most * multiplier);
-    Fail(offset, times + " is " + std::to_string(product) + ", which isn't a multiple of it");
+    FailRange(offset, TimesM(field, multiplier), product, 0, most * multiplier);
+  }
+  bool IsWritten(std::int64_t product) const {
+    return product % multiplier == 0 || product > exact;
   }
   std::uint32_t Checked(std::uint64_t offset, const std::string& field,
                         std::int64_t product) const {
@@ -223,7 +223,7 @@ class Reader {
     mesh.InvalidateTopologyCache();
   }
 
-  /// What a reader lets pass but no writer makes, after ReadMesh.
+  /// What a reader lets pass but no writer makes, in the order of the file; after ReadMesh.
   std::vector<MoksetFault> Oddities(const Mesh& mesh) {
     if (info_.vertices > 0) CheckBox(mesh.getBoundingBox());
     if (layout_.hasUnit && (info_.unit < 0 || info_.unit >= kMoksetUnits))
@@ -233,10 +233,12 @@ class Reader {
       Odd(samplesAt_ - 8, "the multiplier is " + Text(info_.multiplier) + ", expected 1 to " +
                               Text(kMostMultiplier));
     CheckSamples();
-    if (info_.generation == 3) CheckEdges();
+    CheckFaces();
     if (info_.end < info_.bytes)
       Odd(info_.end,
           Text(info_.bytes - info_.end) + " bytes follow the end of the mesh, expected 0");
+    std::stable_sort(oddities_.begin(), oddities_.end(),
+                     [](const auto& a, const auto& b) { return a.offset < b.offset; });
     return std::move(oddities_);
   }
 
@@ -272,9 +274,10 @@ class Reader {
   int ProductCount(std::uint64_t at, const char* field, std::int64_t product, std::uint64_t room) {
     const std::int64_t m = info_.multiplier;
     room = std::min<std::uint64_t>(room, INT_MAX / std::uint64_t(m));
-    if (product < 0 || product > std::int64_t(room) * m)
+    if (product < 0 || product / m > std::int64_t(room))
       FailRoom(at, TimesM(field, m), product, room * std::uint64_t(m));
-    if (product % m != 0) Divider{m, INT_MAX}.Refuse(at, field, product);
+    if (const Divider count{m, INT_MAX}; !count.IsWritten(product))
+      OddProduct(count, at, field, product);
     return int(product / m);
   }
 
@@ -287,11 +290,14 @@ class Reader {
     std::vector<std::byte> bytes(size_t(count) * layout_.sampleBytes);
     file_.Read(entries, bytes.data(), bytes.size(), "the samples");
     const Divider divider{info_.multiplier, info_.vertices - 1};
+    bool odd = false;
     for (size_t i = 0; i < size_t(count); ++i) {
       const size_t in = i * layout_.sampleBytes;
       const std::int64_t product = layout_.sampleBytes == 8 ? At<std::int64_t>(bytes.data(), in)
                                                             : At<std::int32_t>(bytes.data(), in);
       samples_.push_back(divider.Checked(entries + in, OfFace("sample ", i), product));
+      if (!odd && !divider.IsWritten(product))
+        odd = OddProduct(divider, entries + in, OfFace("sample ", i), product);
     }
     return entries + bytes.size();
   }
@@ -324,11 +330,14 @@ class Reader {
     }
   }
 
+  Divider OfVertices() const {
+    return {info_.multiplier, info_.vertices - 1, info_.generation == 3 ? INT_MAX : kFloatExact};
+  }
+  Divider OfMaterials() const { return {info_.multiplier, std::numeric_limits<MtlID>::max()}; }
+
   template <class Decode>
   void ReadFaces(Mesh& mesh, const Decode& decode) {
-    const Divider vertex{info_.multiplier, info_.vertices - 1,
-                         info_.generation == 3 ? INT_MAX : kFloatExact};
-    const Divider material{info_.multiplier, std::numeric_limits<MtlID>::max()};
+    const Divider vertex = OfVertices(), material = OfMaterials();
     const std::int64_t mostVertex = vertex.MostProduct(), mostMaterial = material.MostProduct();
     const auto use = [&](const std::byte* record, size_t i) {
       const RawFace raw = decode(record);
@@ -347,16 +356,17 @@ class Reader {
     EachEntry(facesAt_, mesh.faces.size(), layout_.faceBytes, "the faces", use);
   }
 
+  static constexpr const char* kCorners[] = {"vertex a of face ", "vertex b of face ",
+                                             "vertex c of face "};
+  static constexpr const char* kMaterial = "the material id of face ";
+
   [[noreturn]] void FailFace(const RawFace& raw, size_t i, const Divider& vertex,
                              const Divider& material) const {
-    static constexpr const char* kCorners[] = {"vertex a of face ", "vertex b of face ",
-                                               "vertex c of face "};
     const std::uint64_t at = facesAt_ + std::uint64_t(i) * layout_.faceBytes;
     const std::uint32_t indexBytes = info_.generation == 3 ? 8 : 4;
     for (unsigned k = 0; k < 3; ++k)
       vertex.Checked(at + k * indexBytes, OfFace(kCorners[k], i), raw.vertex[k]);
-    material.Refuse(at + layout_.faceBytes - 4, OfFace("the material id of face ", i),
-                    raw.material);
+    material.Refuse(at + layout_.faceBytes - 4, OfFace(kMaterial, i), raw.material);
   }
 
   void ReadTexture(Mesh& mesh) {
@@ -382,6 +392,14 @@ class Reader {
 
   void Odd(std::uint64_t offset, std::string text) {
     oddities_.push_back({offset, std::move(text)});
+  }
+
+  // Notes a product that no writer makes.
+  bool OddProduct(const Divider& divider, std::uint64_t at, const std::string& field,
+                  std::int64_t product) {
+    Odd(at,
+        TimesM(field, divider.multiplier) + " is " + Text(product) + ", expected a multiple of it");
+    return true;
   }
 
   void CheckBox(const Box3& mesh) {
@@ -412,21 +430,35 @@ class Reader {
     }
   }
 
-  // Before generation 3 any float but 0 makes an edge visible.
-  void CheckEdges() {
-    bool found = false;
+  // The first product and the first edge that are odd. Before generation 3 any float but 0 makes an
+  // edge visible. A smoothing mask's product may have wrapped round when it was written.
+  void CheckFaces() {
+    const bool wide = info_.generation == 3;
+    const Divider vertex = OfVertices(), material = OfMaterials();
+    bool oddEdge = !wide, oddProduct = info_.multiplier == 1;
     const auto use = [&](const std::byte* record, size_t i) {
-      for (size_t k = 0; k < 3 && !found; ++k) {
-        const auto value = At<std::int32_t>(record, 24 + 4 * k);
-        const int bit = 1 << k;
-        if (value == 0 || value == bit) continue;
-        found = true;
-        Odd(facesAt_ + i * layout_.faceBytes + 24 + 4 * k,
-            std::string("edge ") + "abc"[k] + " of face " + Text(i) + " is " + Text(value) +
-                ", expected 0 or " + Text(bit));
-      }
+      const std::uint64_t at = facesAt_ + i * layout_.faceBytes;
+      for (size_t k = 0; k < 3 && !oddEdge; ++k) oddEdge = CheckEdge(record, at, i, k);
+      if (oddProduct) return;
+      const RawFace raw = wide ? WideFace(record) : NarrowFace(record);
+      for (size_t k = 0; k < 3 && !oddProduct; ++k)
+        if (!vertex.IsWritten(raw.vertex[k]))
+          oddProduct =
+              OddProduct(vertex, at + k * (wide ? 8 : 4), OfFace(kCorners[k], i), raw.vertex[k]);
+      if (!oddProduct && !material.IsWritten(raw.material))
+        oddProduct =
+            OddProduct(material, at + layout_.faceBytes - 4, OfFace(kMaterial, i), raw.material);
     };
     EachEntry(facesAt_, size_t(info_.faces), layout_.faceBytes, "the faces", use);
+  }
+
+  bool CheckEdge(const std::byte* record, std::uint64_t at, size_t i, size_t k) {
+    const auto value = At<std::int32_t>(record, 24 + 4 * k);
+    const int bit = 1 << k;
+    if (value == 0 || value == bit) return false;
+    Odd(at + 24 + 4 * k, std::string("edge ") + "abc"[k] + " of face " + Text(i) + " is " +
+                             Text(value) + ", expected 0 or " + Text(bit));
+    return true;
   }
 
   Source& file_;

@@ -82,17 +82,23 @@ int Fail(const Streams& to, const std::string& file, const MoksetFault& fault) {
 
 // A file of another kind altogether is taken for one of the first generation.
 MoksetFault WithHint(MoksetFault fault, int generation) {
-  if (generation == 1) fault.text += " (it has no Mokset mark, so it was read as generation 1)";
+  if (fault && generation == 1)
+    fault.text += " (it has no Mokset mark, so it was read as generation 1)";
   return fault;
 }
 
 int ShowInfo(const Streams& to, const std::string& file) {
   const MoksetInfo info = sowfield::ReadMoksetInfo(FromUtf8(file));
   if (info.fault) return Fail(to, file, WithHint(info.fault, info.generation));
+  // The head may be sound where the mesh isn't.
+  Mesh mesh;
+  const MoksetFault ofMesh =
+      WithHint(sowfield::ReadMoksetFile(FromUtf8(file), mesh).fault, info.generation);
+  if (ofMesh) to.err << file << ": " << TextOf(ofMesh) << '\n';
   const Unit* unit = UnitOf(info);
   JsonOut json;
   json.BeginObject().Key("file").Text(file);
-  PutFault(json, info.fault);
+  PutFault(json, ofMesh);
   PutCounts(json, info);
   const Point3 &low = info.box.Min(), &high = info.box.Max();
   json.Key("box");
@@ -120,7 +126,7 @@ int ShowInfo(const Streams& to, const std::string& file) {
   row("multiplier", info.generation == 1 ? "none" : std::to_string(info.multiplier));
   row("unit", unit ? unit->name : "not told");
   Tell(to, json, text);
-  return 0;
+  return ofMesh ? 1 : 0;
 }
 
 int Verify(const Streams& to, std::span<const std::string> files) {
@@ -262,7 +268,7 @@ MoksetCommand::MoksetCommand(CLI::App& app)
     one->add_flag("--json", json_, "print one JSON document");
     return one;
   };
-  info_ = add("info", "Tells what a file holds, without reading its faces");
+  info_ = add("info", "Tells what a file holds and whether it can be read");
   info_->add_option("file", file_, "the Mokset file")->required();
   verify_ = add("verify", "Reads files whole and tells what is wrong with them");
   verify_->add_option("files", files_, "the Mokset files")->required();

@@ -132,6 +132,22 @@ TEST_F(MoksetFiles, TakesWhatItsWriterRoundedOrWrapped) {
   small.faces[0].smGroup = 1u << 30;
   ReadBytes(FileOf(3, small, 3, {}), &read);
   EXPECT_EQ(read.faces.at(0).smGroup, std::uint32_t(-(1 << 30) / 3));
+  // Times 7, with six more: divided plainly, but told by a check. 5 + 3 points, 5 samples.
+  std::string odd = FileOf(3, Small(), 7, {3, 0, 4, 1, 2}), told;
+  const std::string sound = odd;
+  const std::tuple<size_t, int, const char*> sums[] = {{151, 5, "the number of samples"},
+                                                       {155, 3, "sample 0"},
+                                                       {467, 3, "the number of faces"},
+                                                       {475, 0, "vertex a of face 0"}};
+  for (const auto& [at, value, field] : sums) {
+    odd[at] = char(value * 7 + 6);
+    told += std::to_string(at) + ": " + field + " times 7 is " + std::to_string(value * 7 + 6) +
+            ", expected a multiple of it\n";
+  }
+  const MoksetInfo info = ReadBytes(odd, &read);
+  EXPECT_TRUE(!info.fault && BytesOf(read) == BytesOf(Small())) << info.fault.text;
+  EXPECT_EQ(info.samples, ReadBytes(sound, nullptr).samples);
+  EXPECT_EQ(Checked(odd), told);
 }
 
 TEST_F(MoksetFiles, TheVersionIsReadFromTheFirstLine) {

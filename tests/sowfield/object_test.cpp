@@ -133,6 +133,18 @@ TEST(NodeDeletion, OfSeveralTakesTheirTypesAndPlacementsAlong) {
   EXPECT_TRUE(nodes[1]->InScene() && s.object->mesh.getNumVerts() == 786 + 10 * 4);
 }
 
+TEST(NodeDeletion, UndoneShowsThePlacementsAgainBehindTheirSource) {
+  SowfieldScene s;
+  INode* source = s.AddBox(L"a", 1, 1, 1);
+  s.AddAsType(source), s.AppendPlacements({{{1, 2, 3}}, {{4, 5, 6}}}), s.Set(Display_Mode, 6);
+  // The source comes back while the object has no node, the node without a message.
+  for (INode* gone : {s.node, source}) s.host.Services().DeleteNode(gone, true, false);
+  s.Undo().Undo(), s.object->UpdateMesh(0);
+  EXPECT_EQ(s.object->mesh.getNumVerts(), 786);
+  s.Undo().Undo(), s.object->UpdateMesh(0);
+  EXPECT_EQ(s.object->mesh.getNumVerts(), 786 + 2 * 8);
+}
+
 TEST(InitNewObject, SetsUpNodeMaterialAndLayer) {
   SowfieldScene s;
   bool mine = false;

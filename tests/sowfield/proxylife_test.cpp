@@ -113,6 +113,13 @@ TEST_F(ProxyLife, MissingAndBrokenFilesChangeNothing) {
   UpdateAllTypes(D());
   EXPECT_EQ(Differences(before, TakeSnapshot(Block())), "Geo_Points") << "drawn anew";
   EXPECT_EQ(Records(*this)[0].samples.size(), 8u) << "what was known of the file stays";
+  // The same of one whose head could be read: an index of its last face is beyond the vertices.
+  ASSERT_TRUE(PointTypeAtFile(D(), 0, Write("few.Vorn", BoxMeshOf(1, 2, 3))));
+  Mesh other = BoxMeshOf(5, 5, 5);
+  other.faces.back().v[2] = 99;
+  std::ofstream(folder / "few.Vorn", std::ios::binary) << FileOf(3, other, 1, {0, 1});
+  UpdateAllTypes(D());
+  EXPECT_TRUE(Records(*this)[0].high.x == 0.5f && Records(*this)[0].samples.size() == 8u);
 }
 
 TEST_F(ProxyLife, PathsHaveEitherSeparatorAndAreToldToTheHost) {

@@ -72,6 +72,7 @@ float LeastBrush(const std::vector<TypeRecord>& types) {
 class Machine {
  public:
   explicit Machine(const fs::path& folder) : folder_(folder), s_(0, PaintScene::kScripted) {
+    s_.Set(Display_Mode, 4);  // placements are part of the mesh
     FillPool();
     for (int i = 0; i < 2; ++i) {
       files_.push_back((folder_ / ("loaded" + std::to_string(i) + ".Vorn")).wstring());
@@ -395,7 +396,8 @@ class Machine {
     copies_.emplace_back(s_.AddNode(L"copy", copy));
     theHold.Accept(L"Clone");
     EXPECT_EQ(copy->distribution.rng, Generator()) << "it draws from the start";
-    EXPECT_GT(copy->mesh.getNumVerts(), 0);
+    copy->UpdateMesh(0);  // the logo and a pyramid for each placement
+    EXPECT_EQ(copy->mesh.getNumVerts(), 786 + 4 * int(model_.order.size()));
     EXPECT_EQ(Differences(TakeSnapshot(*copy->pblock2), TakeSnapshot(s_.Block())), "");
     step_ = true;
   }

@@ -51,6 +51,12 @@ TEST_F(Mokset, InfoTellsTheHead) {
     Run("info @"s + file + ".Vorn");
     EXPECT_TRUE(Says(out, "  box               "s + box + "\n"));
   }
+  // The last number of the file is a texture vertex of its last face, of 4.
+  const std::string whole = Read("roof.Vorn");
+  Write("broken.Vorn", std::string(whole).replace(whole.size() - 4, 1, "\x04"));
+  EXPECT_EQ(Run("info @broken.Vorn --json"), 1);
+  EXPECT_TRUE(json::parse(out)["ok"] == false && json::parse(out)["faces"] == 2) << out;
+  EXPECT_TRUE(Says(err, "a texture vertex of face 1 is 4, allowed are 0 to 3")) << err;
 }
 
 TEST_F(Mokset, VerifyNamesEachFaultWithItsPlace) {

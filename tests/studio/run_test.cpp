@@ -46,7 +46,7 @@ TEST_F(Program, TheExitStatusTellsUsageFromFailure) {
 // Each can be done and is listed, the document's second half is the table of them, and the example
 // of its first half runs.
 TEST_F(Program, StepsAreToldEverywhere) {
-  const auto path = std::filesystem::path(__FILE__).parent_path() / "../../docs/jobs.md";
+  const std::filesystem::path path = SOWFIELD_DOCS_DIR "/jobs.md";
   std::ifstream in(path);
   ASSERT_TRUE(in) << path;
   const std::string text{std::istreambuf_iterator<char>(in), {}}, tables = StepsAsMarkdown();

@@ -1,10 +1,44 @@
 #include "host/scene/mesh.h"
 
 #include <algorithm>
+#include <cassert>
+
+namespace {
+
+// Whoever is farther behind makes all anew.
+constexpr size_t kMostSplices = 4096;
+
+}  // namespace
 
 std::uint64_t Mesh::NextStamp() {
   static std::uint64_t last = 0;
   return ++last;
+}
+
+void Mesh::Restamp() {
+  stamp_ = NextStamp();
+  splices_.clear();
+  before_.clear();
+}
+
+void Mesh::Spliced(const MeshSplice& splice) {
+  assert(splice.verts.first + splice.verts.added <= verts.size());
+  assert(splice.faces.first + splice.faces.added <= faces.size());
+  if (splices_.size() >= kMostSplices) {
+    splices_.erase(splices_.begin(), splices_.begin() + kMostSplices / 2);
+    before_.erase(before_.begin(), before_.begin() + kMostSplices / 2);
+  }
+  splices_.push_back(splice);
+  before_.push_back(stamp_);
+  stamp_ = NextStamp();
+}
+
+std::optional<std::span<const MeshSplice>> Mesh::SplicesSince(std::uint64_t stamp) const {
+  if (stamp == stamp_) return std::span<const MeshSplice>();
+  const auto at = std::find(before_.rbegin(), before_.rend(), stamp);
+  if (at == before_.rend()) return std::nullopt;
+  const auto behind = size_t(at - before_.rbegin()) + 1;
+  return std::span(splices_).last(behind);
 }
 
 void Mesh::setNumVerts(int n, bool keep) {

@@ -2,6 +2,8 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,8 @@
 class GraphicsWindow;
 class Mtl;
 struct HitRegion;
+struct IPoint2;
+struct SnapInfo;
 
 using MtlID = std::uint16_t;
 
@@ -48,6 +52,18 @@ struct MeshMap {
   bool operator==(const MeshMap&) const = default;
 };
 
+/// A part of a mesh that has been put in the place of another: from `first` on, `removed` went and
+/// `added` came. Either may be none. What stood behind has moved up or down, the indices of its
+/// faces with its vertices.
+struct MeshSplice {
+  struct Run {
+    size_t first = 0, removed = 0, added = 0;
+    bool operator==(const Run&) const = default;
+  };
+  Run verts, faces;
+  bool operator==(const MeshSplice&) const = default;
+};
+
 /// A triangle mesh in object space.
 class Mesh {
  public:
@@ -82,12 +98,23 @@ class Mesh {
   /// any part of a face, from either side, else all of the faces. Hidden by nothing, and the same
   /// with and without a material or abortOnHit.
   int select(GraphicsWindow* gw, Mtl* material, HitRegion* region, int abortOnHit) const;
+  /// Looks for a vertex or a visible edge near the mouse at `p`, better than what `snap` holds, and
+  /// puts it there; 1 if one was found. `tm` leads to world space. Hidden by nothing.
+  int snap(GraphicsWindow* gw, SnapInfo* snap, const IPoint2* p, const Matrix3& tm) const;
 
   /// Tell that vertices or faces were written. Whoever keeps something made from a mesh compares
   /// Stamp: equal stamps mean equal content, also between copies.
-  void InvalidateGeomCache() { stamp_ = NextStamp(); }
-  void InvalidateTopologyCache() { stamp_ = NextStamp(); }
+  void InvalidateGeomCache() { Restamp(); }
+  void InvalidateTopologyCache() { Restamp(); }
   std::uint64_t Stamp() const { return stamp_; }
+  /// Tells, once it is done, that nothing but this has changed since the mesh got its stamp, and
+  /// gives it a new one; several in order where several parts went or came. A part shares no vertex
+  /// with any face outside of it. setNumVerts and setNumFaces may change all: to resize, write to
+  /// the tables themselves.
+  void Spliced(const MeshSplice& splice);
+  /// What has happened, in order, since the mesh had that stamp; nothing if it isn't known, and all
+  /// may be new.
+  std::optional<std::span<const MeshSplice>> SplicesSince(std::uint64_t stamp) const;
 
   /// Names the first thing that makes the mesh unusable: a coordinate that isn't finite, an index
   /// beyond the vertices, map faces that don't fit. Empty for a sound mesh.
@@ -99,7 +126,11 @@ class Mesh {
 
  private:
   static std::uint64_t NextStamp();
+  void Restamp();
   std::uint64_t stamp_ = NextStamp();
+  // The latest splices, and the stamp before each.
+  std::vector<MeshSplice> splices_;
+  std::vector<std::uint64_t> before_;
 };
 
 /// One normal per face corner (three a face, in face order): the mean of the area-weighted normals

@@ -13,6 +13,8 @@ class Object;
 class RenderItemContainer;
 class UpdateNodeContext;
 class ViewExp;
+struct IPoint2;
+struct SnapInfo;
 struct UpdateDisplayContext;
 enum HitType : int;
 
@@ -64,6 +66,9 @@ class Object : public ReferenceTarget {
   /// window or, for a rectangle, two. By default the evaluated mesh is tested.
   virtual int HitTest(TimeValue t, INode* node, HitType type, int crossing, int flags, IPoint2* p,
                       ViewExp* view);
+  /// Looks for a snap point near the mouse at `p`, better than what `snap` holds, and puts it
+  /// there; 1 if there is one. By default the evaluated mesh is asked, unless it is being created.
+  virtual int Snap(TimeValue t, INode* node, SnapInfo* snap, IPoint2* p, ViewExp* view);
 
   /// 1 if a ray meets the object's own surface, `at` along it; 0 also where the object leaves the
   /// answer to its mesh.

@@ -1,6 +1,7 @@
 #include "host/scene/shape.h"
 #include "host/scene/simpleobject.h"
 #include "host/viewport/renderitems.h"
+#include "host/viewport/snap.h"
 #include "host/viewport/viewexp.h"
 
 // How an object is drawn and picked that says nothing else about it, and how shapes are.
@@ -70,6 +71,15 @@ int Object::HitTest(TimeValue t, INode* node, HitType type, int crossing, int fl
                   return shown.mesh->select(&gw, node->GetMtl(), &region,
                                             flags & int(HIT_ABORTONHIT));
                 });
+}
+
+int Object::Snap(TimeValue t, INode* node, SnapInfo* snap, IPoint2* p, ViewExp* view) {
+  if (!view || !view->IsAlive()) return 0;
+  const auto* simple = dynamic_cast<SimpleObject2*>(this);
+  if (simple && simple->suspendSnap) return 0;
+  const EvaluatedMesh shown = ShownMesh(this, t);
+  const Matrix3 tm = node->GetObjectTM(t);
+  return shown ? shown.mesh->snap(view->getGW(), snap, p, tm) : 0;
 }
 
 int SplineShape::Display(TimeValue t, INode* node, ViewExp* view, int) {

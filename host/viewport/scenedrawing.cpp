@@ -57,4 +57,16 @@ std::vector<INode*> PickNodes(Interface& ip, ViewExp& view, HitType type, bool c
   return hit;
 }
 
+int SnapNodes(Interface& ip, ViewExp& view, const IPoint2& p, SnapInfo& snap) {
+  int found = 0;
+  if (!view.IsAlive()) return found;
+  IPoint2 at = p;
+  for (const Pin<INode>& node : VisibleNodes(ip)) {
+    Object* object = node->EvalWorldState(ip.GetTime()).obj;
+    if (object && IsFiniteMatrix(node->GetObjectTM(ip.GetTime())))
+      found |= object->Snap(ip.GetTime(), node.get(), &snap, &at, &view);
+  }
+  return found;
+}
+
 }  // namespace host

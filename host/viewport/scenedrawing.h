@@ -7,6 +7,7 @@
 class Interface;
 class ViewExp;
 enum HitType : int;
+struct SnapInfo;
 
 namespace host {
 
@@ -27,5 +28,9 @@ std::vector<ShownNode> ShowNodes(Interface& ip, ViewExp& view, TimeValue t);
 /// `p[0]`, or in the rectangle of `p[0]` and `p[1]`. Objects are asked as they were last drawn.
 std::vector<INode*> PickNodes(Interface& ip, ViewExp& view, HitType type, bool crossing,
                               const IPoint2* p);
+
+/// The snap point of the same nodes that is best for the mouse at `p`: 1 if there is one, with
+/// `snap` filled.
+int SnapNodes(Interface& ip, ViewExp& view, const IPoint2& p, SnapInfo& snap);
 
 }  // namespace host

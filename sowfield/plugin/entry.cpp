@@ -10,9 +10,9 @@ namespace sowfield {
 namespace {
 
 constexpr host::LibraryString kStrings[] = {
-    {1, L"Sowfield"}, {2, L"Vorn Software"}, {3, L"Sowfield"},      {8, L"Sowfield"},
-    {19, L"None"},    {20, L"Dot"},          {21, L"Bounding Box"}, {22, L"Point Cloud"},
-    {23, L"Pyramid"}, {24, L"Squirrel"},     {25, L"Original"}};
+    {1, L"Sowfield"},     {2, L"Vorn Software"}, {3, L"Sowfield"},  {8, L"Sowfield"},
+    {15, L"Add Geo"},     {19, L"None"},         {20, L"Dot"},      {21, L"Bounding Box"},
+    {22, L"Point Cloud"}, {23, L"Pyramid"},      {24, L"Squirrel"}, {25, L"Original"}};
 
 // Its address is the library's handle; its life is that of the string table.
 struct Library {

@@ -30,6 +30,7 @@ inline constexpr unsigned kStringName = 1;
 inline constexpr unsigned kStringCategory = 2;
 inline constexpr unsigned kStringClassName = 3;
 inline constexpr unsigned kStringObjectName = 8;
+inline constexpr unsigned kStringAddGeo = 15;        // title and button of adding by name
 inline constexpr unsigned kStringDisplayModes = 19;  // seven of them
 
 }  // namespace sowfield

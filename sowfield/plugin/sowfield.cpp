@@ -188,6 +188,16 @@ int Sowfield::HitTest(TimeValue t, INode* node, HitType type, int crossing, int 
   return hit;
 }
 
+// Not held back by suspendSnap, which stays set once the user has placed the object.
+int Sowfield::Snap(TimeValue t, INode* node, SnapInfo* snap, IPoint2* p, ViewExp* view) {
+  if (!view || !view->IsAlive()) return 0;
+  GraphicsWindow& gw = *view->getGW();
+  const Matrix3 tm = node->GetObjectTM(t);
+  gw.setTransform(tm);
+  UpdateMesh(t);
+  return mesh.snap(&gw, snap, p, tm);
+}
+
 void Sowfield::GetLocalBoundBox(TimeValue t, INode* node, ViewExp* view, Box3& box) {
   SimpleObject2::GetLocalBoundBox(t, node, view, box);
   if (InLightMode(t))

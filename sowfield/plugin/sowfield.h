@@ -66,6 +66,8 @@ class Sowfield : public SimpleObject2, public ObjectSide, public InstanceSource 
   int Display(TimeValue t, INode* node, ViewExp* view, int flags) override;
   int HitTest(TimeValue t, INode* node, HitType type, int crossing, int flags, IPoint2* p,
               ViewExp* view) override;
+  /// Vertices and edges of the display mesh: the logo, and in the heavy modes the placements.
+  int Snap(TimeValue t, INode* node, SnapInfo* snap, IPoint2* p, ViewExp* view) override;
   /// The display mesh's box; in the light modes an estimate that covers all placements.
   void GetLocalBoundBox(TimeValue t, INode* node, ViewExp* view, Box3& box) override;
   bool PrepareDisplay(UpdateDisplayContext& context) override;

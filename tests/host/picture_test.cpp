@@ -14,8 +14,10 @@
 #include "host/scene/mtl.h"
 #include "host/viewport/graphicswindow.h"
 #include "host/viewport/scenedrawing.h"
+#include "host/viewport/snap.h"
 #include "host/viewport/viewports.h"
 #include "tests/host/extras.h"
+#include "tests/host/splicing.h"
 
 namespace {
 
@@ -313,6 +315,83 @@ TEST_F(Picking, FacesAreHitWhereTheyAreSeenInTheOrderOfTheScene) {
   EXPECT_EQ(Pick(SquareView(), {{0, 0}, {99, 99}}, false), Nodes{});
   ground->SetNodeTM(0, TransMatrix({0, -150, -2}));
   EXPECT_EQ(Pick(SquareView(), {{0, 0}, {99, 99}}), Nodes{}) << "all of it behind";
+}
+
+TEST_F(Picking, AVertexIsSnappedToBeforeAnEdgeAndTheNearerOfEachKind) {
+  // Two triangles, corners at -10 and 10: the edge between them, from lower left to upper right,
+  // isn't shown.
+  INode* square = Plane({0, 0, 0}, 20);
+  Plane({0, 0, 0}, 30)->Hide(true);
+  struct Case {
+    const char* what;
+    IPoint2 mouse;  // (x + 49.5, 49.5 - y) in the flat view
+    int edges;      // priority
+    int priority;
+    Point3 at;
+  };
+  const Case cases[] = {{"a corner", {57, 41}, 1, 2, {10, 10, 0}},
+                        {"a corner before a nearer edge", {59, 45}, 1, 2, {10, 10, 0}},
+                        {"an edge away from corners", {56, 50}, 1, 1, {10, -0.5f, 0}},
+                        {"no edges wanted", {56, 50}, 0, 0, {}},
+                        {"neither in the middle, nor the hidden edge", {49, 50}, 1, 0, {}},
+                        {"the edge asked before the corner", {60, 45}, 3, 3, {10, 4.5f, 0}}};
+  for (const auto& [what, mouse, edges, priority, at] : cases) {
+    ViewExp view = FlatView();
+    SnapInfo snap{.strength = 8, .edgePriority = edges};
+    EXPECT_EQ(host::SnapNodes(ip_, view, mouse, snap), priority > 0) << what;
+    EXPECT_EQ(snap.bestPriority, priority) << what;
+    EXPECT_LT(Length(snap.bestWorld - at), 1e-4f) << what;
+  }
+  // Two below the eye, it reaches from 15 behind to 25 ahead; its left edge meets the horizon's
+  // column 49.5 - 10 / depth * 50, and at depth 5 lies in column -50.5, row 69.5.
+  Matrix3 tm;
+  tm.Scale({1, 2, 1});
+  tm.SetTrans({0, 5, -2});
+  square->SetNodeTM(0, tm);
+  SnapInfo snap{.strength = 2, .vertPriority = 0};
+  ViewExp view = SquareView();
+  EXPECT_TRUE(host::SnapNodes(ip_, view, {-50, 69}, snap));
+  EXPECT_LT(Length(snap.bestWorld - Point3(-10, 5, -2)), 0.1f);
+  square->SetNodeTM(0, TransMatrix({0, -50, -2}));
+  snap = {.strength = 1000};
+  EXPECT_FALSE(host::SnapNodes(ip_, view, {50, 50}, snap)) << "all of it behind";
+}
+
+/// Where a mesh has its corners, face by face.
+std::vector<Point3> Corners(const Mesh& mesh) {
+  std::vector<Point3> corners;
+  for (const Face& f : mesh.faces)
+    for (const std::uint32_t v : f.v) corners.push_back(mesh.verts[v]);
+  return corners;
+}
+
+TEST(Splices, LeadFromAnyEarlierMeshToThePresentOne) {
+  Parts parts(5);
+  std::vector<std::pair<std::uint64_t, std::vector<Point3>>> earlier;
+  for (int round = 0; round < 40; ++round) {
+    earlier.push_back({parts.mesh.Stamp(), Corners(parts.mesh)});
+    parts.Change();
+  }
+  const std::vector<Point3> now = Corners(parts.mesh);
+  for (auto& [stamp, corners] : earlier) {
+    const auto splices = parts.mesh.SplicesSince(stamp);
+    ASSERT_TRUE(splices);
+    // What comes is unknown here; what stays must be at its place in the end.
+    const Point3 fresh(99, 99, 99);
+    for (const MeshSplice& s : *splices) {
+      const auto at = corners.begin() + long(s.faces.first * 3);
+      const auto behind = corners.erase(at, at + long(s.faces.removed * 3));
+      corners.insert(behind, s.faces.added * 3, fresh);
+    }
+    ASSERT_EQ(corners.size(), now.size());
+    for (size_t i = 0; i < now.size(); ++i)
+      ASSERT_TRUE(corners[i] == fresh || corners[i] == now[i]);
+  }
+  EXPECT_TRUE(parts.mesh.SplicesSince(parts.mesh.Stamp())->empty());
+  const Mesh copy = parts.mesh;
+  parts.mesh.setNumFaces(0);
+  EXPECT_FALSE(parts.mesh.SplicesSince(copy.Stamp()));
+  EXPECT_EQ(copy.SplicesSince(earlier[0].first)->size(), earlier.size());
 }
 
 }  // namespace

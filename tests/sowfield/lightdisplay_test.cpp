@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "host/viewport/renderitems.h"
+#include "host/viewport/snap.h"
 #include "sowfield/display/lightmodes.h"
 #include "sowfield/model/displaymode.h"
 #include "sowfield/model/palette.h"
@@ -164,6 +165,23 @@ TEST(LightDisplay, TheMarkerIsHitInsideItsFacesAndADeadViewGivesNothing) {
   s.view = ViewExp::FromCamera(camera, 100, 100);
   s.host.Services().DeleteNode(camera, false, false);
   EXPECT_EQ(s.Hit(HITTYPE_POINT, {{50, 50}}) + s.object->Display(0, s.node, &s.view, 0), 0);
+}
+
+TEST(LightDisplay, SnapPointsAreOnThePlacementsOfTheMeshAlone) {
+  LightScene s(1, 1, 1, 0);
+  s.object->suspendSnap = 1;  // as creation by the mouse leaves it
+  s.node->SetNodeTM(0, TransMatrix({9, 5, 0}));
+  s.Redraw(kShowPyramid);
+  const Point3 vertex = s.object->mesh.verts[0] * s.node->GetObjectTM(0);
+  for (const int mode : {kShowPyramid, kShowDot}) {
+    s.Redraw(mode);
+    double x, y;
+    s.view.ProjectToScreen(vertex, x, y);
+    IPoint2 mouse{int(std::lround(x)), int(std::lround(y))};
+    SnapInfo snap;
+    EXPECT_EQ(s.object->Snap(0, s.node, &snap, &mouse, &s.view), mode == kShowPyramid);
+    EXPECT_LT(Apart(snap.bestWorld, mode == kShowPyramid ? vertex : Point3(0, 0, 0)), 1e-4);
+  }
 }
 
 TEST(LightDisplay, DrawsOnlyTablesThatAgreeAndSaysThatAFileIsMissing) {

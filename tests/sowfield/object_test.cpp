@@ -154,6 +154,7 @@ TEST(InitNewObject, SetsUpNodeMaterialAndLayer) {
   s.object->InitNewObject();  // a host may send the first point twice
   EXPECT_EQ(s.node->GetNodeTM(0), TransMatrix({4, 5, 6}));
   EXPECT_EQ(s.node->GetWireColor(), 0xCFFF78u);
+  EXPECT_STREQ(GetString(kStringAddGeo), L"Add Geo");
   const int colors[27] = {0x78FFCF, 0x0012FF, 0x3B60FF, 0xA2ADFF, 0xFF7200, 0xFF9D34, 0xFFCC95,
                           0x00FF12, 0x69FF62, 0xABFFAB, 0x6B08FF, 0x9638FF, 0xBC97FF, 0x08EBFF,
                           0x53FFF1, 0xA0FFF3, 0xFFF606, 0xFFD144, 0xFFF5B4, 0x000000, 0x737373,

@@ -22,6 +22,16 @@ class ClassDesc2 {
   virtual const wchar_t* InternalName() { return nullptr; }
   virtual HINSTANCE HInstance() { return nullptr; }
 
+  /// The first thing in what an object stores that would hinder it from being opened again, in one
+  /// line; empty if it is sound. Scenes with such an object are neither saved nor opened.
+  virtual std::string FirstFault(const ReferenceTarget&) { return {}; }
+  /// The next two change an object that was just read, and tell each change in a line. It isn't in
+  /// use yet, and all that it refers to is there. FirstFault is asked afterwards.
+  /// At each opening: values that agree with each other, but would do harm in use.
+  virtual std::vector<std::string> Settle(ReferenceTarget&) { return {}; }
+  /// Where a damaged scene is recovered: all that FirstFault would find.
+  virtual std::vector<std::string> Repair(ReferenceTarget&) { return {}; }
+
   /// Registers a block descriptor; block 0 is made from the first one.
   void AddParamBlockDesc(ParamBlockDesc2* desc) { blockDescs_.push_back(desc); }
   /// Makes the blocks and hands each to the owner through its ReplaceReference.

@@ -8,6 +8,7 @@
 #include "host/scene/modifier.h"
 #include "host/scene/node.h"
 #include "host/scenefile/sceneclasses.h"
+#include "host/scenefile/scenefile.h"
 #include "host/scenefile/scenerings.h"
 
 namespace host {
@@ -76,6 +77,7 @@ class SceneBuilder {
       for (Made& m : things_)
         if (m.thing && PhaseOf(*m.thing) == phase) DropUnless(m, [&] { FillThing(m); });
     CheckRings();
+    AskClasses();
     in_.Try([&] { ReadSelection(); });
     in_.Try([&] {
       opened_.scene->SetRenderer(in_.RefTo<Renderer>(MemberOf(value_, "renderer"), "the renderer"));
@@ -342,6 +344,27 @@ class SceneBuilder {
     for (Made& m : things_)
       while (const ReferenceTarget* bad = rings.FirstBad(m.thing))
         DropUnless(MadeOf(bad, m), [] { throw SceneFault("it lies within itself, or too deep"); });
+  }
+
+  // What only a class can know of its objects.
+  void AskClasses() {
+    for (Made& m : things_)
+      if (ClassDesc2* desc = m.thing ? DescOf(*m.thing) : nullptr)
+        DropUnless(m, [&] { AskClass(*desc, m); });
+  }
+
+  static ClassDesc2* DescOf(const ReferenceTarget& thing) {
+    if (!IsPlugin(thing)) return nullptr;
+    return CoreSession::InForce().classes.Find(thing.SuperClassID(), thing.ClassID());
+  }
+
+  void AskClass(ClassDesc2& desc, const Made& made) {
+    if (in_.GetLosses())
+      for (const std::string& line : desc.Repair(*made.thing)) in_.Fault(line);
+    for (const std::string& line : desc.Settle(*made.thing))
+      opened_.settled.push_back(LabelOf(*made.value) + ": " + line);
+    if (const std::string fault = desc.FirstFault(*made.thing); !fault.empty())
+      throw SceneFault(in_.GetLosses() ? std::string(kBeyondRepair) + ": " + fault : fault);
   }
 
   // What a plug-in made within `holder` stands in no description.

@@ -20,6 +20,7 @@ struct OpenedScene {
   TimeValue time = 0;
   UnitType unit = UNITS_METERS;
   float unitScale = 1;
+  std::vector<std::string> settled;  // values that objects' classes have changed, a line each
 };
 
 /// Builds what a description of kSceneExtension holds. Throws SceneFault, which names the thing at

@@ -1,15 +1,14 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 class INode;
 class Interface;
-class Scene;
 
 namespace host {
 
@@ -32,7 +31,7 @@ struct SavedScene {
 /// on the scene alone, not on views or on what is drawn. A path that ends in .gltf gets a pair of
 /// files; so does one of a .glb that would be too large, and then `saved` tells the path. No step
 /// may be open. On failure the old file is untouched and `error` is one line with the path and the
-/// reason.
+/// reason; one is an object that could not be opened again (ClassDesc2::FirstFault).
 bool SaveScene(Interface& ip, const std::string& path, const SaveOptions& options,
                std::string& error, SavedScene* saved = nullptr);
 
@@ -41,13 +40,16 @@ bool SaveSceneBytes(Interface& ip, const std::string& path, std::vector<std::byt
                     std::string& error);
 
 struct OpenOptions {
-  /// Looks at the new scene, beside the present one, before its objects hear that the file is open.
-  /// It may mend them. A text that isn't empty refuses the scene.
-  std::function<std::string(Scene&)> accept;
   /// Recovers what can be read of a damaged file, as long as its description is whole, and lists
-  /// what was dropped or changed, one line each: empty for a sound file. `accept` may add to it.
+  /// what was dropped or changed, one line each: empty for a sound file.
   std::vector<std::string>* recover = nullptr;
+  /// Gets a line for each value that an object's class has changed (ClassDesc2::Settle).
+  std::vector<std::string>* settled = nullptr;
 };
+
+/// Stands in the line of an object that its class couldn't repair (ClassDesc2::Repair): it is
+/// dropped.
+inline constexpr std::string_view kBeyondRepair = "it is beyond repair";
 
 /// Opens a scene file in place of the scene, which goes with its undo steps. Everything is checked
 /// while the new scene is built beside the old one: on failure the old one and its undo stay as

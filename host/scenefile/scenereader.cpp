@@ -122,8 +122,8 @@ std::string Read(const Found& file, const OpenOptions& options, OpenedScene& ope
       opened = ReadScene(file, options.recover ? &losses : nullptr);
     }
     if (options.recover) *options.recover = std::move(lines);
-    if (options.accept) why = options.accept(*opened.scene);
-    if (why.empty()) take();
+    if (options.settled) *options.settled = std::move(opened.settled);
+    take();
   } catch (const SceneFault& f) {
     why = f.what();
   } catch (const json::exception& e) {

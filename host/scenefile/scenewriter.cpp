@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "host/core/session.h"
 #include "host/gltf/sceneviewer.h"
 #include "host/interface.h"
 #include "host/scene/node.h"
@@ -53,6 +54,12 @@ std::string LabelOf(const ReferenceTarget& thing) {
   return label;
 }
 
+void CheckStored(const ReferenceTarget& thing) {
+  ClassDesc2* desc = CoreSession::InForce().classes.Find(thing.SuperClassID(), thing.ClassID());
+  if (const std::string fault = desc ? desc->FirstFault(thing) : ""; !fault.empty())
+    throw SceneFault("it could not be opened again: " + fault);
+}
+
 json ThingValue(SceneOut& out, ReferenceTarget& thing) {
   WStr name;
   thing.GetClassName(name);
@@ -66,6 +73,7 @@ json ThingValue(SceneOut& out, ReferenceTarget& thing) {
     if (const SceneClass* known = FindSceneClass(thing.SuperClassID(), thing.ClassID())) {
       value["data"] = known->write(out, thing);
     } else {
+      CheckStored(thing);
       value.update(PluginValue(out, thing));
     }
   }

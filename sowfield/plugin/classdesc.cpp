@@ -1,7 +1,9 @@
 #include "sowfield/plugin/classdesc.h"
 
 #include "sowfield/model/classids.h"
+#include "sowfield/model/invariants.h"
 #include "sowfield/model/params.h"
+#include "sowfield/model/repair.h"
 #include "sowfield/plugin/entry.h"
 #include "sowfield/plugin/sowfield.h"
 
@@ -15,6 +17,14 @@ const wchar_t* SowfieldClassDesc::ClassName() { return GetString(kStringClassNam
 Class_ID SowfieldClassDesc::ClassID() { return kSowfieldClassID; }
 const wchar_t* SowfieldClassDesc::Category() { return GetString(kStringCategory); }
 HINSTANCE SowfieldClassDesc::HInstance() { return Instance(); }
+
+std::string SowfieldClassDesc::FirstFault(const ReferenceTarget& object) {
+  return FirstBreachAsStored(*static_cast<const Sowfield&>(object).pblock2);
+}
+
+std::vector<std::string> SowfieldClassDesc::Repair(ReferenceTarget& object) {
+  return RepairTables(*static_cast<Sowfield&>(object).pblock2);
+}
 
 SowfieldClassDesc* GetSowfieldDesc() {
   static SowfieldClassDesc desc;

@@ -1,12 +1,9 @@
 #include <fmt/format.h>
 
 #include <filesystem>
-#include <set>
 
 #include "host/files/file.h"
 #include "host/scenefile/scenefile.h"
-#include "sowfield/model/invariants.h"
-#include "sowfield/model/repair.h"
 #include "studio/steps/steps.h"
 
 namespace studio {
@@ -51,25 +48,15 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// The first disagreement of the tables. With `lines` they are brought to agree before, which is
-// told there.
-std::string AcceptObjects(const Scene& scene, Lines* lines) {
-  std::set<const sowfield::Sowfield*> seen;
-  for (INode* node : scene.AllNodes()) {
-    const sowfield::Sowfield* object = Stage::SowfieldOf(node);
-    if (!object || !seen.insert(object).second) continue;
-    const std::string name = ToUtf8(node->GetName());
-    if (lines)
-      for (const std::string& line : sowfield::RepairTables(*object->pblock2))
-        lines->push_back(fmt::format("\"{}\": {}", name, line));
-    const std::string breach = sowfield::FirstBreachAsStored(*object->pblock2);
-    if (!breach.empty()) return fmt::format("the tables of \"{}\" disagree: {}", name, breach);
-  }
-  return {};
-}
+// What an opening has to tell besides its errors.
+struct Told {
+  Lines lost, settled;
+  host::OpenOptions Options(bool recover) { return {recover ? &lost : nullptr, &settled}; }
+};
 
-host::OpenOptions OptionsFor(Lines* lines) {
-  return {[lines](Scene& scene) { return AcceptObjects(scene, lines); }, lines};
+void TellSettled(Stage& stage, const std::string& file, const Lines& lines) {
+  for (const std::string& line : lines)
+    stage.Notices() << "warning: " << file << ": " << line << '\n';
 }
 
 void TellLosses(Stage& stage, const Lines& lines, Outcome& out) {
@@ -98,10 +85,9 @@ void OpenSceneFile(Stage& stage, const Call& call, Outcome& out) {
   const Pin<INode> edited(stage.EditedNode());
   stage.StopEditing();
   std::string error;
-  Lines lost;
+  Told told;
   const bool recover = call.args.Flag("recover");
-  if (!host::OpenScene(stage.Ip(), stage.Resolve(file.text), OptionsFor(recover ? &lost : nullptr),
-                       error)) {
+  if (!host::OpenScene(stage.Ip(), stage.Resolve(file.text), told.Options(recover), error)) {
     if (edited) stage.Edit(edited.get());
     throw StepFailure{file.place, error};
   }
@@ -112,15 +98,18 @@ void OpenSceneFile(Stage& stage, const Call& call, Outcome& out) {
   out.Add("objects", (long long)(objects.size()));
   out.text = fmt::format("{}: {}, {}", file.text, Counted(nodes, "node"),
                          Counted(objects.size(), "Sowfield object"));
-  if (recover) TellLosses(stage, lost, out);
+  TellSettled(stage, file.text, told.settled);
+  if (recover) TellLosses(stage, told.lost, out);
 }
 
 void Merge(Stage& stage, const Call& call, Outcome& out) {
   const Value& file = *call.args.Given("file");
   host::MergedScene merged;
   std::string error;
-  if (!host::MergeScene(stage.Ip(), stage.Resolve(file.text), OptionsFor(nullptr), merged, error))
+  Told told;
+  if (!host::MergeScene(stage.Ip(), stage.Resolve(file.text), told.Options(false), merged, error))
     throw StepFailure{file.place, error};
+  TellSettled(stage, file.text, told.settled);
   if (!merged.warning.empty())
     stage.Notices() << "warning: " << file.text << ": " << merged.warning << '\n';
   out.text = fmt::format("merged \"{}\": {}", file.text, Counted(merged.nodes, "node"));

@@ -271,7 +271,7 @@ class SceneSafety : public TempFolder {
   /// How many points the scene in a file shows, or -1 if none is read or they aren't as they were.
   int PointsIn(const std::string& name, std::vector<std::string>* recover = nullptr) {
     host::Host other;
-    if (!host::OpenScene(other.Services(), Path(name), {{}, recover}, error_)) return -1;
+    if (!host::OpenScene(other.Services(), Path(name), {recover}, error_)) return -1;
     Object* shown = other.GetScene().AllNodes()[0]->GetObjectRef();
     const auto& verts = static_cast<TriObject*>(shown)->mesh.verts;
     const Point3 all(float(verts.size()), 0, 0);

@@ -316,7 +316,7 @@ class Shapes : public Staged {
     text.resize((text.size() + 3) / 4 * 4, ' ');
     const std::string glb = GlbOf(Sealed(text), chunk_);
     const auto bytes = std::as_bytes(std::span(glb));
-    return host::OpenSceneBytes(ip_, bytes, "it", {nullptr, losses}, error_);
+    return host::OpenSceneBytes(ip_, bytes, "it", {losses}, error_);
   }
   INode* First() { return host_.GetScene().AllNodes().front(); }
 

@@ -54,6 +54,25 @@ IParamBlock2& BlockOf(const ReferenceTarget* thing, int i = 0) {
   return *static_cast<IParamBlock2*>(thing->GetReference(i));
 }
 
+// What classes say of their objects where a scene is saved and opened.
+struct Sayings {
+  std::string fault, repaired, settled;
+} sayings;
+
+template <class T>
+struct AskedClass : host::BuiltinClass<T> {
+  using host::BuiltinClass<T>::BuiltinClass;
+  std::string FirstFault(const ReferenceTarget&) override { return sayings.fault; }
+  std::vector<std::string> Settle(ReferenceTarget&) override { return Line(sayings.settled); }
+  std::vector<std::string> Repair(ReferenceTarget&) override {
+    sayings.fault.clear();
+    return Line(sayings.repaired);
+  }
+  static std::vector<std::string> Line(const std::string& text) {
+    return text.empty() ? std::vector<std::string>() : std::vector<std::string>{text};
+  }
+};
+
 // A plug-in's object. Ids from 4 on are declared by its newer version alone.
 struct TableObject : Plug<Object, 1> {
   enum : ParamID { kNodes, kInts, kFloats, kNumber, kStrings, kMtls, kCamera, kPoints, kKeyed };
@@ -93,7 +112,7 @@ enum class Knows { Nothing, Old, New };
 
 struct TableHost : host::Host {
   explicit TableHost(Knows knows = Knows::New) {
-    static host::BuiltinClass<TableObject> newer(GEOMOBJECT_CLASS_ID, kTableClass, L"Tables");
+    static AskedClass<TableObject> newer(GEOMOBJECT_CLASS_ID, kTableClass, L"Tables");
     static host::BuiltinClass<OldTableObject> old(GEOMOBJECT_CLASS_ID, kTableClass, L"Tables");
     if (knows == Knows::New) Classes().Add(&newer);
     if (knows == Knows::Old) Classes().Add(&old);
@@ -355,14 +374,28 @@ TEST_F(SceneFile, OpensInPlaceOfTheSceneOrNotAtAll) {
   broken.back() ^= 1;
   broken[broken.size() / 2] ^= 1;
   ASSERT_FALSE(Open(host, broken));
-  const auto refuse = [](Scene&) { return std::string("no"); };
-  ASSERT_FALSE(host::OpenScene(host.Services(), Path("a.glb"), {refuse}, error_));
+  sayings = {"is bad", "was mended", "was settled"};
+  ASSERT_FALSE(host::OpenScene(host.Services(), Path("a.glb"), {}, error_));
+  EXPECT_NE(error_.find("Tables \"tables\" (0x"), std::string::npos) << error_;
+  EXPECT_NE(error_.find("): is bad"), std::string::npos) << error_;
+  host::MergedScene merged;
+  ASSERT_FALSE(host::MergeScene(host.Services(), Path("a.glb"), {}, merged, error_));
+  ASSERT_FALSE(host::SaveScene(host.Services(), Path("c.glb"), {}, error_));
+  EXPECT_EQ(error_, "cannot save \"" + Path("c.glb") + "\": \"Tables\" of the node \"tables\": " +
+                        "it could not be opened again: is bad");
+  EXPECT_FALSE(std::filesystem::exists(Path("c.glb")));
   EXPECT_EQ(host.GetScene().AllNodes(), nodes);
   EXPECT_EQ(host.Undo().UndoCount(), 1u);
   ASSERT_TRUE(host.Undo().Undo());
   EXPECT_EQ(nodes[0]->GetName(), L"twin");
-  ASSERT_TRUE(host::OpenScene(host.Services(), Path("a.glb"), {}, error_)) << error_;
-  EXPECT_EQ(heard, (std::vector<int>{9, 10, 9, 10, 9, 10}));
+  std::vector<std::string> lost, settled;
+  ASSERT_TRUE(host::OpenScene(host.Services(), Path("a.glb"), {&lost, &settled}, error_)) << error_;
+  ASSERT_TRUE(lost.size() == 1 && settled.size() == 1);
+  EXPECT_NE(lost[0].find("Tables \"tables\" (0x"), std::string::npos) << lost[0];
+  EXPECT_NE(lost[0].find("): was mended"), std::string::npos) << lost[0];
+  EXPECT_NE(settled[0].find("): was settled"), std::string::npos) << settled[0];
+  sayings = {};
+  EXPECT_EQ(heard, (std::vector<int>{9, 10, 9, 10, 9, 10, 9, 10}));
   EXPECT_EQ(host.Undo().UndoCount() + host.Undo().RedoCount(), 0u);
   EXPECT_EQ(Saved(host, "b.glb"), bytes);
   for (const int code : kOpenings) UnRegisterNotification(Hear, nullptr, code);
@@ -507,7 +540,7 @@ class ScenePlugin : public SceneFile {
     const std::string path = Put("changed.gltf", Sealed(root.dump()));
     std::vector<std::string> lost;
     EXPECT_FALSE(host::OpenScene(host.Services(), path, {}, error_));
-    EXPECT_TRUE(host::OpenScene(host.Services(), path, {{}, &lost}, error_));
+    EXPECT_TRUE(host::OpenScene(host.Services(), path, {&lost}, error_));
     return lost;
   }
 };

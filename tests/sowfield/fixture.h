@@ -146,10 +146,9 @@ struct SowfieldScene {
     return static_cast<Sowfield*>(object->Clone(remap));
   }
   /// Opens a scene in place of this one; the fixture's object is that of the node of this name.
-  void Reopen(const std::vector<std::byte>& bytes, const WStr& name,
-              const std::function<std::string(Scene&)>& accept = nullptr) {
+  void Reopen(const std::vector<std::byte>& bytes, const WStr& name) {
     std::string why;
-    ASSERT_TRUE(host::OpenSceneBytes(host.Services(), bytes, "it", {accept}, why)) << why;
+    ASSERT_TRUE(host::OpenSceneBytes(host.Services(), bytes, "it", {}, why)) << why;
     node = Named(name), object = static_cast<Sowfield*>(node->GetObjectRef());
   }
   std::vector<std::byte> SaveBytes() {

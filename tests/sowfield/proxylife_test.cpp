@@ -183,11 +183,7 @@ TEST_F(ProxyLife, TypesKeepMoreSamplesThanAreChosenThroughAScene) {
   CloseEdit();
   EXPECT_EQ(RepairTables(Block()), std::vector<std::string>());
   const Snapshot before = TakeSnapshot(Block());
-  const auto accept = [](Scene& scene) {
-    return FirstBreachAsStored(
-        *static_cast<Sowfield*>(scene.FindNodes(L"one").at(0)->GetObjectRef())->pblock2);
-  };
-  Reopen(SaveBytes(), L"one", accept);
+  Reopen(SaveBytes(), L"one");
   EXPECT_EQ(Differences(before, TakeSnapshot(Block())), "Geo_Nodes") << "other ones";
   for (const TypeRecord& r : Records(*this))
     EXPECT_TRUE(r.samples.size() == 4000 && r.samples[0].x == 3999 && r.samples[3999].x == 0);

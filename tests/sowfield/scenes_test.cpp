@@ -11,14 +11,44 @@
 
 #include "host/scene/mtl.h"
 #include "sowfield/model/repair.h"
+#include "tests/host/sealed.h"
 #include "tests/sowfield/fixture.h"
 
 namespace sowfield {
 namespace {
 
+using nlohmann::json;
+
 const std::vector<Placement> kPlaced = {{{1, 2, -0.0f}, {0.1f, 0.2f, 0.3f}, 0, 3, 17},
                                         {{-4, 5, 6}, {0, -0.0f, 3}, 1, 99, 9999},
                                         {{7, 8, 9}, {0, 0, 0}, 0, 0, 0}};
+
+// Of the objects' blocks, with their places in the bytes.
+template <class F>
+void EachTable(json& root, F visit) {
+  for (json& thing : root["extensions"]["SOWFIELD_scene"]["things"]) {
+    if (!thing.contains("blocks")) continue;
+    for (json& p : thing["blocks"][0]["params"])
+      if (p.contains("/table/view"_json_pointer)) {
+        const json& view = root["bufferViews"][p["table"]["view"].get<size_t>()];
+        visit(p["id"], p["table"], view["byteOffset"], view["byteLength"]);
+      }
+  }
+}
+// The file with another number in a table, and all checksums right.
+std::string WithInt(const std::string& glb, Param id, size_t index, int value) {
+  std::string text = GlbText(glb), chunks = glb.substr(20 + text.size());
+  json root = json::parse(text);
+  EachTable(root, [&](int of, json& table, size_t offset, size_t size) {
+    if (of != id) return;
+    const std::span<char> bytes(&chunks[8 + offset], size);
+    std::memcpy(&bytes[index * 4], &value, 4);
+    table["crc"] = host::CrcText(host::Crc32c(std::as_bytes(bytes)));
+  });
+  text = root.dump();
+  text.resize((text.size() + 3) / 4 * 4, ' ');
+  return GlbOf(Sealed(text), chunks);
+}
 
 class Recover : public testing::Test, public SowfieldScene {
  protected:
@@ -31,39 +61,22 @@ class Recover : public testing::Test, public SowfieldScene {
     Block().SetKey(HueShift, 0, 5), Block().SetKey(HueShift, 480, 50);
     CloseEdit();
     sound_ = Save();
-    std::uint32_t text;
-    std::memcpy(&text, &sound_[12], 4);
-    bin_ = 28 + text;
-    const auto root = nlohmann::json::parse(sound_.substr(20, text));
-    for (const auto& thing : root["extensions"]["SOWFIELD_scene"]["things"])
-      for (const auto& p : thing.value("/blocks/0/params"_json_pointer, nlohmann::json::array()))
-        if (p.contains("/table/view"_json_pointer)) {
-          const auto& view = root["bufferViews"][p["table"]["view"].get<size_t>()];
-          tables_[p["id"]] = {bin_ + size_t(view["byteOffset"]), size_t(view["byteLength"])};
-        }
+    const std::string text = GlbText(sound_);
+    bin_ = 28 + text.size();
+    json root = json::parse(text);
+    EachTable(root, [&](int id, json&, size_t offset, size_t size) {
+      tables_[id] = {bin_ + offset, size};
+    });
   }
   std::string Save() {
     const std::vector<std::byte> bytes = SaveBytes();
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
   }
-  // As the program opens.
-  host::OpenOptions Options(bool recover) {
-    const auto accept = [=, this](Scene& scene) {
-      for (INode* n : scene.AllNodes())
-        if (auto* o = dynamic_cast<Sowfield*>(n->GetObjectRef())) {
-          if (recover)
-            for (const std::string& line : RepairTables(*o->pblock2)) lost_.push_back(line);
-          if (const std::string b = FirstBreachAsStored(*o->pblock2); !b.empty()) return b;
-        }
-      return std::string();
-    };
-    return {accept, recover ? &lost_ : nullptr};
-  }
   // The fixture's object is the one that was recovered then.
   bool Open(const std::string& bytes, bool recover = true) {
     lost_.clear(), error_.clear();
     const bool opened = host::OpenSceneBytes(host.Services(), std::as_bytes(std::span(bytes)), "it",
-                                             Options(recover), error_);
+                                             {recover ? &lost_ : nullptr}, error_);
     object = nullptr;
     for (INode* n : host.GetScene().AllNodes())
       if (auto* o = dynamic_cast<Sowfield*>(n->GetObjectRef())) object = o, node = n;
@@ -158,11 +171,8 @@ TEST_F(Recover, ADamagedDescriptionIsReadAsFarAsItMakesSense) {
 
   // What can't be opened leaves the scene that was there.
   ASSERT_TRUE(Open(sound_));
-  const auto refuse = [](Scene&) { return std::string("no"); };
   EXPECT_FALSE(OpenReplaced("\"SOWFIELD_scene\":{", "\"SOWFIELD_szene\":{"));
   EXPECT_FALSE(Open("no scene at all"));
-  EXPECT_FALSE(host::OpenSceneBytes(host.Services(), std::as_bytes(std::span(sound_)), "it",
-                                    {refuse}, error_));
   EXPECT_TRUE(Save() == sound_ && D().ListReady() == 1);
 }
 
@@ -176,14 +186,22 @@ TEST_F(Recover, TablesAgreeBeforeAnOlderSceneIsUpgraded) {
   for (const float value : Block().Floats(Rnd_Normal)) ASSERT_EQ(value, drawn.Random(100));
   EXPECT_TRUE(D().rng == drawn && Undo().UndoCount() == 0 && Breach().empty());
   DropNormalRows();
-  Set(Ins_Type, 1 << 30, 1);
-  const std::string disagreeing = Save();
-  Set(Ins_Type, 0, 1);
+  const std::string disagreeing = WithInt(Save(), Ins_Type, 1, 1 << 30);
   ASSERT_FALSE(Open(disagreeing, false));  // and no display is built from them
+  EXPECT_NE(error_.find("Sowfield \"one\" (0x4): Ins_Type[1] is 1073741824"), std::string::npos)
+      << error_;
   ASSERT_TRUE(Open(disagreeing));
+  EXPECT_TRUE(Lost("Sowfield \"one\" (0x4): Ins_Type: 1 placement of 3 with a type"));
   EXPECT_EQ(Breach(), "");
   EXPECT_EQ(D().PlacementCount(), 2);
   EXPECT_EQ(Block().GetFloat(Tr_Normal_Min, 0, 1), 100.0f);
+  // The same door stands before a save.
+  Set(Ins_Rand, 100, 1);
+  std::vector<std::byte> bytes;
+  EXPECT_FALSE(host::SaveSceneBytes(host.Services(), "/s.glb", bytes, error_));
+  EXPECT_EQ(error_,
+            "cannot save \"/s.glb\": \"Sowfield\" of the node \"one\": it could not be opened "
+            "again: Ins_Rand[1] is 100, allowed is 0 to 99");
 }
 
 TEST_F(Recover, APairWithoutItsBytesHasItsNodes) {
@@ -193,7 +211,7 @@ TEST_F(Recover, APairWithoutItsBytesHasItsNodes) {
   ASSERT_TRUE(host::SaveScene(host.Services(), path, {}, error_)) << error_;
   for (const auto& file : std::filesystem::directory_iterator(folder))
     if (file.path().extension() == ".bin") std::filesystem::remove(file.path());
-  EXPECT_TRUE(host::OpenScene(host.Services(), path, Options(true), error_)) << error_;
+  EXPECT_TRUE(host::OpenScene(host.Services(), path, {&lost_}, error_)) << error_;
   EXPECT_EQ(host.GetScene().AllNodes().size(), 3u);
   EXPECT_TRUE(Lost(".bin\": No such file or directory"));
   EXPECT_TRUE(Lost("(Ins_Pos) ends with the file: 0 of 3 entries are there"));
@@ -287,8 +305,8 @@ TEST_F(Recover, TablesAreBroughtToAgree) {
 
 class Merge : public testing::Test, public SowfieldScene {
  protected:
-  bool MergeIn(const std::vector<std::byte>& bytes, const host::OpenOptions& options = {}) {
-    return host::MergeSceneBytes(host.Services(), bytes, "it", options, merged_, error_);
+  bool MergeIn(const std::vector<std::byte>& bytes) {
+    return host::MergeSceneBytes(host.Services(), bytes, "it", {}, merged_, error_);
   }
   ILayerManager& Layers() { return host.Services().GetLayerManager(); }
   host::MergedScene merged_;
@@ -375,13 +393,19 @@ TEST_F(Merge, OnlyNamesThatAreTakenChange) {
 }
 
 TEST_F(Merge, AFailureLeavesTheScene) {
+  ASSERT_TRUE(AddAsType(AddBox(L"box", 1, 1, 1)));
+  AppendPlacements({kPlaced[0]});
   CloseEdit();
   const std::vector<std::byte> bytes = SaveBytes();
   std::vector<std::byte> broken = bytes;
   broken[40] ^= std::byte{1};
   EXPECT_FALSE(MergeIn(broken));
   EXPECT_EQ(error_.find("cannot merge \"it\": "), 0u) << error_;
-  EXPECT_FALSE(MergeIn(bytes, {[](Scene&) { return std::string("no"); }}));
+  const std::string text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  const std::string disagreeing = WithInt(text, Ins_Type, 0, 1);
+  const auto all = std::as_bytes(std::span(disagreeing));
+  EXPECT_FALSE(MergeIn({all.begin(), all.end()}));
+  EXPECT_NE(error_.find("Ins_Type[0] is 1, allowed is 0 to 0"), std::string::npos) << error_;
   theHold.Begin();
   EXPECT_FALSE(MergeIn(bytes));
   theHold.Cancel();

@@ -5,6 +5,7 @@
 #include "host/scene/node.h"
 #include "sowfield/display/lightmodes.h"
 #include "sowfield/model/units.h"
+#include "sowfield/sources/sourceframe.h"
 
 namespace sowfield {
 namespace {
@@ -19,9 +20,7 @@ Box3 SourceBox(const Distribution& d, const TypeRef& type, TimeValue t, ViewExp*
   if (!source) return {};
   Box3 box;
   source->GetLocalBoundBox(t, node, view, box);
-  Matrix3 turn = node->GetNodeTM(t);
-  turn.NoTrans();
-  return TransformCorners(box, turn);
+  return TransformCorners(box, SourceTurn(node, t));
 }
 
 // The boxes of the positions of each type.

@@ -2,12 +2,13 @@
 
 #include "host/interface.h"
 #include "sowfield/model/displaymode.h"
+#include "sowfield/model/placementfilter.h"
 
 namespace sowfield {
 
 DisplayCost CostOfDisplay(const Distribution& d) {
   const IParamBlock2& block = *d.block;
-  const int shownType = block.GetInt(Display_Type, d.curTime) - 1;
+  const PlacementFilter filter(d, d.curTime, kShownType);
   std::vector<long long> count(size_t(d.TypeCount()), 0);
   for (const int t : block.Ints(Ins_Type)) ++count[size_t(t)];
 
@@ -16,7 +17,7 @@ DisplayCost CostOfDisplay(const Distribution& d) {
   const std::span<const int> samples = block.Ints(Geo_PointCount);
   DisplayCost cost;
   for (size_t t = 0; t < count.size(); ++t) {
-    if (shownType >= 0 && int(t) != shownType) continue;
+    if (!filter.TakesType(int(t))) continue;
     cost.placements += count[t];
     cost.vertices += count[t] * vertices[t];
     cost.cloudPoints += count[t] * percent * (samples[t] / 100 + 1);

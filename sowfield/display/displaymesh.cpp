@@ -6,14 +6,13 @@
 
 #include "host/core/parallel.h"
 #include "host/interface.h"
-#include "host/scene/triobject.h"
 #include "sowfield/display/budgets.h"
-#include "sowfield/display/exclusionseam.h"
 #include "sowfield/display/figures.h"
 #include "sowfield/model/displaymode.h"
 #include "sowfield/model/placementbatch.h"
-#include "sowfield/proxy/moksetfile.h"
-#include "sowfield/proxy/sceneproxy.h"
+#include "sowfield/model/typedata.h"
+#include "sowfield/sources/sourceframe.h"
+#include "sowfield/sources/typemesh.h"
 
 namespace sowfield {
 namespace {
@@ -31,79 +30,56 @@ class TypeShapes {
  public:
   TypeShapes() = default;
   TypeShapes(const Distribution& d, const TypeRef& type, int mode, TimeValue t)
-      : node_(d.SourceNode(type)), time_(t) {
+      : node_(d.SourceNode(type)), kind_(type.kind), time_(t) {
     if (type.HasNode() && !node_) return;  // shows nothing until its removal
-    if (node_) {
-      turn_ = node_->GetNodeTM(t);
-      pivot_ = turn_.GetTrans();
-      turn_.NoTrans();
-    }
-    const Point3 a = d.block->GetPoint3(Geo_BoxMax, d.curTime, type.type);
-    const Point3 b = d.block->GetPoint3(Geo_BoxMin, d.curTime, type.type);
     if (mode == kShowOriginal) {
-      animated_ = type.kind == 0;
-      if (type.kind == 1) {
-        base_ = ShapeOfMesh(ReadSceneProxyMesh(node_));
-      } else if (node_) {
-        base_ = ShapeAt(t, &valid_);
-      } else {
-        base_ = ShapeOfMesh(ReadMoksetMesh(d.block->GetStr(Proxy_Files, d.curTime, type.file)));
-      }
+      frame_ = MeshFrame(node_, t);
+      const TypeMesh mesh = MeshOfType(d, type, t);
+      valid_ = mesh.valid;
+      base_ = ShapeOf(mesh);
     } else {
-      base_ = FigureShape(mode, a, b);
+      base_ = FigureShape(mode, BoxOf(d, type.type));
     }
   }
 
   const Shape& Base() const { return base_; }
   // Whether the source looks different at other times.
-  bool Moves() const { return animated_ && !(valid_ == FOREVER); }
+  bool Moves() const { return kind_ == kFromNode && !(valid_ == FOREVER); }
   const Shape& At(TimeValue t) {
-    if (!animated_ || t == time_ || valid_.InInterval(t)) return base_;
+    if (!Moves() || t == time_ || valid_.InInterval(t)) return base_;
     const auto [found, isNew] = others_.try_emplace(t);
-    if (isNew) found->second = ShapeAt(t, nullptr);
+    if (isNew) found->second = ShapeOf(MeshOfSource(node_, kind_, t));
     return found->second;
   }
 
  private:
   // The figure stands on the floor of the source's box, centred on it.
-  Shape FigureShape(int mode, const Point3& a, const Point3& b) const {
-    const Point3 top = a * turn_, bottom = b * turn_;
+  Shape FigureShape(int mode, const Box3& box) const {
+    const Matrix3 turn = SourceTurn(node_, time_);
+    const Point3 top = box.pmax * turn, bottom = box.pmin * turn;
     Mesh figure =
         mode == kShowPyramid ? MakePyramidMesh(top, bottom) : MakeSquirrelMesh(top.z - bottom.z);
-    Point3 offset(0, 0, 0);
-    if (node_) {
-      const Matrix3 object = node_->GetObjectTM(time_);
-      const Point3 p = a * object, q = b * object;
-      offset = {pivot_.x - (p.x + q.x) * 0.5f, pivot_.y - (p.y + q.y) * 0.5f, pivot_.z - q.z};
-    }
+    const Point3 offset = FigureOffset(node_, time_, box.pmax, box.pmin);
     Shape shape;
     for (const Point3& v : figure.verts) shape.verts.push_back(v - offset);
     shape.faces = std::move(figure.faces);
     return shape;
   }
 
-  Shape ShapeAt(TimeValue t, Interval* valid) const {
-    const ObjectState state = node_->EvalWorldState(t);
-    if (valid) *valid = state.valid;
-    const EvaluatedMesh source = MeshOf(state.obj, t);
-    return source ? ShapeOfMesh(*source.mesh) : Shape();
-  }
-
-  // A file's mesh is in its own frame.
-  Shape ShapeOfMesh(const Mesh& mesh) const {
+  Shape ShapeOf(const TypeMesh& source) const {
     Shape shape;
-    const Point3 offset = node_ ? pivot_ - node_->GetObjectTM(time_).GetTrans() : Point3(0, 0, 0);
-    shape.verts.reserve(mesh.verts.size());
-    for (const Point3& v : mesh.verts) shape.verts.push_back(v * turn_ - offset);
-    shape.faces = mesh.faces;
+    const Mesh* mesh = source.Get();
+    if (!mesh) return shape;
+    shape.verts.reserve(mesh->verts.size());
+    for (const Point3& v : mesh->verts) shape.verts.push_back(frame_(v));
+    shape.faces = mesh->faces;
     return shape;
   }
 
   INode* node_ = nullptr;
+  int kind_ = kFromNode;
   TimeValue time_ = 0;
-  Matrix3 turn_;  // rotation and scale of the source's node matrix
-  Point3 pivot_{0, 0, 0};
-  bool animated_ = false;
+  SourceFrame frame_;
   Interval valid_ = FOREVER;
   Shape base_;
   std::map<TimeValue, Shape> others_;
@@ -126,17 +102,13 @@ struct MeshPlace {
 // The placements that a build shows, and their writing into the mesh.
 class Placements {
  public:
-  Placements(Distribution& d, TimeValue t)
-      : mode_(d.block->GetInt(Display_Mode, t)),
-        shownType_(d.block->GetInt(Display_Type, t) - 1),
-        evaluator_(*d.block, t),
-        batch_(evaluator_) {
+  Placements(Distribution& d, TimeValue t) : evaluator_(*d.block, t), batch_(evaluator_) {
+    const PlacementFilter filter(d, t, kSeen);
     shapes_.resize(size_t(d.TypeCount()));
     for (const TypeRef& type : TypeWalk(*d.block))
-      if (Shown(type.type)) shapes_[size_t(type.type)] = TypeShapes(d, type, mode_, t);
-    if (ExclusionAsked(d))
-      GetCOREInterface()->PrintToListener(
-          L"Sowfield: exclusion splines don't take effect yet; all placements are shown.\n");
+      if (filter.TakesType(type.type))
+        shapes_[size_t(type.type)] = TypeShapes(d, type, d.block->GetInt(Display_Mode, t), t);
+    places_ = filter.Passing();
   }
 
   // Appends all shapes to the mesh, which holds the logo or nothing.
@@ -158,42 +130,39 @@ class Placements {
   }
 
  private:
-  bool Shown(int type) const { return shownType_ < 0 || type == shownType_; }
-  const Shape& ShapeOf(size_t p) const {
-    return timed_.empty() ? shapes_[size_t(evaluator_.Type(p))].Base() : *timed_[p];
+  // Of entry i of the places.
+  const Shape& ShapeOf(size_t i) const {
+    return timed_.empty() ? shapes_[size_t(evaluator_.Type(places_[i]))].Base() : *timed_[i];
   }
 
   // Where each part begins; moves `end` behind the last. Shapes at times of their own are made
   // here, since only this thread may ask the sources.
   std::vector<MeshPlace> PlaceParts(MeshPlace& end) {
-    const bool timed = mode_ == kShowOriginal && std::any_of(shapes_.begin(), shapes_.end(),
-                                                             [](auto& s) { return s.Moves(); });
-    if (timed) timed_.resize(evaluator_.Count(), nullptr);
+    if (std::any_of(shapes_.begin(), shapes_.end(), [](auto& s) { return s.Moves(); }))
+      for (size_t i = 0; i < places_.size(); ++i)
+        timed_.push_back(
+            &shapes_[size_t(evaluator_.Type(places_[i]))].At(evaluator_.Time(places_[i])));
     std::vector<MeshPlace> parts;
-    for (size_t p = 0; p < evaluator_.Count(); ++p) {
-      if (p % kPart == 0) parts.push_back(end);
-      const int type = evaluator_.Type(p);
-      if (!Shown(type)) continue;
-      if (timed) timed_[p] = &shapes_[size_t(type)].At(evaluator_.Time(p));
-      end += ShapeOf(p);
+    for (size_t i = 0; i < places_.size(); ++i) {
+      if (i % kPart == 0) parts.push_back(end);
+      end += ShapeOf(i);
     }
     return parts;
   }
 
   void WritePart(size_t part, MeshPlace at, Mesh& mesh, const Matrix3& worldToObject) const {
     Matrix3 matrices[kRun];
-    const size_t last = std::min(evaluator_.Count(), (part + 1) * kPart);
-    for (size_t p = part * kPart; p < last;) {
-      size_t end = p;
-      while (end < last && end - p < kRun && Shown(evaluator_.Type(end))) ++end;
-      batch_.Matrices(p, end - p, matrices);
-      for (const Matrix3* m = matrices; p < end; ++p, ++m) {
-        const Shape& shape = ShapeOf(p);
+    const size_t last = std::min(places_.size(), (part + 1) * kPart);
+    for (size_t i = part * kPart; i < last;) {
+      const size_t end = std::min(last, i + kRun);
+      batch_.Matrices(places_, i, end - i, matrices);
+      for (const Matrix3* m = matrices; i < end; ++i, ++m) {
+        const Shape& shape = ShapeOf(i);
         WriteVerts(shape, *m, worldToObject, mesh.verts.data() + at.vert);
-        WriteFaces(shape, evaluator_.Type(p), std::uint32_t(at.vert), mesh.faces.data() + at.face);
+        WriteFaces(shape, evaluator_.Type(places_[i]), std::uint32_t(at.vert),
+                   mesh.faces.data() + at.face);
         at += shape;
       }
-      while (p < last && !Shown(evaluator_.Type(p))) ++p;
     }
   }
 
@@ -212,12 +181,11 @@ class Placements {
       *out++ = {{f.v[0] + first, f.v[1] + first, f.v[2] + first}, f.smGroup, f.edgeVisFlags() | id};
   }
 
-  int mode_;
-  int shownType_;
   PlacementEvaluator evaluator_;
   PlacementBatch batch_;
   std::vector<TypeShapes> shapes_;
-  std::vector<const Shape*> timed_;  // by placement, where shapes have times of their own
+  Places places_;
+  std::vector<const Shape*> timed_;  // by place, where shapes have times of their own
 };
 
 }  // namespace

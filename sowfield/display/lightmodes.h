@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "sowfield/model/distribution.h"
+#include "sowfield/model/placementfilter.h"
 
 class GraphicsWindow;
 
@@ -11,7 +11,6 @@ namespace sowfield {
 /// What each placement of a type shows, ready for a placement's matrix: points from `first` on.
 struct LightFigure {
   size_t first = 0, count = 0;
-  bool shown = false;
 };
 
 /// Draws the placements in the light modes, at each redraw straight from the tables: a dot, a wire
@@ -28,15 +27,13 @@ class LightDrawer {
   void Draw(TimeValue t, GraphicsWindow& gw);
 
  private:
-  void MakeFigures(int mode, TimeValue t);
+  void MakeFigures(int mode, TimeValue t, PlacementFilter& filter);
   void AddBox(const TypeRef& type, TimeValue t);
   void AddCloud(const TypeRef& type, TimeValue t, int firstSample);
-  void Say();
 
   Distribution& d_;
   std::vector<LightFigure> figures_;
   std::vector<Point3> points_;
-  bool said_ = false;
 };
 
 /// How many of a type's samples the point cloud shows at each of its placements: all of up to 25,

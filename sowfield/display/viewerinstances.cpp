@@ -4,13 +4,12 @@
 
 #include "host/scene/modifier.h"
 #include "host/scene/node.h"
-#include "host/scene/triobject.h"
 #include "sowfield/model/classids.h"
 #include "sowfield/model/invariants.h"
 #include "sowfield/model/palette.h"
 #include "sowfield/model/placementbatch.h"
-#include "sowfield/proxy/moksetfile.h"
-#include "sowfield/proxy/sceneproxy.h"
+#include "sowfield/sources/sourceframe.h"
+#include "sowfield/sources/typemesh.h"
 
 namespace sowfield {
 namespace {
@@ -18,7 +17,8 @@ namespace {
 class ViewerInstances : public InstanceSet {
  public:
   ViewerInstances(const Distribution& d, const INode& own, TimeValue t)
-      : block_(*d.block),
+      : d_(d),
+        block_(*d.block),
         time_(t),
         toObject_(Inverse(own.GetNodeTM(t))),
         evaluator_(block_, t),
@@ -50,34 +50,24 @@ class ViewerInstances : public InstanceSet {
   }
 
   const Mesh* GetMesh(size_t type) override {
-    const TypeRef& ref = types_[type];
-    if (ref.kind == 2) {
-      ReadMoksetMeshInto(block_.Strings(Proxy_Files)[size_t(ref.file)], read_);
-      return &read_;
-    }
-    INode* node = nodes_[type];
-    if (!node) return nullptr;
-    if (ref.kind == 1) {
-      ReadSceneProxyMeshInto(node, read_);
-      return &read_;
-    }
     // The mesh of another Sowfield object is what views show of it at the moment.
-    const Object* base = FindBaseObject(node->GetObjectRef());
-    if (!base || base->ClassID() == kSowfieldClassID) return nullptr;
-    evaluated_ = EvalMesh(node, time_);
-    return evaluated_.mesh;
+    const INode* node = nodes_[type];
+    const Object* base = node ? FindBaseObject(node->GetObjectRef()) : nullptr;
+    if (types_[type].HasNode() && (!base || base->ClassID() == kSowfieldClassID)) return nullptr;
+    shown_ = MeshOfType(d_, types_[type], time_);
+    return shown_.Get();
   }
 
  private:
+  const Distribution& d_;
   const IParamBlock2& block_;
   TimeValue time_;
   Matrix3 toObject_;
   PlacementEvaluator evaluator_;
   PlacementBatch batch_;
   std::vector<TypeRef> types_;
-  std::vector<INode*> nodes_;  // null for a type of kind 2
-  Mesh read_;
-  EvaluatedMesh evaluated_;
+  std::vector<INode*> nodes_;  // null for a type from a file
+  TypeMesh shown_;             // what was asked for last
 };
 
 }  // namespace

@@ -6,18 +6,20 @@
 #include "sowfield/model/generator.h"
 #include "sowfield/model/listener.h"
 #include "sowfield/model/params.h"
+#include "sowfield/model/typekind.h"
 
 namespace sowfield {
 
-/// Where the source of type t stands: Geo_Nodes[node] unless the kind is 2, then Proxy_Files[file].
+/// Where the source of type t stands: Geo_Nodes[node], or Proxy_Files[file] of a type from a file.
 /// Each of the three ordinals counts the types below t that have an entry in its table.
 struct TypeRef {
   int type = 0;
-  int kind = 0;
+  int kind = kFromNode;
   int node = 0;      // index into Geo_Nodes
   int file = 0;      // index into Proxy_Files and Proxy_MtlIndex
   int original = 0;  // index into Proxy_Nodes
-  bool HasNode() const { return kind != 2; }
+  bool HasNode() const { return kind != kFromFile; }
+  bool HasOriginal() const { return kind == kFromVRayProxy; }
 };
 
 /// Walks the types in order with their ordinals. The tables may not change during the walk.
@@ -35,7 +37,7 @@ class TypeWalk {
     const TypeRef* operator->() const { return &ref_; }
     Iterator& operator++() {
       ++(ref_.HasNode() ? ref_.node : ref_.file);
-      if (ref_.kind == 3) ++ref_.original;
+      if (ref_.HasOriginal()) ++ref_.original;
       ++ref_.type;
       ReadKind();
       return *this;
@@ -43,7 +45,9 @@ class TypeWalk {
     bool operator!=(const Iterator& o) const { return ref_.type != o.ref_.type; }
 
    private:
-    void ReadKind() { ref_.kind = ref_.type < int(kinds_.size()) ? kinds_[size_t(ref_.type)] : 0; }
+    void ReadKind() {
+      ref_.kind = ref_.type < int(kinds_.size()) ? kinds_[size_t(ref_.type)] : kFromNode;
+    }
     std::span<const int> kinds_;
     TypeRef ref_;
   };
@@ -97,12 +101,14 @@ class Distribution {
   ListState lists;
   /// The smallest brush radius that the panel takes, scene units; 0 before there is a type.
   float brushMinimum = 0;
+  /// Whether it was said that the exclusion splines, which the block asks for now, do nothing yet.
+  mutable bool exclusionTold = false;
 
   int TypeCount() const { return block->Count(Proxy_Files) + block->Count(Geo_Nodes); }
   int PlacementCount() const { return block->Count(Ins_Pos); }
   /// 0 <= type < TypeCount().
   TypeRef FindType(int type) const;
-  /// The source node; null for a kind 2 type and while the host takes a node away.
+  /// The source node; null for a type from a file and while the host takes a node away.
   INode* SourceNode(const TypeRef& type) const {
     return type.HasNode() ? block->GetINode(Geo_Nodes, curTime, type.node) : nullptr;
   }

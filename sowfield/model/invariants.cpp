@@ -78,7 +78,7 @@ Counts CountsOf(const IParamBlock2& block) {
   n.types = block.Count(Geo_Kind);
   for (const TypeRef& t : TypeWalk(block)) {
     ++(t.HasNode() ? n.nodeTypes : n.fileTypes);
-    if (t.kind == 3) ++n.rendererProxies;
+    if (t.HasOriginal()) ++n.rendererProxies;
   }
   const std::span<const int> samples = block.Ints(Geo_PointCount);
   n.samples = std::accumulate(samples.begin(), samples.end(), 0LL);
@@ -132,7 +132,7 @@ bool IsNormalRow(Param id) {
 }
 
 std::string FirstBreachIn(const IParamBlock2& block, bool normalRows) {
-  if (std::string b = RangeBreach(block, Geo_Kind, 0, 3); !b.empty()) return b;
+  if (std::string b = RangeBreach(block, Geo_Kind, 0, kTypeKinds - 1); !b.empty()) return b;
   const Counts n = CountsOf(block);
   for (const ParamEntry& e : AllParams())
     if (const long long expected = ExpectedCount(block, e, n); normalRows || !IsNormalRow(e.id))

@@ -113,13 +113,6 @@ TimeValue PlacementEvaluator::Time(size_t p) const {
   return ToTime(offset - float(animStart_) + float(time_));
 }
 
-Matrix3 SourceMatrix(const INode* node, TimeValue t) {
-  if (!node) return {};
-  Matrix3 m = node->GetNodeTM(t);
-  m.SetTrans(node->GetObjectTM(t).GetTrans() - m.GetTrans());
-  return m;
-}
-
 Point3 StoredAngles(float spin, const Point3& normal, Matrix3* base) {
   Matrix3 m;
   m.RotateZ(spin);

@@ -5,8 +5,6 @@
 #include "host/math/matrix3.h"
 #include "sowfield/model/distribution.h"
 
-class INode;
-
 namespace sowfield {
 
 /// What the transform rows make of a type and a random row: it doesn't depend on the placement.
@@ -73,10 +71,6 @@ class PlacementEvaluator {
   TimeValue time_, animStart_;
   float ticksPerFrame_;
 };
-
-/// Rotation and scale of the node, with the way from its pivot to its object as translation: the
-/// node's place in the scene has no effect. The identity without a node (kind 2).
-Matrix3 SourceMatrix(const INode* node, TimeValue t);
 
 /// Angles to store for a surface orientation: a spin about the normal, then the smallest turn from
 /// +Z to the normal. A zero normal leaves the spin alone. `base` gets the orientation itself.

@@ -12,6 +12,8 @@ namespace {
 constexpr float kPlainWeight = 1e6f;
 constexpr float kPlainAngle = 1e6f;
 
+constexpr size_t kGathered = 64;  // placements of a list that go through the kernel in one call
+
 constexpr std::uint32_t kMinusZero = 0x80000000u;
 
 // Turned by plain angles a row of zeros gives zeros of either sign, which added to a coordinate
@@ -72,14 +74,44 @@ const Point3* PlacementBatch::Origins(size_t first, size_t count, const Point3* 
                                       Point3* buffer) const {
   if (liftless_ && StayPut(placements_.Angles().data() + first, positions, 3 * count))
     return positions;
-  constexpr size_t kRun = 64;
-  Matrix3 matrices[kRun];
-  for (size_t begin = 0; begin < count; begin += kRun) {
-    const size_t run = std::min(kRun, count - begin);
+  Matrix3 matrices[kGathered];
+  for (size_t begin = 0; begin < count; begin += kGathered) {
+    const size_t run = std::min(kGathered, count - begin);
     Matrices(first + begin, run, positions + begin, matrices);
     for (size_t i = 0; i < run; ++i) buffer[begin + i] = matrices[i].GetTrans();
   }
   return buffer;
+}
+
+const Point3* PlacementBatch::Origins(const Places& places, size_t first, size_t count,
+                                      const Point3* positions, Point3* buffer) const {
+  if (places.AreAll()) return Origins(first, count, positions, buffer);
+  Matrix3 matrices[kGathered];
+  for (size_t begin = 0; begin < count; begin += kGathered) {
+    const size_t run = std::min(kGathered, count - begin);
+    Run(places, first + begin, run, positions + begin, matrices);
+    for (size_t i = 0; i < run; ++i) buffer[begin + i] = matrices[i].GetTrans();
+  }
+  return buffer;
+}
+
+void PlacementBatch::Run(const Places& places, size_t first, size_t count, const Point3* positions,
+                         Matrix3* out) const {
+  if (places.AreAll())
+    return Matrices(first, count, positions ? positions : &placements_.Positions()[first], out);
+  int types[kGathered], rows[kGathered];
+  Point3 angles[kGathered], stored[kGathered];
+  for (size_t begin = 0; begin < count; begin += kGathered) {
+    const size_t run = std::min(kGathered, count - begin);
+    for (size_t i = 0; i < run; ++i) {
+      const size_t p = places[first + begin + i];
+      types[i] = placements_.Types()[p], rows[i] = placements_.Rows()[p];
+      angles[i] = placements_.Angles()[p], stored[i] = placements_.Positions()[p];
+    }
+    const Point3* at = positions ? positions + begin : stored;
+    kernel_({forms_.data(), types, rows, &angles->x, &at->x, run},
+            reinterpret_cast<float*>(out + begin));
+  }
 }
 
 void PlacementBatch::Matrices(size_t first, size_t count, const Point3* positions,

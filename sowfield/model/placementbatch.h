@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "sowfield/model/placement.h"
+#include "sowfield/model/placementfilter.h"
 #include "sowfield/model/placementkernel.h"
 
 namespace sowfield {
@@ -21,17 +22,25 @@ class PlacementBatch {
   }
   /// The same with other positions than the stored ones, `count` of them.
   void Matrices(size_t first, size_t count, const Point3* positions, Matrix3* out) const;
-  Matrix3 Matrix(size_t p, const Point3& position) const {
-    Matrix3 m;
-    Matrices(p, 1, &position, &m);
-    return m;
+  /// The same of `count` placements of a list, from its entry `first` on; positions, where given,
+  /// are those of these entries.
+  void Matrices(const Places& places, size_t first, size_t count, Matrix3* out) const {
+    Run(places, first, count, nullptr, out);
+  }
+  void Matrices(const Places& places, size_t first, size_t count, const Point3* positions,
+                Matrix3* out) const {
+    Run(places, first, count, positions, out);
   }
 
   /// The translations of those matrices: positions, lifted by the Z offset along the tilt. They
   /// are written to `buffer`, or are the positions themselves where no type has an offset.
   const Point3* Origins(size_t first, size_t count, const Point3* positions, Point3* buffer) const;
+  const Point3* Origins(const Places& places, size_t first, size_t count, const Point3* positions,
+                        Point3* buffer) const;
 
  private:
+  void Run(const Places& places, size_t first, size_t count, const Point3* positions,
+           Matrix3* out) const;
   const PlacementEvaluator& placements_;
   PlacementKernel kernel_;
   std::vector<KernelForm> forms_;  // kFormsPerType a type

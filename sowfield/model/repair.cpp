@@ -57,10 +57,10 @@ class Repair {
   void RepairKinds() {
     const std::span<const int> stored = block_.Ints(Geo_Kind);
     kinds_.assign(stored.begin(), stored.end());
-    const auto sound = [](int kind) { return kind >= 0 && kind <= 3; };
+    const auto sound = [](int kind) { return kind >= 0 && kind < kTypeKinds; };
     size_t nodes = 0, files = 0, guessed = 0;
     for (const int kind : kinds_)
-      if (sound(kind)) ++(kind == 2 ? files : nodes);
+      if (sound(kind)) ++(kind == kFromFile ? files : nodes);
     const auto guess = [&] {
       ++guessed;
       const bool file = nodes >= Count(Geo_Nodes) && files < Count(Proxy_Files);
@@ -89,7 +89,7 @@ class Repair {
       keeps_[type] = type < kMostTypes && (t.HasNode() ? size_t(t.node) < nodes.size() &&
                                                              CanBeSource(nodes[size_t(t.node)])
                                                        : size_t(t.file) < Count(Proxy_Files));
-      if (t.kind != 3) continue;
+      if (!t.HasOriginal()) continue;
       const auto original = size_t(t.original);
       if (original < originals.size() && originals[original]) {
         keep[original] = 1;

@@ -110,7 +110,7 @@ void RemoveType(Distribution& d, const TypeRef& type, RemovedBecause why) {
   } else {
     RemoveProxyFile(d, type.file);
   }
-  if (type.kind == 3) block.Delete(Proxy_Nodes, type.original, 1);
+  if (type.HasOriginal()) block.Delete(Proxy_Nodes, type.original, 1);
   if (why == RemovedBecause::Asked) removeShares();
   block.Delete(Geo_BoxMax, t, 1);
   block.Delete(Geo_BoxMin, t, 1);
@@ -137,11 +137,11 @@ void RemoveNulledTypes(Distribution& d) {
   IParamBlock2& block = *d.block;
   d.SetListReady(0);
   const auto original = [&](const TypeRef& t) {
-    return t.kind == 3 ? block.GetINode(Proxy_Nodes, d.curTime, t.original) : nullptr;
+    return t.HasOriginal() ? block.GetINode(Proxy_Nodes, d.curTime, t.original) : nullptr;
   };
   const auto firstNulled = [&]() -> TypeRef {
     for (const TypeRef& t : TypeWalk(block))
-      if ((t.HasNode() && !d.SourceNode(t)) || (t.kind == 3 && !original(t))) return t;
+      if ((t.HasNode() && !d.SourceNode(t)) || (t.HasOriginal() && !original(t))) return t;
     return {-1};
   };
   for (TypeRef t = firstNulled(); t.type >= 0; t = firstNulled()) {

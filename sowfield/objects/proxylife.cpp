@@ -7,15 +7,13 @@
 #include "host/interface.h"
 #include "host/scene/modifier.h"
 #include "sowfield/model/typerows.h"
-#include "sowfield/objects/proxyfiles.h"
-#include "sowfield/objects/source.h"
 #include "sowfield/proxy/moksetfile.h"
-#include "sowfield/proxy/sceneproxy.h"
+#include "sowfield/sources/proxyfiles.h"
+#include "sowfield/sources/source.h"
+#include "sowfield/sources/typemesh.h"
 
 namespace sowfield {
 namespace {
-
-constexpr int kFromNode = 0, kFromSceneProxy = 1, kFromFile = 2, kFromVRayProxy = 3;
 
 bool IsType(const Distribution& d, int type, int kind) {
   return type >= 0 && type < d.TypeCount() && d.FindType(type).kind == kind;
@@ -35,7 +33,7 @@ INode* WorkingNode(INode* source, int kind, TimeValue t) {
   INode* node = nullptr;
   if (kind == kFromSceneProxy) {
     TriObject* made = NewTriObject();
-    ReadSceneProxyMeshInto(source, made->mesh);
+    made->mesh = std::move(*MeshOfSource(source, kind, t).read);
     node = ip->CreateObjectNode(made);
   } else {
     node = ip->CreateObjectNode(source->GetObjectRef());
@@ -163,13 +161,15 @@ std::string WhyNotConvertible(const Distribution& d, int type) {
       return "it lives in a file already";
     case kFromVRayProxy:
       return "a V-Ray proxy can't become a Mokset";
-    case kFromSceneProxy:
-      return ReadSceneProxyMesh(d.SourceNode(d.FindType(type))).verts.empty()
-                 ? "the mesh of its proxy object can't be read"
-                 : "";
     default:
-      return EvalMesh(d.SourceNode(d.FindType(type)), d.curTime) ? "" : "its node gives no mesh";
+      break;
   }
+  const TypeRef ref = d.FindType(type);
+  const TypeMesh shown = MeshOfType(d, ref, d.curTime);
+  if (!shown.Get()) return "its node gives no mesh";
+  return ref.kind == kFromSceneProxy && shown.Get()->verts.empty()
+             ? "the mesh of its proxy object can't be read"
+             : "";
 }
 
 bool ConvertType(Distribution& d, int type, const WStr& path, bool& written, std::string* error) {
@@ -249,7 +249,7 @@ bool ExportMoksetToObject(Distribution& d, int type) {
   theHold.Begin();
   block.SetValue(Geo_Kind, d.curTime, kFromNode, type);
   TriObject* object = NewTriObject(EditableMesh::kClassID);
-  ReadMoksetMeshInto(path, object->mesh);
+  object->mesh = std::move(*MeshOfType(d, from, d.curTime).read);
   INode* node = ip->CreateObjectNode(object);
   node->SetName(block.GetStr(Geo_Names, d.curTime, type));
   if (INode* own = d.OwnNode()) {
@@ -298,7 +298,7 @@ std::vector<INode*> MakePreviewNodes(Distribution& d) {
   for (const TypeRef& type : TypeWalk(*d.block)) {
     if (type.kind != kFromFile) continue;
     TriObject* object = NewTriObject();
-    ReadMoksetMeshInto(FileOf(d, type), object->mesh);
+    object->mesh = std::move(*MeshOfType(d, type, d.curTime).read);
     INode* node = GetCOREInterface()->CreateObjectNode(object);
     node->SetMtl(MaterialOf(d, type));
     node->Hide(true);

@@ -48,10 +48,11 @@ class LeavingNodes {
  public:
   void Take(const Distribution& d, const TypeRef& type) {
     if (!type.HasNode()) return;
-    (type.kind == 3 ? made_ : scene_).push_back(d.SourceNode(type));
+    (type.HasOriginal() ? made_ : scene_).push_back(d.SourceNode(type));
   }
   void TakeOriginal(const Distribution& d, const TypeRef& type) {
-    if (type.kind == 3) scene_.push_back(d.block->GetINode(Proxy_Nodes, d.curTime, type.original));
+    if (type.HasOriginal())
+      scene_.push_back(d.block->GetINode(Proxy_Nodes, d.curTime, type.original));
   }
   // Call when the tables agree again: a deletion may reach them.
   void LetGo() const {
@@ -69,17 +70,18 @@ class LeavingNodes {
 // The type's new place in the tables of nodes and files, by its old kind and the new one.
 void ReplaceSource(Distribution& d, const TypeRef& old, const Source& source) {
   IParamBlock2& block = *d.block;
-  if (old.kind == 2) {
+  if (!old.HasNode()) {
     RemoveProxyFile(d, old.file);
     block.Insert(Geo_Nodes, old.node, 1, &source.node);
   } else {
     block.SetValue(Geo_Nodes, d.curTime, source.node, old.node);
   }
-  if (old.kind == 3 && source.kind == 3) {
+  const bool hasOriginal = source.kind == kFromVRayProxy;
+  if (old.HasOriginal() && hasOriginal) {
     block.SetValue(Proxy_Nodes, d.curTime, source.picked, old.original);
-  } else if (old.kind == 3) {
+  } else if (old.HasOriginal()) {
     block.Delete(Proxy_Nodes, old.original, 1);
-  } else if (source.kind == 3) {
+  } else if (hasOriginal) {
     block.Insert(Proxy_Nodes, old.original, 1, &source.picked);
   }
 }
@@ -101,7 +103,7 @@ bool AddType(Distribution& d, INode* node) {
     if (before == 0) SizeBrush(d, source.data, source.node);
     source.MovePivotToFloor(Source::Before::Reset);
     block.Append(Geo_Nodes, 1, &source.node);
-    if (source.kind == 3) block.Append(Proxy_Nodes, 1, &source.picked);
+    if (source.kind == kFromVRayProxy) block.Append(Proxy_Nodes, 1, &source.picked);
   }
   RecomputeBrushMinimum(d);
   AppendTypeRows(d);

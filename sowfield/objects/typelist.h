@@ -3,7 +3,7 @@
 #include <span>
 
 #include "sowfield/model/distribution.h"
-#include "sowfield/objects/source.h"
+#include "sowfield/sources/source.h"
 
 namespace sowfield {
 

@@ -11,10 +11,10 @@
 #include "sowfield/model/palette.h"
 #include "sowfield/model/typedata.h"
 #include "sowfield/model/typerows.h"
-#include "sowfield/objects/proxyfiles.h"
 #include "sowfield/plugin/classdesc.h"
 #include "sowfield/plugin/editcontext.h"
 #include "sowfield/plugin/entry.h"
+#include "sowfield/sources/proxyfiles.h"
 
 namespace sowfield {
 namespace {

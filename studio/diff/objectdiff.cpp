@@ -215,7 +215,7 @@ class Comparison {
         if (!x.HasNode() && !y.HasNode()) add(x.file, y.file);
         return;
       case IndexForm::RendererProxyType:
-        if (x.kind == 3 && y.kind == 3) add(x.original, y.original);
+        if (x.HasOriginal() && y.HasOriginal()) add(x.original, y.original);
         return;
       case IndexForm::RandomBlock: {
         constexpr size_t n = sowfield::kBlockSize;

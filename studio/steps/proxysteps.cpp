@@ -27,8 +27,6 @@ struct AskedType {
   int type;
 };
 
-constexpr int kFromFile = 2;
-
 // Why a Mokset file can't be read whole; empty if it can.
 std::string WhyNotRead(const WStr& path) {
   Mesh mesh;
@@ -73,7 +71,7 @@ void ConvertType(Stage& stage, const Call& call, Outcome& out) {
 
 void LoadType(Stage& stage, const Call& call, Outcome& out) {
   const AskedType asked(stage, call);
-  if (asked.Kind() != kFromFile) asked.Refuse("it doesn't live in a file");
+  if (asked.Kind() != sowfield::kFromFile) asked.Refuse("it doesn't live in a file");
   const Value& file = *call.args.Given("file");
   const WStr path = FromUtf8(stage.Resolve(file.text));
   if (!sowfield::PointTypeAtFile(asked.object.distribution, asked.type, path))
@@ -84,7 +82,7 @@ void LoadType(Stage& stage, const Call& call, Outcome& out) {
 
 void ExportType(Stage& stage, const Call& call, Outcome& out) {
   const AskedType asked(stage, call);
-  if (asked.Kind() != kFromFile) asked.Refuse("it doesn't live in a file");
+  if (asked.Kind() != sowfield::kFromFile) asked.Refuse("it doesn't live in a file");
   sowfield::Distribution& d = asked.object.distribution;
   const WStr path = d.block->GetStr(sowfield::Proxy_Files, d.curTime, d.FindType(asked.type).file);
   if (const std::string why = WhyNotRead(path); !why.empty())
@@ -106,7 +104,7 @@ void UpdateTypes(Stage& stage, const Call& call, Outcome& out) {
   unread.BeginList();
   const std::span<const WStr> files = d.block->Strings(sowfield::Proxy_Files);
   for (const sowfield::TypeRef& type : sowfield::TypeWalk(*d.block)) {
-    if (type.kind != kFromFile) continue;
+    if (type.kind != sowfield::kFromFile) continue;
     const WStr& path = files[size_t(type.file)];
     const std::string why = WhyNotRead(path);
     if (why.empty()) continue;

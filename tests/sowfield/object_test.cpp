@@ -9,10 +9,10 @@
 #include <set>
 #include <sstream>
 
-#include "sowfield/model/placement.h"
 #include "sowfield/model/stats.h"
 #include "sowfield/plugin/classdesc.h"
 #include "sowfield/plugin/createcallback.h"
+#include "sowfield/sources/sourceframe.h"
 #include "tests/sowfield/typelist_fixture.h"
 
 namespace sowfield {

@@ -14,6 +14,7 @@
 #include "sowfield/display/figures.h"
 #include "sowfield/model/displaymode.h"
 #include "sowfield/model/placementbatch.h"
+#include "sowfield/model/stats.h"
 #include "tests/sowfield/placement_twin.h"
 
 namespace sowfield {
@@ -283,10 +284,23 @@ TEST(PlacementBatch, GivesTheBitsOfTheDefinitionWithEveryKernel) {
       std::vector<Matrix3> all(one.Count());
       batch.Matrices(0, 3, all.data());
       batch.Matrices(3, all.size() - 3, all.data() + 3);
+      std::vector<std::uint32_t> list;
+      std::vector<Point3> moved;
       for (size_t p = 0; p < all.size(); ++p) {
         ASSERT_TRUE(Same(all[p], one.Matrix(p))) << p;
-        const Point3 moved = one.Position(p) * 0.5f;
-        ASSERT_TRUE(Same(batch.Matrix(p, moved), one.Matrix(p, moved))) << p;
+        if (p % 3 != 1) list.push_back(std::uint32_t(p)), moved.push_back(one.Position(p) * 0.5f);
+      }
+      // A list of places, with positions of their own and without.
+      const Places places(list);
+      std::vector<Matrix3> some(list.size()), stored(list.size());
+      std::vector<Point3> origins(list.size());
+      batch.Matrices(places, 0, list.size(), moved.data(), some.data());
+      batch.Matrices(places, 5, list.size() - 5, stored.data() + 5);
+      batch.Origins(places, 0, list.size(), moved.data(), origins.data());
+      for (size_t i = 0; i < list.size(); ++i) {
+        const Matrix3 expected = one.Matrix(list[i], moved[i]);
+        ASSERT_TRUE(Same(some[i], expected) && (i < 5 || Same(stored[i], all[list[i]]))) << i;
+        ASSERT_TRUE(Same(TransMatrix(origins[i]), TransMatrix(expected.GetTrans()))) << i;
       }
       std::vector<Point3> buffer(one.Count());
       for (size_t run = 1; run < 2 * all.size(); run *= 53)
@@ -298,6 +312,35 @@ TEST(PlacementBatch, GivesTheBitsOfTheDefinitionWithEveryKernel) {
         }
     }
   }
+}
+
+TEST(PlacementFilter, EachWalkAsksForItsOwnTests) {
+  Scattered s(60);
+  INode* spline = s.AddNode(L"line", nullptr);
+  s.Set(Excl_On, 1), s.Block().Append(Excl_Splines, 1, &spline);
+  s.Set(Display_Type, 2), s.listener.clear();
+  const auto places = [&](unsigned tests) {
+    std::vector<size_t> found;
+    const Places passing = PlacementFilter(s.D(), 0, tests).Passing();
+    for (size_t i = 0; i < passing.size(); ++i) found.push_back(passing[i]);
+    return found;
+  };
+  std::vector<size_t> all, second;
+  for (size_t p = 0; p < 60; ++p) {
+    all.push_back(p);
+    if (s.Block().GetInt(Ins_Type, 0, int(p)) == 1) second.push_back(p);
+  }
+  EXPECT_TRUE(places(kShownType) == second &&
+              CostOfDisplay(s.D()).placements == (long long)(second.size()));
+  EXPECT_TRUE(s.listener.empty()) << "budgets don't ask for exclusion";
+  EXPECT_TRUE(places(kSeen) == second && places(kExclusion) == all);
+  EXPECT_EQ(ComputeStats(s.D()).placements, 60);
+  EXPECT_EQ(s.listener.size(), 1u) << "said once that there is no such test yet";
+  s.Set(Excl_On, 0), places(kSeen), s.Set(Excl_On, 1), places(kSeen);
+  EXPECT_EQ(s.listener.size(), 2u);
+  PlacementFilter filter(s.D(), 0, kSeen);
+  filter.LeaveOut(1);
+  EXPECT_EQ(filter.Passing().size(), 0u);
 }
 
 TEST(DisplayMesh, IsTheSameOnAnyNumberOfThreads) {

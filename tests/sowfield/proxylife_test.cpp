@@ -12,8 +12,8 @@
 #include "host/scene/animatedmesh.h"
 #include "host/scene/modifier.h"
 #include "sowfield/model/repair.h"
-#include "sowfield/objects/proxyfiles.h"
 #include "sowfield/proxy/moksetfile.h"
+#include "sowfield/sources/proxyfiles.h"
 #include "tests/sowfield/moksetbytes.h"
 #include "tests/sowfield/typelist_fixture.h"
 

@@ -9,6 +9,7 @@
 #include "host/core/parallel.h"
 #include "sowfield/model/placement.h"
 #include "sowfield/proxy/moksetfile.h"
+#include "sowfield/sources/sourceframe.h"
 #include "tests/sowfield/placement_twin.h"
 #include "tests/sowfield/typelist_fixture.h"
 

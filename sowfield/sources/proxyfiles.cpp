@@ -1,4 +1,4 @@
-#include "sowfield/objects/proxyfiles.h"
+#include "sowfield/sources/proxyfiles.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -26,7 +26,7 @@ class Source {
   Source(const Source&) = delete;
   Source& operator=(const Source&) = delete;
 
-  int kind;       // as in Geo_Kind: 0, 1 or 3
+  int kind;       // as in Geo_Kind
   INode* node;    // stands in Geo_Nodes: the picked one, or the one that was made
   INode* picked;  // stands in Proxy_Nodes, for kind 3
   TypeData data;

@@ -1,4 +1,4 @@
-#include "sowfield/objects/source.h"
+#include "sowfield/sources/source.h"
 
 #include <algorithm>
 
@@ -7,6 +7,7 @@
 #include "host/scene/triobject.h"
 #include "sowfield/model/classids.h"
 #include "sowfield/proxy/sceneproxy.h"
+#include "sowfield/sources/typemesh.h"
 
 namespace sowfield {
 namespace {
@@ -19,8 +20,8 @@ IParamBlock2* BlockOf(INode* node, TimeValue t) {
 }
 
 int KindOf(const Object* object) {
-  if (object->ClassID() == kMoksetProxyClassID) return 1;
-  return object->ClassID() == kVRayProxyClassID ? 3 : 0;
+  if (object->ClassID() == kMoksetProxyClassID) return kFromSceneProxy;
+  return object->ClassID() == kVRayProxyClassID ? kFromVRayProxy : kFromNode;
 }
 
 // Sets what a V-Ray proxy shows; returns what it showed.
@@ -108,7 +109,8 @@ INode* MakeMeshNode(INode* proxy, const Mesh& mesh, TimeValue t) {
 // box that it tells.
 Box3 SeenBox(INode* node, TimeValue t, int kind) {
   const Matrix3 tm = node->GetObjectTM(t);
-  Box3 box = kind == 1 ? ReadSceneProxyMesh(node).getBoundingBox(&tm) : TightWorldBox(node, t);
+  Box3 box = kind == kFromSceneProxy ? MeshOfSource(node, kind, t).Get()->getBoundingBox(&tm)
+                                     : TightWorldBox(node, t);
   if (box.IsEmpty()) node->EvalWorldState(t).obj->GetWorldBoundBox(t, node, nullptr, box);
   return box;
 }
@@ -124,9 +126,9 @@ std::string WhyNotASource(INode* node, TimeValue t) {
   if (id == kSowfieldClassID) return "a Sowfield object can't be a source";
   if (id == kForeignClassA || id == kForeignClassB) return "objects of its class can't be sources";
   const int kind = KindOf(object);
-  const std::string why = kind == 1   ? WhyNotTables(object->GetParamBlock(0))
-                          : kind == 3 ? WhyNotAWholeMesh(node, object, t)
-                                      : WhyNotAMesh(object, t);
+  const std::string why = kind == kFromSceneProxy  ? WhyNotTables(object->GetParamBlock(0))
+                          : kind == kFromVRayProxy ? WhyNotAWholeMesh(node, object, t)
+                                                   : WhyNotAMesh(object, t);
   if (!why.empty()) return why;
   if (!node->GetNodeTM(t).IsInvertible()) return "its matrix flattens space or isn't finite";
   Box3 box;
@@ -143,13 +145,13 @@ bool IsInUse(const INode* node) {
 
 Source::Source(INode* asked, TimeValue t, SampleShuffle how)
     : kind(KindOf(asked->EvalWorldState(t).obj)), node(asked), picked(asked), t_(t) {
-  if (kind == 1) {
+  if (kind == kFromSceneProxy) {
     data = DataOfMoksetProxy(*BlockOf(picked, t));
     return;
   }
-  if (kind == 3) shown_ = ShowVRay(picked, t, kVRayWholeMesh);
+  if (kind == kFromVRayProxy) shown_ = ShowVRay(picked, t, kVRayWholeMesh);
   const EvaluatedMesh whole = EvalMesh(picked, t);
-  if (kind == 3) node = MakeMeshNode(picked, *whole.mesh, t);
+  if (kind == kFromVRayProxy) node = MakeMeshNode(picked, *whole.mesh, t);
   data = DataOfMesh(*whole.mesh, how);
 }
 
@@ -160,14 +162,15 @@ Source::~Source() {
 void Source::MovePivotToFloor(Before ofKind3) const {
   const Box3 box = SeenBox(node, t_, kind);
   const auto prepare = [&](INode* n) {
-    kind == 3 && ofKind3 == Before::Reset ? n->ResetPivot(t_) : n->CenterPivot(t_, false);
+    kind == kFromVRayProxy&& ofKind3 == Before::Reset ? n->ResetPivot(t_)
+                                                      : n->CenterPivot(t_, false);
   };
   prepare(node);
-  if (kind == 3) prepare(picked);
+  if (kind == kFromVRayProxy) prepare(picked);
   const Point3 center = box.Center();
   const Point3 offset = Point3(center.x, center.y, box.Min().z) - node->GetNodeTM(t_).GetTrans();
   node->Move(t_, Matrix3(), offset, true, false, true);
-  if (kind == 3) picked->Move(t_, Matrix3(), offset, true, false, true);
+  if (kind == kFromVRayProxy) picked->Move(t_, Matrix3(), offset, true, false, true);
 }
 
 }  // namespace sowfield

@@ -152,6 +152,27 @@ class HoldAccess {
 };
 inline constexpr HoldAccess theHold;
 
+/// An undo step that is taken back unless it is accepted. Its name is made at the start, when a
+/// lack of memory does no harm yet.
+class UndoStep {
+ public:
+  explicit UndoStep(const wchar_t* name) : name_(name) { theHold.Begin(); }
+  UndoStep(const UndoStep&) = delete;
+  UndoStep& operator=(const UndoStep&) = delete;
+  ~UndoStep() {
+    if (open_) theHold.Cancel();
+  }
+  void Accept() {
+    theHold.Accept(name_);
+    open_ = false;
+  }
+  bool Open() const { return open_; }
+
+ private:
+  WStr name_;
+  bool open_ = true;
+};
+
 /// Records that a plain member of a target was changed: undo and redo exchange the two values.
 /// Call before the write. The first record of a place within a step is enough.
 template <class T>

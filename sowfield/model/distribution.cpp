@@ -25,8 +25,8 @@ TypeRef Distribution::FindType(int type) const {
 }
 
 void Distribution::SetListReady(int ready) {
-  listReady_ = ready;
-  if (!ready) return;
+  listReady_ = ready && changes_ == 0;
+  if (!listReady_) return;
   const std::vector<Event> events = std::move(waiting_);
   waiting_.clear();
   for (const Event e : events) Deliver(e);

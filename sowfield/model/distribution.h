@@ -118,7 +118,7 @@ class Distribution {
   bool PanelsOpen() const { return object_.PanelsOpen(); }
 
   /// 1 while the tables agree with each other, 0 in the middle of a change. Setting 1 delivers the
-  /// list events that waited, each once.
+  /// list events that waited, each once. While a ListChange lives the list isn't ready.
   int ListReady() const { return listReady_; }
   void SetListReady(int ready);
 
@@ -127,10 +127,12 @@ class Distribution {
   void Tell(Event event);
 
  private:
+  friend class ListChange;
   void Deliver(Event event);
 
   ObjectSide& object_;
   int listReady_ = 1;
+  int changes_ = 0;  // ListChanges that are under way, one in the other
   std::vector<Listener*> listeners_;
   std::vector<Event> waiting_;
 };

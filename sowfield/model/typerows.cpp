@@ -3,6 +3,7 @@
 #include <numeric>
 
 #include "host/interface.h"
+#include "sowfield/model/listchange.h"
 
 namespace sowfield {
 namespace {
@@ -135,7 +136,7 @@ void RemoveType(Distribution& d, const TypeRef& type, RemovedBecause why) {
 
 void RemoveNulledTypes(Distribution& d) {
   IParamBlock2& block = *d.block;
-  d.SetListReady(0);
+  ListChange change(d, L"Delete");  // within the step that takes the nodes away
   const auto original = [&](const TypeRef& t) {
     return t.HasOriginal() ? block.GetINode(Proxy_Nodes, d.curTime, t.original) : nullptr;
   };
@@ -152,10 +153,10 @@ void RemoveNulledTypes(Distribution& d) {
   }
   for (int i = block.Count(Proxy_Nodes); i-- > 0;)
     if (!block.GetINode(Proxy_Nodes, d.curTime, i)) block.Delete(Proxy_Nodes, i, 1);
+  change.Accept();
   TakeBrushMinimum(d);
   d.Tell(Event::StatsChanged);
   d.RefreshObject();
-  d.SetListReady(1);
 }
 
 }  // namespace sowfield

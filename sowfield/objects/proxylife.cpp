@@ -6,6 +6,7 @@
 #include "host/core/classdesc.h"
 #include "host/interface.h"
 #include "host/scene/modifier.h"
+#include "sowfield/model/listchange.h"
 #include "sowfield/model/typerows.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "sowfield/sources/proxyfiles.h"
@@ -178,9 +179,8 @@ bool ConvertType(Distribution& d, int type, const WStr& path, bool& written, std
   IParamBlock2& block = *d.block;
   const TypeRef from = d.FindType(type);
   INode* node = d.SourceNode(from);
-  d.SetListReady(0);
 
-  theHold.Begin();
+  ListChange change(d, L"Save Mokset Out");
   const Mesh mesh = MeshForFile(node, from.kind, d.curTime);
   const Box3 box = mesh.getBoundingBox();
   block.SetValue(Geo_Kind, d.curTime, kFromFile, type);
@@ -202,11 +202,10 @@ bool ConvertType(Distribution& d, int type, const WStr& path, bool& written, std
   block.Delete(Geo_Nodes, from.node, 1);
   TakeBrushMinimum(d);
   TouchName(d, type);
-  theHold.Accept(L"Save Mokset Out");
+  change.Accept();
 
   d.Tell(Event::TypeListChanged);
   d.Tell(Event::PainterListChanged);
-  d.SetListReady(1);
   return true;
 }
 
@@ -215,18 +214,17 @@ bool PointTypeAtFile(Distribution& d, int type, const WStr& path) {
   Mesh mesh;  // only a whole file will do
   const MoksetInfo info = ReadMoksetFile(path, mesh);
   if (info.generation < 1 || info.fault) return false;
-  d.SetListReady(0);
 
-  // Outside a step its tables would go into steps before it, whose undo would then mix two sources.
-  theHold.Begin();
-  TouchKind(d, type);
-  d.block->SetValue(Proxy_Files, d.curTime, path, d.FindType(type).file);
-  ReplaceTypeData(d, type, DataOfFile(info));
-  RecomputeBrushMinimum(d);
-  TouchName(d, type);
-  theHold.Accept(L"Load Mokset");
-
-  d.SetListReady(1);
+  {
+    // Outside a step its tables would go into steps before it, whose undo would mix two sources.
+    ListChange change(d, L"Load Mokset");
+    TouchKind(d, type);
+    d.block->SetValue(Proxy_Files, d.curTime, path, d.FindType(type).file);
+    ReplaceTypeData(d, type, DataOfFile(info));
+    RecomputeBrushMinimum(d);
+    TouchName(d, type);
+    change.Accept();
+  }
   d.RefreshObject();
   return true;
 }
@@ -244,9 +242,8 @@ bool ExportMoksetToObject(Distribution& d, int type) {
                      host::BoxKind::Warning);
     return false;
   }
-  d.SetListReady(0);
 
-  theHold.Begin();
+  ListChange change(d, L"Export Mokset Out");
   block.SetValue(Geo_Kind, d.curTime, kFromNode, type);
   TriObject* object = NewTriObject(EditableMesh::kClassID);
   object->mesh = std::move(*MeshOfType(d, from, d.curTime).read);
@@ -261,20 +258,17 @@ bool ExportMoksetToObject(Distribution& d, int type) {
   RemoveProxyFile(d, from.file);
   block.Insert(Geo_Nodes, from.node, 1, &node);
   block.SetValue(Geo_Names, d.curTime, node->GetName(), type);
-  theHold.Accept(L"Export Mokset Out");
+  change.Accept();
 
   d.Tell(Event::TypeListChanged);
   d.Tell(Event::PainterListChanged);
-  d.SetListReady(1);
   return true;
 }
 
 void UpdateAllTypes(Distribution& d) {
   IParamBlock2& block = *d.block;
-  d.SetListReady(0);
-
   // Nodes are exchanged, so it has to be undone as a whole.
-  theHold.Begin();
+  ListChange change(d, L"Update All");
   const bool any = d.TypeCount() > 0;
   if (any) TouchKind(d, 0);
   std::vector<TypeData> all;
@@ -287,10 +281,9 @@ void UpdateAllTypes(Distribution& d) {
     own->SetNodeTM(d.curTime, TransMatrix(own->GetNodeTM(d.curTime).GetTrans()));
   RecomputeBrushMinimum(d);
   if (any) TouchName(d, 0);
-  theHold.Accept(L"Update All");
+  change.Accept();
 
   d.Tell(Event::StatsChanged);
-  d.SetListReady(1);
 }
 
 std::vector<INode*> MakePreviewNodes(Distribution& d) {

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "host/interface.h"
+#include "sowfield/model/listchange.h"
 #include "sowfield/model/typerows.h"
 
 namespace sowfield {
@@ -92,10 +93,9 @@ bool AddType(Distribution& d, INode* node) {
   if (!WhyNotASource(node, d.curTime).empty()) return false;
   IParamBlock2& block = *d.block;
   const int before = d.TypeCount();
-  d.SetListReady(0);
   AddToObjectsLayer(node);
 
-  theHold.Begin();
+  ListChange change(d, L"Adding Geo");
   {
     const Source source(node, d.curTime);
     block.Append(Geo_Kind, 1, &source.kind);
@@ -108,13 +108,12 @@ bool AddType(Distribution& d, INode* node) {
   RecomputeBrushMinimum(d);
   AppendTypeRows(d);
   block.Append(Geo_Names, 1, &node->GetName());
-  theHold.Accept(L"Adding Geo");
+  change.Accept();
 
   ResetLists(d);
   TellColorShiftAtFirstOrLast(d, before);
   FitPainterList(d);
   d.Tell(Event::VariationsDropped);
-  d.SetListReady(1);
   return true;
 }
 
@@ -130,10 +129,9 @@ bool ReplaceType(Distribution& d, INode* node) {
   const int row = d.lists.objectListCount == 1 ? d.lists.objectListFirst : 0;
   if (row < 1 || row > d.TypeCount() || !WhyNotASource(node, d.curTime).empty()) return false;
   IParamBlock2& block = *d.block;
-  d.SetListReady(0);
   AddToObjectsLayer(node);
 
-  theHold.Begin();
+  ListChange change(d, L"Replace Geo");
   const TypeRef old = d.FindType(row - 1);
   LeavingNodes leaving;
   leaving.Take(d, old);
@@ -147,12 +145,11 @@ bool ReplaceType(Distribution& d, INode* node) {
   RecomputeBrushMinimum(d);
   block.SetValue(Geo_Names, d.curTime, node->GetName(), old.type);
   leaving.LetGo();
-  theHold.Accept(L"Replace Geo");
+  change.Accept();
 
   ResetLists(d);
   d.Tell(Event::StatsChanged);
   d.Tell(Event::VariationsDropped);
-  d.SetListReady(1);
   return true;
 }
 
@@ -161,9 +158,8 @@ int DeleteSelectedTypes(Distribution& d) {
   std::vector<int> rows = d.lists.objectRows;
   std::erase_if(rows, [&](int row) { return row < 1 || row > before; });
   if (rows.empty()) return 0;
-  d.SetListReady(0);
 
-  theHold.Begin();
+  ListChange change(d, L"Delete Geo");
   LeavingNodes leaving;
   std::for_each(rows.rbegin(), rows.rend(), [&](int row) {
     const TypeRef type = d.FindType(row - 1);
@@ -173,7 +169,7 @@ int DeleteSelectedTypes(Distribution& d) {
   });
   RecomputeBrushMinimum(d);
   leaving.LetGo();
-  theHold.Accept(L"Delete Geo");
+  change.Accept();
 
   ResetLists(d);
   TellColorShiftAtFirstOrLast(d, before);
@@ -181,7 +177,6 @@ int DeleteSelectedTypes(Distribution& d) {
   d.Tell(Event::StatsChanged);
   d.Tell(Event::VariationsDropped);
   d.RefreshObject();
-  d.SetListReady(1);
   return int(rows.size());
 }
 

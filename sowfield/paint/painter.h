@@ -1,8 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <unordered_set>
 #include <vector>
 
+#include "host/core/hold.h"
 #include "host/core/notify.h"
 #include "host/math/tab.h"
 #include "host/painter/painterinterface.h"
@@ -128,10 +130,10 @@ class SowfieldPainter : public ReferenceTarget, public IPainterCanvasInterface_V
   float strokeTravel_ = 0;  // world units, not yet spent by the multi tool
   Point3 strokeLast_{0, 0, 0};
   bool strokeStarted_ = false;
-  bool eraseStepOpen_ = false;
-  float collisionDist_ = 0;  // world units
-  float eraseChance_ = 1;    // 0 to 1
-  float falloff_ = 0;        // 0 to 1
+  std::optional<UndoStep> eraseStep_;  // spans the events of an eraser's stroke
+  float collisionDist_ = 0;            // world units
+  float eraseChance_ = 1;              // 0 to 1
+  float falloff_ = 0;                  // 0 to 1
 };
 
 }  // namespace sowfield

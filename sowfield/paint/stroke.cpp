@@ -1,11 +1,11 @@
 #include <algorithm>
 #include <cmath>
-#include <utility>
 
 #include "host/interface.h"
 #include "host/math/elementary.h"
 #include "host/math/quat.h"
 #include "sowfield/model/displaymode.h"
+#include "sowfield/model/listchange.h"
 #include "sowfield/model/units.h"
 #include "sowfield/paint/painter.h"
 
@@ -51,12 +51,13 @@ void SowfieldPainter::PrepareCollisions() {
 // The eraser writes only while its step is open: from the stroke's start, or from its first event
 // where it was taken up under way.
 void SowfieldPainter::OpenEraseStep() {
-  if (!eraseStepOpen_) theHold.Begin();
-  eraseStepOpen_ = true;
+  if (!eraseStep_) eraseStep_.emplace(L"Vorn_Painter");
 }
 
 void SowfieldPainter::CloseEraseStep() {
-  if (std::exchange(eraseStepOpen_, false)) theHold.Accept(L"Vorn_Painter");
+  if (!eraseStep_) return;
+  eraseStep_->Accept();
+  eraseStep_.reset();
 }
 
 bool SowfieldPainter::StartStroke() {
@@ -278,7 +279,11 @@ void SowfieldPainter::Erase(const PainterEvent& event) {
   if (!any) return;
 
   OpenEraseStep();
-  for (const Param id : kPlacementTables) block.KeepEntries(id, keep);
+  {
+    ListChange change(d_, L"Vorn_Painter");
+    for (const Param id : kPlacementTables) block.KeepEntries(id, keep);
+    change.Accept();
+  }
   if (!IsLightMode(block.GetInt(Display_Mode, d_.curTime))) {
     d_.RefreshObject();
     painter_->UpdateMeshes(false);  // the object's own mesh may be among the targets
@@ -287,22 +292,26 @@ void SowfieldPainter::Erase(const PainterEvent& event) {
 
 void SowfieldPainter::CommitPending() {
   if (pendingPos_.empty()) return;
-  DeletePreviews();
   IParamBlock2& block = *d_.block;
   const int n = int(pendingPos_.size());
-  theHold.Begin();
-  block.Append(Ins_Pos, n, pendingPos_.data());
-  block.Append(Ins_Normal, n, pendingRot_.data());
-  block.Append(Ins_Type, n, pendingType_.data());
-  block.Append(Ins_Rand, n, pendingRand_.data());
-  block.Append(Ins_AnimRand, n, pendingAnimRand_.data());
+  UndoStep step(L"Vorn_Painter");  // holds the mode too that the display may have to lower
+  {
+    ListChange change(d_, L"Vorn_Painter");
+    block.Append(Ins_Pos, n, pendingPos_.data());
+    block.Append(Ins_Normal, n, pendingRot_.data());
+    block.Append(Ins_Type, n, pendingType_.data());
+    block.Append(Ins_Rand, n, pendingRand_.data());
+    block.Append(Ins_AnimRand, n, pendingAnimRand_.data());
+    change.Accept();
+  }
+  DeletePreviews();
   if (IsLightMode(block.GetInt(Display_Mode, d_.curTime))) {
     GetCOREInterface()->RedrawViews(d_.curTime);
   } else {
     d_.RefreshObject();
   }
+  step.Accept();
   DropPending();
-  theHold.Accept(L"Vorn_Painter");
 }
 
 void SowfieldPainter::DropPending() {

@@ -88,6 +88,46 @@ std::string NeighbourStart(const std::string& file) {
   return "." + WithRoomFor(kMore, NameOf(file), FolderOf(file)) + ".";
 }
 
+// Whether it could be a neighbour of the path that starts its name so, or of any.
+bool IsNeighbourOf(std::string_view start, std::string_view name) {
+  const size_t end = kRandom + kSaving.size();
+  return name.size() > end && name.starts_with('.') && name.ends_with(kSaving) &&
+         name[name.size() - end - 1] == '.' &&
+         (start.empty() || (name.size() == start.size() + end && name.starts_with(start)));
+}
+
+// Removes the neighbours in a folder that `wanted` takes by name and that nobody writes any more.
+void RemoveDead(const std::string& folder,
+                const std::function<bool(const std::string& name)>& wanted,
+                const std::function<void(const std::string& leftover)>& before) {
+  std::error_code code;
+  for (std::filesystem::directory_iterator it(folder, code), end; !code && it != end;
+       it.increment(code)) {
+    std::string name = it->path().filename().string();
+    if (name.ends_with(kAside)) name.resize(name.size() - kAside.size());
+    if (!wanted(name)) continue;
+    const std::string neighbour = folder + "/" + name;
+    const Descriptor fd(::open(neighbour.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (fd ? theFileCalls.lock(fd.Get(), LOCK_EX | LOCK_NB) != 0 : errno != ENOENT) continue;
+    if (fd && before) before(neighbour);
+    ::unlink(neighbour.c_str());
+    ::unlink((neighbour + std::string(kAside)).c_str());
+  }
+}
+
+// What killed processes left of any file in a folder. The leftovers of pairs tell which bytes go
+// with them, so they stay until their pair is saved; those of a name that was cut may be of one.
+void RemoveStrayLeftovers(const std::string& folder) {
+  const size_t longest = LongestName(folder);
+  RemoveDead(folder,
+             [&](const std::string& name) {
+               const size_t end = 1 + kRandom + kSaving.size();
+               return IsNeighbourOf("", name) && name.size() + kAside.size() < longest - 3 &&
+                      !name.substr(0, name.size() - end).ends_with(".gltf");
+             },
+             {});
+}
+
 // Gives -1 and the reason on failure.
 int OpenRegular(const std::string& path, size_t& size, std::string& error) {
   // Without O_NONBLOCK opening a pipe would wait for its writer.
@@ -127,6 +167,21 @@ std::string FileBehind(const std::string& path) {
   return file.string();
 }
 
+bool SameFile(const std::string& a, const std::string& b) {
+  struct stat one {
+  }, other{};
+  const bool there = ::stat(a.c_str(), &one) == 0, otherThere = ::stat(b.c_str(), &other) == 0;
+  if (there && otherThere) return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+  if (there || otherThere) return false;
+  std::error_code code;
+  const auto place = [&](const std::string& path) {
+    const std::filesystem::path full =
+        std::filesystem::weakly_canonical(std::filesystem::absolute(FileBehind(path), code), code);
+    return code ? std::filesystem::path(path) : full;
+  };
+  return place(a) == place(b);
+}
+
 std::string BackupOf(const std::string& path) { return path + ".bak"; }
 
 bool IsNeighbour(const std::string& name) {
@@ -144,23 +199,9 @@ std::string WithRoomFor(size_t more, const std::string& name, const std::string&
 
 void RemoveLeftovers(const std::string& path,
                      const std::function<void(const std::string& leftover)>& before) {
-  const std::string file = FileBehind(path), folder = FolderOf(file);
-  const std::string start = NeighbourStart(file);
-  std::error_code code;
-  for (std::filesystem::directory_iterator it(folder, code), end; !code && it != end;
-       it.increment(code)) {
-    std::string name = it->path().filename().string();
-    if (name.ends_with(kAside)) name.resize(name.size() - kAside.size());
-    if (name.size() != start.size() + kRandom + kSaving.size() || !name.starts_with(start) ||
-        !name.ends_with(kSaving))
-      continue;
-    const std::string neighbour = folder + "/" + name;
-    const Descriptor fd(::open(neighbour.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    if (fd ? theFileCalls.lock(fd.Get(), LOCK_EX | LOCK_NB) != 0 : errno != ENOENT) continue;
-    if (fd && before) before(neighbour);
-    ::unlink(neighbour.c_str());
-    ::unlink((neighbour + std::string(kAside)).c_str());
-  }
+  const std::string file = FileBehind(path), start = NeighbourStart(file);
+  RemoveDead(
+      FolderOf(file), [&](const std::string& name) { return IsNeighbourOf(start, name); }, before);
 }
 
 struct SafeFile::State {
@@ -218,6 +259,7 @@ bool SafeFile::Open() {
   s.folder = FolderOf(s.target);
   s.mode = NewFileMode();
   if (!MeetOld()) return false;
+  RemoveStrayLeftovers(s.folder);
   while (!s.there) {
     s.neighbour = s.folder + "/" + NeighbourStart(s.target) + std::string(kRandom, 'X') +
                   std::string(kSaving);

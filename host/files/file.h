@@ -29,8 +29,9 @@ extern FileCalls theFileCalls;
 /// the process can't keep the owner, or the group, nobody gains access by the new one: a foreign
 /// group gets what both the old group and all others had. Destroyed before Commit, it leaves the
 /// old file and no neighbour. A process that is killed leaves the neighbour,
-/// `.NAME.XXXXXX.saving`, which RemoveLeftovers knows from one that is being written. Of a name
-/// that is too long for that the neighbour has the beginning alone.
+/// `.NAME.XXXXXX.saving`; the next file that is opened for writing in the folder removes it, but
+/// for those of pairs, whose bytes RemoveLeftovers finds through them. Of a name that is too long
+/// the neighbour has the beginning alone.
 class SafeFile {
  public:
   explicit SafeFile(std::string path);
@@ -64,6 +65,10 @@ class SafeFile {
 
 /// The path itself, or where it leads if it is a link; nothing need be there.
 std::string FileBehind(const std::string& path);
+
+/// Whether two paths lead to one file, by whatever links, names or letters; where nothing is, whether
+/// they lead to one place.
+bool SameFile(const std::string& a, const std::string& b);
 
 /// Where Commit keeps the old file.
 std::string BackupOf(const std::string& path);

@@ -20,6 +20,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <random>
+#include <set>
 #include <thread>
 
 #include "host/files/png.h"
@@ -203,6 +204,40 @@ TEST_F(FileIo, AWriteProtectedFileIsRefused) {
   EXPECT_TRUE(AsNobody([&] { return Write(Path("a"), "new"); }));
 }
 
+TEST_F(FileIo, WhatAKilledWriteLeftGoesWithTheNextOneBeside) {
+  const int status = StatusOfChild([&] {
+    host::theFileCalls.fsync = [](int) { return raise(SIGKILL); };
+    return Write(Path("p.json"), "half") ? 0 : 1;
+  });
+  ASSERT_TRUE(WIFSIGNALED(status));
+  const auto names = [&] {
+    std::set<std::string> found;
+    for (const auto& entry : fs::directory_iterator(folder_))
+      found.insert(entry.path().filename().string());
+    return found;
+  };
+  ASSERT_EQ(names().size(), 1u);
+  Put(".notes.saving", "mine"), Put(".a.gltf.AbC123.saving", "a pair's");
+  host::SafeFile living(Path("b"));
+  ASSERT_TRUE(living.Open() && Write(Path("c"), "c") && living.Commit());
+  EXPECT_EQ(names(), (std::set<std::string>{".notes.saving", ".a.gltf.AbC123.saving", "b", "c"}));
+}
+
+TEST_F(FileIo, OneFileHasManyPaths) {
+  Put("a/x", "x"), Put("y", "x");
+  fs::create_hard_link(Path("a/x"), Path("hard"));
+  fs::create_symlink("a", Path("link"));
+  fs::create_symlink("gone", Path("lost"));
+  const struct {
+    const char *a, *b;
+    bool same;
+  } cases[] = {{"a/x", "hard", true},  {"a/x", "link/x", true}, {"a/x", "link/../a/x", true},
+               {"a/x", "y", false},    {"a/x", "a/z", false},   {"a/z", "link/z", true},
+               {"lost", "gone", true}, {"a/z", "a/Z", false}};
+  for (const auto& c : cases)
+    EXPECT_EQ(host::SameFile(Path(c.a), Path(c.b)), c.same) << c.a << ' ' << c.b;
+}
+
 TEST_F(FileIo, NamesMayBeAsLongAsTheSystemHasThem) {
   for (const std::string letter : {"x", "\xC3\xA4", "\xE2\x82\xAC"})
     for (const size_t size : {236u, 237u, 251u, 252u, 255u}) {
@@ -359,7 +394,7 @@ TEST_F(SceneSafety, SaversAndReadersOfAPairDontDisturbOneAnother) {
 }
 
 TEST_F(SceneSafety, OnlyLeftoversAreRemoved) {
-  const std::string others[] = {".a.glb.AbC123", ".b.glb.AbC123.saving", "a.glb.AbC123.saving",
+  const std::string others[] = {".a.glb.AbC123", ".b.gltf.AbC123.saving", "a.glb.AbC123.saving",
                                 ".a.glb.AbC1234.saving"};
   for (const std::string& name : others) Put(name, "another's");
   Put(".a.glb.AbC123.saving.bak", "");

@@ -25,7 +25,7 @@ ParamBlockDesc2& MoksetDesc() {
                                {P::kDisplay, L"Display", Int, false, false, 6},
                                {P::kSamples, L"Samples", Int, true},
                                {P::kExternal, L"External", Int},
-                               {P::kPath, L"Path", String}});
+                               {P::kPath, L"Path", Filename}});
   return desc;
 }
 

@@ -14,6 +14,23 @@ constexpr const char* kTypeNames[] = {"int",    "bool",     "float", "point3",
 
 const char* TypeName(ParamType type) { return kTypeNames[size_t(type)]; }
 
+// A path may stand as a text, as older files have it.
+bool IsTypeName(const json& name, ParamType type) {
+  return name == TypeName(type) ||
+         (type == ParamType::Filename && name == TypeName(ParamType::String));
+}
+
+std::vector<WStr> Stored(SceneOut& out, std::span<const WStr> paths) {
+  std::vector<WStr> stored;
+  for (const WStr& path : paths) stored.push_back(out.paths.Stored(path));
+  return stored;
+}
+
+std::vector<WStr> InMemory(const SceneIn& in, std::vector<WStr> paths) {
+  for (WStr& path : paths) path = in.paths.InMemory(path);
+  return paths;
+}
+
 template <class T>
 json RefList(SceneOut& out, std::span<T* const> targets) {
   json list = json::array();
@@ -31,8 +48,9 @@ json TableValue(SceneOut& out, const IParamBlock2& block, const ParamDef& def) {
     case ParamType::Point3:
       return out.Table("point3", block.Points(def.id));
     case ParamType::String:
-    case ParamType::Filename:
       return out.Texts(block.Strings(def.id));
+    case ParamType::Filename:
+      return out.Texts(Stored(out, block.Strings(def.id)));
     case ParamType::Node:
       return RefList(out, block.Nodes(def.id));
     case ParamType::Mtl:
@@ -54,8 +72,9 @@ json ScalarValue(SceneOut& out, const IParamBlock2& block, const ParamDef& def) 
       return FloatList(std::array{p.x, p.y, p.z});
     }
     case ParamType::String:
-    case ParamType::Filename:
       return ToUtf8(block.Strings(def.id)[0]);
+    case ParamType::Filename:
+      return ToUtf8(out.paths.Stored(block.Strings(def.id)[0]));
     case ParamType::Node:
       return out.Ref(TargetOf(block.Nodes(def.id)[0]));
     case ParamType::Mtl:
@@ -97,8 +116,9 @@ void ReadTable(const SceneIn& in, IParamBlock2& block, const ParamDef& def, cons
     case ParamType::Point3:
       return Take(block, def.id, in.Table<std::vector<Point3>>(table, "point3", what));
     case ParamType::String:
-    case ParamType::Filename:
       return Take(block, def.id, in.Texts(table, what));
+    case ParamType::Filename:
+      return Take(block, def.id, InMemory(in, in.Texts(table, what)));
     case ParamType::Node:
       return Take(block, def.id, ReadRefs<INode>(in, table, what));
     case ParamType::Mtl:
@@ -122,8 +142,10 @@ void ReadScalar(const SceneIn& in, IParamBlock2& block, const ParamDef& def, con
       break;
     }
     case ParamType::String:
-    case ParamType::Filename:
       block.SetValue(def.id, 0, TextOf(value, what));
+      break;
+    case ParamType::Filename:
+      block.SetValue(def.id, 0, in.paths.InMemory(TextOf(value, what)));
       break;
     case ParamType::Node:
       block.SetValue(def.id, 0, in.RefTo<INode>(value, what));
@@ -137,7 +159,7 @@ void ReadScalar(const SceneIn& in, IParamBlock2& block, const ParamDef& def, con
 void ReadParam(const SceneIn& in, IParamBlock2& block, const ParamDef& def, const json& value) {
   const std::string name = "parameter " + std::to_string(def.id) + " (" + ToUtf8(def.name) + ")";
   const json& type = MemberOf(value, "type");
-  if (type != TypeName(def.type) || value.contains("table") != def.table)
+  if (!IsTypeName(type, def.type) || value.contains("table") != def.table)
     throw SceneFault(name + " is a " + type.dump(-1, ' ', true) +
                      (value.contains("table") ? " table" : "") + ", expected a " +
                      TypeName(def.type) + (def.table ? " table" : ""));

@@ -356,7 +356,8 @@ void ReadMultiMtl(const SceneIn& in, ReferenceTarget& thing, const json& data) {
 
 json WriteBitmap(SceneOut& out, const ReferenceTarget& thing) {
   const auto& b = static_cast<const BitmapTex&>(thing);
-  json data = {{"name", ToUtf8(b.GetName())}, {"picture", ToUtf8(b.GetMapName())}};
+  const WStr picture = b.GetBytes() ? b.GetMapName() : out.paths.Stored(b.GetMapName());
+  json data = {{"name", ToUtf8(b.GetName())}, {"picture", ToUtf8(picture)}};
   if (b.GetBytes()) data["bytes"] = out.Table("byte", std::span(*b.GetBytes()));
   return data;
 }
@@ -368,7 +369,8 @@ void ReadBitmap(const SceneIn& in, ReferenceTarget& thing, const json& data) {
   if (data.contains("bytes"))
     bytes = std::make_shared<const std::vector<std::byte>>(
         in.Table<std::vector<std::byte>>(data["bytes"], "byte", "the picture"));
-  b.SetPicture(TextOf(MemberOf(data, "picture"), "the picture's name"), std::move(bytes));
+  const WStr picture = TextOf(MemberOf(data, "picture"), "the picture's name");
+  b.SetPicture(bytes ? picture : in.paths.InMemory(picture), std::move(bytes));
 }
 
 json WriteFloat(SceneOut& out, const ReferenceTarget& thing) {

@@ -73,7 +73,7 @@ json ParseScene(const GlbContent& content, Losses* losses) {
 // A file to read, and what is known to be wrong with it where it is recovered all the same.
 struct Found {
   const ByteSource& source;
-  std::string damage;
+  std::string path, damage;
 };
 
 OpenedScene ReadScene(const Found& file, Losses* losses) {
@@ -87,7 +87,7 @@ OpenedScene ReadScene(const Found& file, Losses* losses) {
   }
   const json root = ParseScene(content, losses);
   const json& scene = MemberOf(MemberOf(root, "extensions"), kSceneExtension);
-  SceneIn in(file.source, content, root, losses);
+  SceneIn in(file.source, content, root, file.path, losses);
   int version = kSceneVersion;
   in.Try([&] { version = IntOf(MemberOf(scene, "version"), 1, INT_MAX, "the version"); });
   if (version > kSceneVersion)
@@ -136,12 +136,11 @@ std::string Read(const Found& file, const OpenOptions& options, OpenedScene& ope
   return why;
 }
 
-bool Open(Interface& ip, const Found& file, const std::string& name, const OpenOptions& options,
-          std::string& error) {
+bool Open(Interface& ip, const Found& file, const OpenOptions& options, std::string& error) {
   OpenedScene opened;
   const std::string why = Read(file, options, opened, [&] { Exchange(ip, opened); });
   if (!why.empty()) {
-    error = "cannot open \"" + name + "\": " + why;
+    error = "cannot open \"" + file.path + "\": " + why;
     return false;
   }
   // The steps know the old nodes: they go first.
@@ -151,13 +150,13 @@ bool Open(Interface& ip, const Found& file, const std::string& name, const OpenO
   return true;
 }
 
-bool Merge(Interface& ip, const Found& file, const std::string& name, const OpenOptions& options,
-           MergedScene& merged, std::string& error) {
+bool Merge(Interface& ip, const Found& file, const OpenOptions& options, MergedScene& merged,
+           std::string& error) {
   OpenedScene opened;
   MergedScene done;
   const std::string why = Read(file, options, opened, [&] { done = Adopt(ip, opened); });
   if (!why.empty()) {
-    error = "cannot merge \"" + name + "\": " + why;
+    error = "cannot merge \"" + file.path + "\": " + why;
     return false;
   }
   merged = std::move(done);
@@ -182,23 +181,23 @@ std::unique_ptr<ByteSource> OpenSource(const std::string& path, const OpenOption
 bool OpenScene(Interface& ip, const std::string& path, const OpenOptions& options,
                std::string& error) {
   const std::unique_ptr<ByteSource> source = OpenSource(path, options, error);
-  return source && Open(ip, {*source, error}, path, options, error);
+  return source && Open(ip, {*source, path, error}, options, error);
 }
 
 bool OpenSceneBytes(Interface& ip, std::span<const std::byte> bytes, const std::string& name,
                     const OpenOptions& options, std::string& error) {
-  return Open(ip, {MemorySource(bytes), ""}, name, options, error);
+  return Open(ip, {MemorySource(bytes), name, ""}, options, error);
 }
 
 bool MergeScene(Interface& ip, const std::string& path, const OpenOptions& options,
                 MergedScene& merged, std::string& error) {
   const std::unique_ptr<ByteSource> source = OpenSource(path, options, error);
-  return source && Merge(ip, {*source, error}, path, options, merged, error);
+  return source && Merge(ip, {*source, path, error}, options, merged, error);
 }
 
 bool MergeSceneBytes(Interface& ip, std::span<const std::byte> bytes, const std::string& name,
                      const OpenOptions& options, MergedScene& merged, std::string& error) {
-  return Merge(ip, {MemorySource(bytes), ""}, name, options, merged, error);
+  return Merge(ip, {MemorySource(bytes), name, ""}, options, merged, error);
 }
 
 }  // namespace host

@@ -143,7 +143,8 @@ const json& ListOf(const json& object, const char* name) {
   return list;
 }
 
-SceneOut::SceneOut(BinaryParts& parts, std::span<INode* const> nodes) : parts_(parts) {
+SceneOut::SceneOut(BinaryParts& parts, std::span<INode* const> nodes, const std::string& path)
+    : paths(path), parts_(parts) {
   for (const INode* n : nodes) ids_.emplace(n, std::uint32_t(ids_.size() + 1));
 }
 
@@ -213,8 +214,8 @@ json SceneOut::Release(const json& tree, const KeptValues& kept) {
 }
 
 SceneIn::SceneIn(const ByteSource& source, const GlbContent& content, const json& root,
-                 Losses* losses)
-    : source_(source), content_(content), root_(root), losses_(losses) {}
+                 const std::string& path, Losses* losses)
+    : paths(path), source_(source), content_(content), root_(root), losses_(losses) {}
 
 void SceneIn::Fault(const std::string& text) const {
   if (!losses_) throw SceneFault(text);

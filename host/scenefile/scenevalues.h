@@ -15,6 +15,7 @@
 #include "host/gltf/glb.h"
 #include "host/math/matrix3.h"
 #include "host/scenefile/scenelosses.h"
+#include "host/scenefile/scenepaths.h"
 
 namespace host {
 
@@ -68,8 +69,11 @@ const nlohmann::json& ListOf(const nlohmann::json& object, const char* name);
 /// What the things of a scene write themselves through. Numbers the things that they refer to.
 class SceneOut {
  public:
-  /// `nodes` are all that the scene holds; they get the first numbers.
-  SceneOut(BinaryParts& parts, std::span<INode* const> nodes);
+  /// `nodes` are all that the scene holds; they get the first numbers. `path` is the scene file;
+  /// without one the paths that the scene names stay absolute.
+  SceneOut(BinaryParts& parts, std::span<INode* const> nodes, const std::string& path = {});
+
+  ScenePaths paths;
 
   /// {"ref": id}, or null for no target and for a node that isn't in the scene.
   nlohmann::json Ref(ReferenceTarget* target);
@@ -103,8 +107,11 @@ class SceneOut {
 /// that are there, and a reference to nothing is null.
 class SceneIn {
  public:
+  /// `path` is the scene file.
   SceneIn(const ByteSource& source, const GlbContent& content, const nlohmann::json& root,
-          Losses* losses = nullptr);
+          const std::string& path, Losses* losses = nullptr);
+
+  const ScenePaths paths;
 
   Losses* GetLosses() const { return losses_; }
   /// A fault that reading can go on behind.

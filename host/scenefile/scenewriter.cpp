@@ -167,7 +167,7 @@ bool Compose(Interface& ip, const std::string& path, std::string& error,
     const std::vector<INode*> nodes = ip.GetScene().AllNodes();
     CheckDepth(nodes);
     BinaryParts parts;
-    SceneOut out(parts, nodes);
+    SceneOut out(parts, nodes, path);
     json root = {{"asset", {{"version", "2.0"}, {"generator", "Sowfield"}}},
                  {"extensionsUsed", {kSceneExtension}}};
     root["extensions"][kSceneExtension] = SceneValue(ip, out, nodes);

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <iostream>
 #include <ostream>
@@ -12,8 +13,10 @@
 
 #include "studio/commands/files.h"
 #include "studio/commands/mokset.h"
+#include "studio/commands/relink.h"
 #include "studio/commands/run.h"
 #include "studio/diff/diff.h"
+#include "studio/job/jsonout.h"
 #include "studio/job/steptable.h"
 
 namespace studio {
@@ -54,6 +57,43 @@ class WatchedOutput : public std::streambuf {
   int failure_ = 0;
 };
 
+/// Hands lines on as Bounded makes them, each when it ends or is flushed.
+class BoundedOutput : public std::streambuf {
+ public:
+  explicit BoundedOutput(std::ostream& to) : to_(to) {}
+  ~BoundedOutput() override { sync(); }
+  BoundedOutput(const BoundedOutput&) = delete;
+  BoundedOutput& operator=(const BoundedOutput&) = delete;
+
+ protected:
+  int_type overflow(int_type c) override {
+    if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+    held_ += traits_type::to_char_type(c);
+    if (held_.back() == '\n') sync();
+    return c;
+  }
+  int sync() override {
+    to_ << Bounded(held_) << std::flush;
+    held_.clear();
+    return 0;
+  }
+
+ private:
+  std::ostream& to_;
+  std::string held_;
+};
+
+// The first word names a command.
+bool IsUnknownCommand(const CLI::App& app, int argc, const char* const* argv, std::string& why) {
+  if (argc < 2 || argv[1][0] == '-' || argv[1][0] == 0) return false;
+  std::vector<std::string> names;
+  for (const CLI::App* command : app.get_subcommands({})) names.push_back(command->get_name());
+  if (std::find(names.begin(), names.end(), argv[1]) != names.end()) return false;
+  why = "there is no command \"" + std::string(argv[1]) + "\"" + DidYouMean(argv[1], names) +
+        ": `sowfield --help` lists them";
+  return true;
+}
+
 int ShowSteps(const std::string& name, bool markdown, std::ostream& out, std::ostream& err) {
   if (markdown) {
     out << StepsAsMarkdown();
@@ -73,7 +113,7 @@ int ShowSteps(const std::string& name, bool markdown, std::ostream& out, std::os
 }
 
 // `whenUnwritten` is the status of a command that did all but tell it.
-int Dispatch(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
+int Dispatch(int argc, const char* const* argv, std::ostream& out, std::ostream& err, bool terminal,
              int& whenUnwritten) {
   CLI::App app("Paints very many copies of a few objects over the surfaces of a scene.",
                "sowfield");
@@ -87,14 +127,21 @@ int Dispatch(int argc, const char* const* argv, std::ostream& out, std::ostream&
   CLI::App* run = app.add_subcommand("run", "Does the steps of a job file (JSON)");
   run->add_option("job", job, "the job file; paths in it start from its folder")->required();
   run->add_flag("--json", options.json, "print what came of the steps as one JSON document");
+  run->add_flag("--force", options.force,
+                "let `convert` replace Mokset files that are there already");
   run->add_flag("--quiet", options.quiet, "print only what steps were asked to print");
   CLI::App* steps = app.add_subcommand("steps", "Lists the steps that a job can hold");
   steps->add_option("name", step, "tell the fields of this step");
   steps->add_flag("--markdown", markdown, "all steps and fields as the tables of docs/jobs.md");
   const MoksetCommand mokset(app);
   const FileCommands files(app);
+  const PathCommands paths(app);
   const DiffCommand diff(app);
 
+  if (std::string why; IsUnknownCommand(app, argc, argv, why)) {
+    err << why << '\n';
+    return 2;
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -107,19 +154,24 @@ int Dispatch(int argc, const char* const* argv, std::ostream& out, std::ostream&
     return diff.Run(out, err);
   }
   if (files.Parsed()) return files.Run(out, err);
-  options.progress = !options.quiet && &err == &std::cerr && isatty(STDERR_FILENO) != 0;
+  if (paths.Parsed()) return paths.Run(out, err);
+  options.progress = !options.quiet && terminal;
   return RunJob(job, options, out, err);
 }
 
 }  // namespace
 
 int RunCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+  // A limit on the size of files is then told as any other failure of a write.
+  std::signal(SIGXFSZ, SIG_IGN);
   WatchedOutput watched(out);
-  std::ostream to(&watched);
+  BoundedOutput bounded(err);
+  std::ostream to(&watched), messages(&bounded);
   int whenUnwritten = 1;
-  const int status = Dispatch(argc, argv, to, err, whenUnwritten);
+  const bool terminal = &err == &std::cerr && isatty(STDERR_FILENO) != 0;
+  const int status = Dispatch(argc, argv, to, messages, terminal, whenUnwritten);
   if (to.flush()) return status;
-  err << "standard output can't be written: " << std::strerror(watched.Failure()) << '\n';
+  messages << "standard output can't be written: " << std::strerror(watched.Failure()) << '\n';
   return std::max(status, whenUnwritten);
 }
 

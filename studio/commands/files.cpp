@@ -8,75 +8,17 @@
 #include <map>
 #include <ostream>
 
+#include "host/files/file.h"
 #include "host/scenefile/scenecontainer.h"
 #include "host/scenefile/scenefile.h"
 #include "sowfield/model/placement.h"
-#include "studio/steps/steps.h"
+#include "studio/commands/commandsteps.h"
 
 namespace studio {
 namespace {
 
-/// What ends a command, with its exit status.
-struct Failure {
-  int status;
-  std::string text;
-};
-
 constexpr const char* kUnits[] = {"inches",      "feet",   "miles",     "millimetres",
                                   "centimetres", "metres", "kilometres"};
-
-/// Does single steps as a job would, on one stage. Paths start from the working folder.
-class Steps {
- public:
-  explicit Steps(std::ostream& err) : stage_("", err) {}
-  Stage& GetStage() { return stage_; }
-
-  /// The call points into the step.
-  static Call Check(const Value& step) {
-    std::vector<Fault> faults;
-    const std::optional<Call> call = CallOf(step, faults);
-    if (!call) throw Failure{2, faults.front().text};
-    return *call;
-  }
-
-  Outcome Do(const Value& step) {
-    const Call call = Check(step);
-    Outcome outcome;
-    try {
-      FunctionOf(call.decl->name)(stage_, call, outcome);
-    } catch (const StepFailure& f) {
-      throw Failure{1, f.text};
-    }
-    return outcome;
-  }
-
-  /// Whether nothing was lost, which can be only where a damaged file is recovered.
-  bool OpenScene(const std::string& file, bool recover) {
-    if (const std::string why = WhyNoScene(file); !why.empty()) throw Failure{1, why};
-    const Outcome opened =
-        Do(StepOf("open").With("file", Value::Text(file)).With("recover", Value::Flag(recover)));
-    return std::all_of(opened.fields.begin(), opened.fields.end(), [](const auto& field) {
-      return field.first != "losses" || field.second == "0";
-    });
-  }
-
-  /// Makes an object the edited one: the named one, or the only one.
-  void Choose(const std::string& object) {
-    const size_t count = stage_.SowfieldNodes().size();
-    if (!object.empty()) {
-      Do(StepOf("select").With("object", Value::Text(object)));
-    } else if (count != 1) {
-      throw Failure{count == 0 ? 1 : 2,
-                    count == 0 ? "the scene holds no Sowfield object"
-                               : fmt::format("the scene holds {} Sowfield objects: name one with "
-                                             "--object",
-                                             count)};
-    }
-  }
-
- private:
-  Stage stage_;
-};
 
 std::string Quoted(const std::string& text) {
   std::string quoted = "\"";
@@ -136,11 +78,12 @@ struct FileCommands::Commands {
   void AddViewOptions();
   int Run(std::ostream& out, std::ostream& err) const;
   /// False where a check finds damage that was recovered from.
-  bool Do(Steps& steps, std::ostream& out) const;
-  void Info(Steps& steps, std::ostream& out) const;
-  void View(Steps& steps, std::ostream& out) const;
-  void Import(Steps& steps, std::ostream& out) const;
-  void Recover(Steps& steps, std::ostream& out) const;
+  bool Do(CommandSteps& steps, std::ostream& out) const;
+  bool Check(CommandSteps& steps, bool sound, std::ostream& out) const;
+  void Info(CommandSteps& steps, std::ostream& out) const;
+  void View(CommandSteps& steps, std::ostream& out) const;
+  void Import(CommandSteps& steps, std::ostream& out) const;
+  void Recover(CommandSteps& steps, std::ostream& out) const;
   Value SaveStep() const;
 
   CLI::App *info, *check, *stats, *params, *placements, *view, *import, *recover;
@@ -191,7 +134,7 @@ FileCommands::Commands::Commands(CLI::App& app) {
   import->add_option("--scale", scale, "scene units per unit of the model");
   import->add_option("--join", join, "make one node of this name from all parts")->check(WhyEmpty);
   for (CLI::App* command : {import, recover})
-    command->add_flag("--force", force, "replace the scene file if it is there already");
+    command->add_flag("--force", force, "replace a scene that is there already");
 }
 
 void FileCommands::Commands::AddViewOptions() {
@@ -219,7 +162,7 @@ int FileCommands::Commands::Run(std::ostream& out, std::ostream& err) const {
   for (const CLI::App* command : all)
     if (command->parsed()) name = command->get_name();
   try {
-    Steps steps(err);
+    CommandSteps steps(err);
     return Do(steps, out) ? 0 : 1;
   } catch (const Failure& f) {
     err << name << ": " << f.text << '\n';
@@ -232,21 +175,13 @@ int FileCommands::Commands::Run(std::ostream& out, std::ostream& err) const {
   return 1;
 }
 
-bool FileCommands::Commands::Do(Steps& steps, std::ostream& out) const {
+bool FileCommands::Commands::Do(CommandSteps& steps, std::ostream& out) const {
   if (import->parsed()) return Import(steps, out), true;
   if (recover->parsed()) return Recover(steps, out), true;
   const bool sound = steps.OpenScene(scene, recovering);
   if (info->parsed()) return Info(steps, out), true;
   if (view->parsed()) return View(steps, out), true;
-  if (check->parsed()) {
-    const Outcome o = steps.Do(StepOf("check"));
-    JsonOut document;
-    document.BeginObject().Key("file").Text(scene).Key("sound").Flag(sound);
-    for (const auto& [key, value] : o.fields) document.Key(key).Raw(value);
-    const char* damage = sound ? "" : ", once recovered from damage";
-    out << (json ? document.End().Str() : fmt::format("{}: {}{}", scene, o.text, damage)) << '\n';
-    return sound;
-  }
+  if (check->parsed()) return Check(steps, sound, out);
   steps.Choose(object);
   if (placements->parsed() && csv) return WriteCsv(steps.GetStage(), out), true;
   Value step = StepOf(placements->parsed() ? "placements" : params->parsed() ? "params" : "stats");
@@ -265,7 +200,24 @@ bool FileCommands::Commands::Do(Steps& steps, std::ostream& out) const {
   return true;
 }
 
-void FileCommands::Commands::Info(Steps& steps, std::ostream& out) const {
+bool FileCommands::Commands::Check(CommandSteps& steps, bool sound, std::ostream& out) const {
+  JsonOut document;
+  document.BeginObject().Key("file").Text(scene);
+  try {
+    const Outcome o = steps.Do(StepOf("check"));
+    document.Key("sound").Flag(sound);
+    for (const auto& [key, value] : o.fields) document.Key(key).Raw(value);
+    const char* damage = sound ? "" : ", once recovered from damage";
+    out << (json ? document.End().Str() : fmt::format("{}: {}{}", scene, o.text, damage)) << '\n';
+    return sound;
+  } catch (const Failure& f) {
+    document.Key("sound").Flag(false).Key("error").Text(f.text);
+    if (json) out << document.End().Str() << '\n';
+    throw;
+  }
+}
+
+void FileCommands::Commands::Info(CommandSteps& steps, std::ostream& out) const {
   Stage& stage = steps.GetStage();
   const long long bytes = BytesOf(scene);
   const std::vector<INode*> nodes = stage.Ip().GetScene().AllNodes();
@@ -324,7 +276,7 @@ void FileCommands::Commands::Info(Steps& steps, std::ostream& out) const {
   out << (json ? document.Str() + "\n" : text);
 }
 
-void FileCommands::Commands::View(Steps& steps, std::ostream& out) const {
+void FileCommands::Commands::View(CommandSteps& steps, std::ostream& out) const {
   const std::vector<double> pixels(size.begin(), size.end());
   Value step =
       StepOf("view").With("file", Value::Text(picture)).With("size", Value::Numbers(pixels));
@@ -345,15 +297,15 @@ void FileCommands::Commands::View(Steps& steps, std::ostream& out) const {
 // Before any work: a scene makes way only with --force, and what is none never does.
 Value FileCommands::Commands::SaveStep() const {
   Value step = StepOf("save").With("file", Value::Text(scene));
-  Steps::Check(step);
-  if (const std::string why = WhyNotReplaced(scene); !why.empty()) throw Failure{1, why};
-  if (std::error_code code; !force && std::filesystem::exists(scene, code))
-    throw Failure{1, fmt::format("\"{}\" is there already: --force replaces it", scene)};
+  CommandSteps::Check(step);
+  if (const std::string why = WhyNotWritten({scene, OutputKind::Scene, force}, {}, "--force");
+      !why.empty())
+    throw Failure{1, why};
   return step;
 }
 
-void FileCommands::Commands::Import(Steps& steps, std::ostream& out) const {
-  if (std::error_code code; std::filesystem::equivalent(model, scene, code))
+void FileCommands::Commands::Import(CommandSteps& steps, std::ostream& out) const {
+  if (host::SameFile(model, scene))
     throw Failure{2, fmt::format("the scene would take the place of the model \"{}\"", model)};
   if (host::LooksLikeScene(model))
     throw Failure{1, fmt::format("\"{}\" is a scene already", model)};
@@ -365,12 +317,10 @@ void FileCommands::Commands::Import(Steps& steps, std::ostream& out) const {
   out << steps.Do(save).text << '\n';
 }
 
-void FileCommands::Commands::Recover(Steps& steps, std::ostream& out) const {
-  std::error_code code;
+void FileCommands::Commands::Recover(CommandSteps& steps, std::ostream& out) const {
   // A scene that is too large for a .glb becomes a .gltf.
-  const auto pair = std::filesystem::path(scene).replace_extension(".gltf");
-  if (std::filesystem::equivalent(damaged, scene, code) ||
-      std::filesystem::equivalent(damaged, pair, code))
+  const std::string pair = std::filesystem::path(scene).replace_extension(".gltf").string();
+  if (host::SameFile(damaged, scene) || host::SameFile(damaged, pair))
     throw Failure{2,
                   fmt::format("\"{}\" would take the damaged file's place: name another", scene)};
   const Value save = SaveStep();

@@ -17,6 +17,7 @@
 #include "sowfield/proxy/moksetfile.h"
 #include "studio/commands/modelout.h"
 #include "studio/job/jsonout.h"
+#include "studio/steps/outputs.h"
 
 namespace studio {
 namespace {
@@ -175,10 +176,19 @@ int Done(const Streams& to, const std::string& from, const std::string& target, 
   return 0;
 }
 
-int Export(const Streams& to, const std::string& file, const std::string& target) {
+// Why a file can't be made of another one.
+std::string WhyNotMade(const Output& output, const std::string& from) {
+  const SourceFile source{from, "what is read"};
+  return WhyNotWritten(output, {&source, 1}, "--force");
+}
+
+int Export(const Streams& to, const std::string& file, const Output& output) {
+  const std::string& target = output.path;
   const std::string ending = host::ExtensionOf(target);
   if (ending != ".obj" && ending != ".gltf" && ending != ".glb")
     return WrongEnding(to, target, ".obj, .gltf or .glb");
+  if (const std::string why = WhyNotMade(output, file); !why.empty())
+    return Fail(to, target, {0, why});
   Mesh mesh;
   const MoksetInfo info = sowfield::ReadMoksetFile(FromUtf8(file), mesh);
   if (info.fault) return Fail(to, file, WithHint(info.fault, info.generation));
@@ -241,9 +251,12 @@ INode* ChooseNode(Scene& scene, std::vector<INode*> nodes, const std::string& na
   return nullptr;
 }
 
-int Import(const Streams& to, const std::string& model, const std::string& target,
+int Import(const Streams& to, const std::string& model, const Output& output,
            const std::string& name, bool join) {
+  const std::string& target = output.path;
   if (host::ExtensionOf(target) != ".vorn") return WrongEnding(to, target, ".Vorn");
+  if (const std::string why = WhyNotMade(output, model); !why.empty())
+    return Fail(to, target, {0, why});
   host::Host host;
   std::string error;
   const auto result = host::ImportModel(host.Services(), model, {}, error);
@@ -280,6 +293,8 @@ MoksetCommand::MoksetCommand(CLI::App& app)
   import_->add_option("file", target_, "the Mokset file to write")->required();
   CLI::Option* node = import_->add_option("--node", node_, "take the node of this name");
   import_->add_flag("--join", join_, "make all nodes one mesh")->excludes(node);
+  for (CLI::App* command : {export_, import_})
+    command->add_flag("--force", force_, "replace a file of that kind that is there already");
 }
 
 bool MoksetCommand::Parsed() const { return command_->parsed(); }
@@ -288,8 +303,8 @@ int MoksetCommand::Run(std::ostream& out, std::ostream& err) const {
   const Streams to{out, err, json_};
   if (info_->parsed()) return ShowInfo(to, file_);
   if (verify_->parsed()) return Verify(to, files_);
-  if (export_->parsed()) return Export(to, file_, target_);
-  return Import(to, file_, target_, node_, join_);
+  if (export_->parsed()) return Export(to, file_, {target_, OutputKind::Model, force_});
+  return Import(to, file_, {target_, OutputKind::Mokset, force_}, node_, join_);
 }
 
 }  // namespace studio

@@ -28,7 +28,7 @@ class MoksetCommand {
   CLI::App *command_, *info_, *verify_, *export_, *import_;
   std::string file_, target_, node_;
   std::vector<std::string> files_;
-  bool json_ = false, join_ = false;
+  bool json_ = false, join_ = false, force_ = false;
 };
 
 }  // namespace studio

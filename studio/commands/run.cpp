@@ -65,7 +65,7 @@ class Runner {
   void Error(Place place, const std::string& text) {
     std::string line = file_;
     if (place.line > 0) line += fmt::format(":{}:{}", place.line, place.column);
-    line += ": " + text;
+    line = Bounded(line + ": " + text);
     err_ << line << '\n';
     if (error_.empty()) error_ = line;
   }
@@ -101,6 +101,8 @@ class Runner {
 
   bool RunSteps(const Job& job) {
     Stage stage(std::filesystem::path(file_).parent_path().string(), err_);
+    stage.AddSource(file_, "the job");
+    stage.force = options_.force;
     SetUp(stage, job.fields);
     for (const Call& call : job.calls)
       if (!RunStep(stage, call, job.calls.size())) return false;
@@ -132,7 +134,7 @@ class Runner {
     Outcome outcome;
     try {
       if (!call.decl->keepsPainting) stage.LeavePaintMode();
-      FunctionOf(call.decl->name)(stage, call, outcome);
+      DoStep(stage, call, outcome);
     } catch (const StepFailure& f) {
       progress.Clear();
       Error(f.place, StepPrefix(call.number, call.decl->name) + f.text);
@@ -160,7 +162,7 @@ class Runner {
     }
     if (!options_.quiet) {
       out_ << fmt::format("{:>3} {:<10} {}{}, {:.0f} ms\n", call.number, call.decl->name,
-                          outcome.text, outcome.answer, ms);
+                          Bounded(outcome.text), outcome.answer, ms);
     } else if (!outcome.answer.empty()) {
       out_ << outcome.answer << '\n';
     }

@@ -8,6 +8,7 @@ namespace studio {
 struct RunOptions {
   bool json = false;      // one JSON document on standard output
   bool quiet = false;     // no lines about steps that went well
+  bool force = false;     // Mokset files make way for those that steps write
   bool progress = false;  // a running line on the error stream, for terminals
 };
 

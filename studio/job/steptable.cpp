@@ -293,6 +293,15 @@ constexpr FieldDecl kFileOfType[] = {
     {.name = "file", .type = Text, .required = true, .meaning = "the Mokset file, .Vorn"},
 };
 
+constexpr FieldDecl kConvert[] = {
+    kFileOfType[0],
+    kFileOfType[1],
+    {.name = "replace",
+     .type = Flag,
+     .initial = "false",
+     .meaning = "replace a Mokset file that is there already, unless something in use lives in it"},
+};
+
 constexpr FieldDecl kRemove[] = {
     {.name = "types",
      .type = Rows,
@@ -557,8 +566,7 @@ constexpr StepDecl kSteps[] = {
     {"add", "makes scene nodes object types of the edited object", false, kAdd},
     {"replace", "gives an object type another source; placements and rows stay", false, kReplace},
     {"remove", "removes object types with their placements", false, kRemove},
-    {"convert", "writes an object type to a Mokset file, and lets it live there", false,
-     kFileOfType},
+    {"convert", "writes an object type to a Mokset file, and lets it live there", false, kConvert},
     {"load", "lets an object type that lives in a file show another one", false, kFileOfType},
     {"restore", "makes a scene node of an object type that lives in a file", false, kOfType},
     {"update",

@@ -8,30 +8,16 @@
 
 namespace studio {
 
-std::string WhyNoScene(const std::string& file) {
-  if (std::error_code code; !std::filesystem::exists(file, code) && !code)
-    return fmt::format("there is no file \"{}\"", file);
-  host::FileSource source;
-  if (std::string why; !source.Open(file, why)) return why;
-  return host::LooksLikeScene(file)
-             ? ""
-             : fmt::format("\"{}\" is no scene that this program saved", file);
-}
-
-std::string WhyNotReplaced(const std::string& file) {
-  std::error_code code;
-  if (!std::filesystem::is_regular_file(file, code)) return "";  // what can't be is told later
-  const std::string why = WhyNoScene(file);
-  return why.empty() ? "" : why + ": it won't be replaced";
-}
-
 void Save(Stage& stage, const Call& call, Outcome& out) {
   const Value& file = *call.args.Given("file");
   const std::string path = stage.MakeRoomFor(file);
-  if (const std::string why = WhyNotReplaced(path); !why.empty())
-    throw StepFailure{file.place, why};
   host::SaveOptions options;
   options.backup = call.args.Flag("backup");
+  if (options.backup) {
+    const Output kept{host::BackupOf(host::FileBehind(path)), OutputKind::Scene, true};
+    if (const std::string why = WhyNotWritten(kept, stage.Sources(), ""); !why.empty())
+      throw StepFailure{call.args.PlaceOf("backup"), why};
+  }
   std::string error;
   host::SavedScene saved;
   if (!host::SaveScene(stage.Ip(), path, options, error, &saved))
@@ -91,6 +77,7 @@ void OpenSceneFile(Stage& stage, const Call& call, Outcome& out) {
     if (edited) stage.Edit(edited.get());
     throw StepFailure{file.place, error};
   }
+  stage.ForgetScene();
   const std::vector<INode*> objects = stage.SowfieldNodes();
   if (objects.size() == 1) stage.Edit(objects.front());
   const size_t nodes = stage.Ip().GetScene().AllNodes().size();
@@ -110,6 +97,7 @@ void Merge(Stage& stage, const Call& call, Outcome& out) {
   if (!host::MergeScene(stage.Ip(), stage.Resolve(file.text), told.Options(false), merged, error))
     throw StepFailure{file.place, error};
   TellSettled(stage, file.text, told.settled);
+  stage.AddSource(stage.Resolve(file.text), "a scene that was merged into this one", true);
   if (!merged.warning.empty())
     stage.Notices() << "warning: " << file.text << ": " << merged.warning << '\n';
   out.text = fmt::format("merged \"{}\": {}", file.text, Counted(merged.nodes, "node"));

@@ -8,6 +8,7 @@
 #include "sowfield/model/invariants.h"
 #include "sowfield/model/stats.h"
 #include "sowfield/objects/typelist.h"
+#include "studio/steps/fileuses.h"
 #include "studio/steps/steps.h"
 
 namespace studio {
@@ -86,6 +87,7 @@ void ReplaceSource(Stage& stage, const Call& call, Outcome& out) {
   const Value& name = *call.args.Given("node");
   INode* node = SourceNode(stage, name);
   object.distribution.lists.SelectObjectRows({type + 1});
+  KeepFileForUndo(stage, object, type);
   if (!sowfield::ReplaceType(object.distribution, node))
     throw StepFailure{name.place, fmt::format("\"{}\" wasn't taken", name.text)};
   object.RefreshObject();
@@ -100,6 +102,7 @@ void RemoveTypes(Stage& stage, const Call& call, Outcome& out) {
   std::set<int> rows;
   for (const Value& type : call.args.Get("types").items)
     rows.insert(Stage::TypeOf(object, type) + 1);
+  for (const int row : rows) KeepFileForUndo(stage, object, row - 1);
   d.lists.SelectObjectRows({rows.begin(), rows.end()});
   const int placements = d.PlacementCount();
   const int removed = sowfield::DeleteSelectedTypes(d);
@@ -233,6 +236,26 @@ void Expect(const Value& wanted, const char* what, int found) {
 
 }  // namespace
 
+namespace {
+
+// What is wrong with the Mokset files that the scene names, all that a line takes.
+std::string FileFaults(const Scene& scene) {
+  constexpr int kMostTold = 5;
+  std::string told;
+  int faults = 0;
+  for (const FileUse& use : FilesOf(scene)) {
+    if (use.kind != FileUse::Kind::Mokset) continue;
+    const std::string why = IsThere(use) ? WhyNoMokset(use.path) : "it is missing";
+    if (why.empty() || ++faults > kMostTold) continue;
+    told += fmt::format("{}{}: its file \"{}\": {}", told.empty() ? "" : "; ", use.who,
+                        ToUtf8(use.path), why);
+  }
+  if (faults > kMostTold) told += fmt::format("; and {} more", faults - kMostTold);
+  return told;
+}
+
+}  // namespace
+
 void Check(Stage& stage, const Call& call, Outcome& out) {
   const std::vector<INode*> nodes = stage.SowfieldNodes();
   for (INode* node : nodes) {
@@ -243,6 +266,8 @@ void Check(Stage& stage, const Call& call, Outcome& out) {
       throw StepFailure{call.place,
                         fmt::format("\"{}\" is damaged: {}", ToUtf8(node->GetName()), breach)};
   }
+  if (const std::string faults = FileFaults(stage.Ip().GetScene()); !faults.empty())
+    throw StepFailure{call.place, faults};
   out.text = Counted(nodes.size(), "object") + " sound";
   out.Add("objects", (long long)(nodes.size()));
   for (const char* what : {"types", "placements"}) {

@@ -27,15 +27,6 @@ struct AskedType {
   int type;
 };
 
-// Why a Mokset file can't be read whole; empty if it can.
-std::string WhyNotRead(const WStr& path) {
-  Mesh mesh;
-  const sowfield::MoksetInfo info = sowfield::ReadMoksetFile(path, mesh);
-  if (info.generation == -1) return "it can't be opened";
-  if (info.generation == 0) return "its version isn't known";
-  return info.fault ? fmt::format("at byte {}: {}", info.fault.offset, info.fault.text) : "";
-}
-
 // Where the file stands that was told, with its folders.
 WStr FileToWrite(Stage& stage, const Value& file) {
   if (host::ExtensionOf(file.text) != ".vorn")
@@ -48,6 +39,21 @@ WStr FileToWrite(Stage& stage, const Value& file) {
 }
 
 }  // namespace
+
+std::string WhyNoMokset(const WStr& path) {
+  Mesh mesh;
+  const sowfield::MoksetInfo info = sowfield::ReadMoksetFile(path, mesh);
+  if (info.generation == -1) return "it can't be opened";
+  if (info.generation == 0) return "its version isn't known";
+  return info.fault ? fmt::format("at byte {}: {}", info.fault.offset, info.fault.text) : "";
+}
+
+void KeepFileForUndo(Stage& stage, Sowfield& object, int type) {
+  const sowfield::Distribution& d = object.distribution;
+  const sowfield::TypeRef found = d.FindType(type);
+  if (found.kind == sowfield::kFromFile)
+    stage.KeepForUndo(d.block->GetStr(sowfield::Proxy_Files, d.curTime, found.file));
+}
 
 void ConvertType(Stage& stage, const Call& call, Outcome& out) {
   const AskedType asked(stage, call);
@@ -74,8 +80,9 @@ void LoadType(Stage& stage, const Call& call, Outcome& out) {
   if (asked.Kind() != sowfield::kFromFile) asked.Refuse("it doesn't live in a file");
   const Value& file = *call.args.Given("file");
   const WStr path = FromUtf8(stage.Resolve(file.text));
+  KeepFileForUndo(stage, asked.object, asked.type);
   if (!sowfield::PointTypeAtFile(asked.object.distribution, asked.type, path))
-    throw StepFailure{file.place, fmt::format("\"{}\": {}", file.text, WhyNotRead(path))};
+    throw StepFailure{file.place, fmt::format("\"{}\": {}", file.text, WhyNoMokset(path))};
   out.AddText("file", file.text);
   out.text = fmt::format("type {} shows {}", asked.type, file.text);
 }
@@ -85,8 +92,9 @@ void ExportType(Stage& stage, const Call& call, Outcome& out) {
   if (asked.Kind() != sowfield::kFromFile) asked.Refuse("it doesn't live in a file");
   sowfield::Distribution& d = asked.object.distribution;
   const WStr path = d.block->GetStr(sowfield::Proxy_Files, d.curTime, d.FindType(asked.type).file);
-  if (const std::string why = WhyNotRead(path); !why.empty())
+  if (const std::string why = WhyNoMokset(path); !why.empty())
     asked.Refuse(fmt::format("its file \"{}\": {}", ToUtf8(path), why));
+  KeepFileForUndo(stage, asked.object, asked.type);
   if (!sowfield::ExportMoksetToObject(d, asked.type)) asked.Refuse("its file is missing");
   d.RefreshObject();
   const std::string name = ToUtf8(d.SourceNode(d.FindType(asked.type))->GetName());
@@ -106,7 +114,7 @@ void UpdateTypes(Stage& stage, const Call& call, Outcome& out) {
   for (const sowfield::TypeRef& type : sowfield::TypeWalk(*d.block)) {
     if (type.kind != sowfield::kFromFile) continue;
     const WStr& path = files[size_t(type.file)];
-    const std::string why = WhyNotRead(path);
+    const std::string why = WhyNoMokset(path);
     if (why.empty()) continue;
     unread.Int(type.type);
     out.text +=

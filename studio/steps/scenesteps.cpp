@@ -90,6 +90,7 @@ void Open(Stage& stage, const Call& call, Outcome& out) {
   std::optional<host::ImportResult> result =
       host::ImportModel(stage.Ip(), stage.Resolve(args.Text("file")), options, error);
   if (!result) throw StepFailure{args.PlaceOf("file"), error};
+  stage.AddSource(stage.Resolve(args.Text("file")), "a model that was opened");
   for (const std::string& w : result->warnings) stage.Notices() << "warning: " << w << '\n';
   if (std::any_of(result->nodes.begin(), result->nodes.end(),
                   [](INode* n) { return LosesPictures(n->GetMtl()); }))
@@ -183,11 +184,11 @@ void Camera(Stage& stage, const Call& call, Outcome& out) {
 void Delete(Stage& stage, const Call& call, Outcome& out) {
   std::vector<INode*> nodes;
   for (const Value* name : call.args.Texts("nodes")) nodes.push_back(stage.Node(*name));
-  for (const INode* n : nodes)
-    if (n == stage.EditedNode()) {
-      stage.StopEditing();
-      break;
-    }
+  if (std::find(nodes.begin(), nodes.end(), stage.EditedNode()) != nodes.end()) stage.StopEditing();
+  for (INode* n : nodes)
+    if (const sowfield::Sowfield* object = Stage::SowfieldOf(n))
+      for (const WStr& file : object->pblock2->Strings(sowfield::Proxy_Files))
+        stage.KeepForUndo(file);
   stage.Ip().DeleteNodes(nodes, true);
   out.Add("deleted", (long long)(nodes.size()));
   out.text = Counted(nodes.size(), "node") + " deleted";

@@ -11,7 +11,9 @@
 #include "sowfield/model/classids.h"
 #include "sowfield/plugin/editcontext.h"
 #include "sowfield/plugin/entry.h"
+#include "sowfield/proxy/moksetfile.h"
 #include "studio/job/steptable.h"
+#include "studio/steps/fileuses.h"
 
 namespace studio {
 
@@ -205,6 +207,36 @@ std::string Stage::MakeRoomFor(const Value& path) const {
     throw StepFailure{path.place, fmt::format("the folder {} can't be made: {}",
                                               full.parent_path().string(), code.message())};
   return full.string();
+}
+
+void Stage::AddSource(const std::string& path, std::string what, bool ofScene) {
+  (ofScene ? ofScene_ : sources_).push_back({path, std::move(what)});
+}
+
+void Stage::KeepForUndo(const WStr& file) { kept_.insert(sowfield::NativePathOf(file)); }
+
+void Stage::ForgetScene() {
+  ofScene_.clear();
+  kept_.clear();
+  warned_.clear();
+}
+
+std::vector<SourceFile> Stage::Sources() {
+  std::vector<SourceFile> all = sources_;
+  all.insert(all.end(), ofScene_.begin(), ofScene_.end());
+  for (const FileUse& use : FilesOf(host_.GetScene()))
+    all.push_back({sowfield::NativePathOf(use.path), "the file of " + use.who});
+  for (const std::string& file : kept_)
+    all.push_back({file, "the file of a type that undo brings back"});
+  return all;
+}
+
+std::vector<std::string> Stage::WarnOfMissing() {
+  const std::vector<std::string> missing = MissingFiles(host_.GetScene());
+  for (const std::string& line : missing)
+    if (!warned_.contains(line)) notices_ << "warning: " << line << '\n';
+  warned_ = {missing.begin(), missing.end()};
+  return missing;
 }
 
 void Stage::Write(const Value& path, std::span<const std::byte> bytes) {

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <iosfwd>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "host/host.h"
 #include "sowfield/plugin/sowfield.h"
 #include "studio/job/job.h"
+#include "studio/steps/outputs.h"
 
 namespace studio {
 
@@ -93,6 +95,24 @@ class Stage {
   void Write(const Value& path, std::span<const std::byte> bytes);
   void Write(const Value& path, std::string_view text);
 
+  /// A file that is read, as long as the stage stands or as long as the scene does. `what` tells
+  /// what it is, as in SourceFile.
+  void AddSource(const std::string& path, std::string what, bool ofScene = false);
+  /// An object type lets go of its Mokset file, which undo brings back.
+  void KeepForUndo(const WStr& file);
+  /// Another scene stands here: what belonged to the one before is forgotten.
+  void ForgetScene();
+  /// All files that no output takes the place of: those that were added, and those that the scene
+  /// names.
+  std::vector<SourceFile> Sources();
+  /// Warns of Mokset files that aren't there, of each once until it has been there again. Gives all
+  /// of them, as MissingFiles does.
+  std::vector<std::string> WarnOfMissing();
+  /// The user has said that Mokset files make way for others.
+  bool force = false;
+  /// Steps warn of missing files by themselves.
+  bool tellsMissing = true;
+
   std::ostream& Notices() { return notices_; }
   /// Told of long work, 0 to 1.
   std::function<void(double)> progress = [](double) {};
@@ -102,6 +122,8 @@ class Stage {
   std::ostream& notices_;
   host::Host host_;
   Pin<INode> edited_;
+  std::vector<SourceFile> sources_, ofScene_;
+  std::set<std::string> kept_, warned_;
 };
 
 }  // namespace studio

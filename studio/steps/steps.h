@@ -26,16 +26,18 @@ struct Outcome {
 void HandOut(Stage& stage, const Call& call, const char* name, const std::string& json,
              Outcome& out);
 
-/// Does a step; throws StepFailure.
+/// Does a step as a job does it: what it writes is checked before, and Mokset files that are
+/// missing are told behind what reads or keeps them. Throws StepFailure.
+void DoStep(Stage& stage, const Call& call, Outcome& out);
+
 using StepFunction = void (*)(Stage& stage, const Call& call, Outcome& out);
 /// Null for a name that isn't a step's.
 StepFunction FunctionOf(std::string_view name);
 
-/// Why a file can't be opened as a scene, as far as its beginning tells; empty if it can.
-std::string WhyNoScene(const std::string& file);
-
-/// Why a scene can't take the place of a file: it is there and is none. Empty if it can.
-std::string WhyNotReplaced(const std::string& file);
+/// Why a Mokset file can't be read whole; empty if it can.
+std::string WhyNoMokset(const WStr& path);
+/// Before a type lets go of its file, if it has one.
+void KeepFileForUndo(Stage& stage, sowfield::Sowfield& object, int type);
 
 // Scene.
 void OpenSceneFile(Stage& stage, const Call& call, Outcome& out);

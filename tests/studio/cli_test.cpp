@@ -14,8 +14,8 @@ TEST_F(CommandLine, OutputThatCantBeWrittenIsTold) {
   const std::string told = "standard output can't be written: No space left on device\n";
   for (const char* line :
        {"info @scene.glb", "placements @scene.glb --csv", "check @scene.glb", "run @sound.json",
-        "mokset verify @a.Vorn --json", "mokset export @a.Vorn @a.obj", "run @sound.json --json",
-        "run @sound.json --quiet", "steps", "steps --markdown", "--help",
+        "mokset verify @a.Vorn --json", "mokset export --force @a.Vorn @a.obj",
+        "run @sound.json --json", "run @sound.json --quiet", "steps", "steps --markdown", "--help",
         "diff @scene.glb @scene.glb", "diff @scene.glb @other.glb"}) {
     ASSERT_EQ(Command(line).err, "") << line;
     std::ofstream full("/dev/full");

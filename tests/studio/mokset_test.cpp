@@ -91,7 +91,7 @@ TEST_F(Mokset, AModelThatWasExportedComesBack) {
   for (const std::string ending : {"obj", "gltf", "GLB"}) {
     SCOPED_TRACE(ending);
     ASSERT_EQ(Run("export '@two\nf 9\r9 \\\\.Vorn' @roof." + ending), 0) << err;
-    ASSERT_EQ(Run("import --join @roof." + ending + " @back.Vorn"), 0) << err;
+    ASSERT_EQ(Run("import --force --join @roof." + ending + " @back.Vorn"), 0) << err;
     const Mesh back = Meshed("back.Vorn");
     ASSERT_EQ(back.getNumFaces(), 2);
     // glTF tells its length in metres, which is the unit of the program; OBJ tells none.

@@ -66,8 +66,8 @@ class SafeFile {
 /// The path itself, or where it leads if it is a link; nothing need be there.
 std::string FileBehind(const std::string& path);
 
-/// Whether two paths lead to one file, by whatever links, names or letters; where nothing is, whether
-/// they lead to one place.
+/// Whether two paths lead to one file, by whatever links, names or letters; where nothing is,
+/// whether they lead to one place.
 bool SameFile(const std::string& a, const std::string& b);
 
 /// Where Commit keeps the old file.

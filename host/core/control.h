@@ -25,6 +25,12 @@ struct TransformParts {
 TransformParts PartsOf(const Matrix3& m, const std::array<double, 3>& like = {1, 1, 1});
 Matrix3 MatrixOf(const TransformParts& parts);
 
+/// The parts of a keyed motion.
+struct MotionTracks {
+  Matrix3 before, after;
+  const Track *position, *rotation, *scale;
+};
+
 }  // namespace host
 
 /// Gives a value for each time. Changes are recorded for undo while a step is open, and tell
@@ -74,6 +80,9 @@ class TransformControl final : public Control {
   enum Part : unsigned { kPosition = 1, kRotation = 2, kScale = 4 };
 
   bool IsKeyed() const;
+  host::MotionTracks Tracks() const {
+    return {s_.before, s_.after, &s_.position, &s_.rotation, &s_.scale};
+  }
   Matrix3 GetValue(TimeValue t, Interval& valid) const;
   /// Without keys: the matrix at all times. With keys the whole motion is moved along, by what
   /// takes its matrix at t to `value`; the keys stay as they are.

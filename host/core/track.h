@@ -43,6 +43,9 @@ class Track {
   KeyShape Shape() const { return shape_; }
   const std::vector<TimeValue>& Times() const { return times_; }
   const std::vector<float>& Rest() const { return rest_; }
+  /// Of all keys, one behind the other: Width() numbers, or for a cubic one the tangent in, the
+  /// value and the tangent out.
+  const std::vector<float>& KeyValues() const { return values_; }
   void SetRest(std::vector<float> rest) { rest_ = std::move(rest); }
 
   /// Takes over keys: rising seconds, finite values, Width() of them a key, three times as many in

@@ -1,26 +1,15 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <optional>
-#include <span>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "host/core/track.h"
-#include "host/math/color.h"
-#include "host/math/matrix3.h"
+#include "host/exchange/importfault.h"
+#include "host/exchange/planparts.h"
 #include "host/scene/mesh.h"
-#include "host/scene/vertexbones.h"
 
 namespace host {
-
-/// Ends the reading of a model; its text is one line. Caught where the import was asked for.
-class ImportFault : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 /// A picture that a material shows: a file that was found, or the encoded bytes (PNG, JPEG and so
 /// on) that the model holds.
@@ -28,26 +17,6 @@ struct PlannedImage {
   std::string name;
   std::string path;
   std::vector<std::byte> bytes;
-};
-
-struct PlannedMtl {
-  std::string name;
-  Color diffuse;
-  int image = -1;  // diffuse texture, on map channel 1
-};
-
-/// Values over time; before the first key and after the last one they stay. Empty: not animated.
-struct PlannedTrack {
-  KeyShape shape = KeyShape::Linear;
-  std::vector<float> times;   // seconds, rising
-  std::vector<float> values;  // `width` of them a key, three times as many in a cubic track
-  bool IsEmpty() const { return times.empty(); }
-};
-
-struct PlannedSkin {
-  std::vector<int> nodes;            // of the plan, one a bone
-  std::vector<Matrix3> inverseBind;  // mesh to bone, one a bone
-  std::vector<VertexBones> vertices;
 };
 
 struct PlannedMesh {
@@ -95,8 +64,5 @@ inline constexpr int kDeepestNode = 256;
 
 /// How to call a node in a message: its name in quotes, else its number.
 std::string NodeLabel(const std::string& name, size_t number);
-
-/// `folder` is where files named by the model lie, empty for none. Throws ImportFault.
-ImportPlan ReadGltf(std::span<const std::byte> bytes, const std::string& folder);
 
 }  // namespace host

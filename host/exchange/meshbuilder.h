@@ -23,21 +23,6 @@ class PointWelder {
   std::vector<std::uint32_t> table_;  // index + 1 into points_, 0 for free; a power of two long
 };
 
-/// Triangles as files hold them: one index for all that a corner has.
-struct TrianglePart {
-  std::vector<Point3> positions;
-  std::vector<Point3> normals;               // none, or one per position
-  std::vector<Point3> uvs;                   // map channel 1: none, or one per position
-  std::vector<std::vector<Point3>> moreUvs;  // map channels 2 and on, each like `uvs`
-  std::vector<std::uint32_t> corners;        // three a face
-  std::vector<std::uint8_t> edges;           // EDGE_A to EDGE_C of each face; empty: all visible
-  int material = -1;                         // of the plan
-  /// Morph targets: differences from the positions, one per position in each.
-  std::vector<std::vector<Point3>> targets;
-  /// None, or one per position; then all parts of the mesh have them.
-  std::vector<VertexBones> bones;
-};
-
 /// Joins the parts of one mesh. Corners of one position are one vertex, unless morph targets or
 /// bones move them apart.
 class MeshBuilder {

@@ -12,6 +12,10 @@
 
 namespace host {
 
+std::string NodeLabel(const std::string& name, size_t number) {
+  return name.empty() ? "node " + std::to_string(number) : "node \"" + name + "\"";
+}
+
 namespace {
 
 Mtl* MaterialOf(const PlannedMesh& mesh, const std::vector<Mtl*>& materials) {

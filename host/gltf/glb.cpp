@@ -124,10 +124,12 @@ size_t BinaryParts::Own(std::vector<std::byte> bytes, int target) {
   return Add(std::move(part));
 }
 
-size_t BinaryParts::Make(size_t size, std::function<bool(const ByteSink&)> made, int target) {
+size_t BinaryParts::Make(size_t size, std::function<bool(const ByteSink&)> made, int target,
+                         int stride) {
   Part part;
   part.size = size;
   part.target = target;
+  part.stride = stride;
   part.made = std::move(made);
   return Add(std::move(part));
 }

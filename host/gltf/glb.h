@@ -31,6 +31,7 @@ class BinaryParts {
   struct Part {
     size_t offset = 0, size = 0;
     int target = 0;  // of a buffer view: 34962 vertices, 34963 indices, 0 neither
+    int stride = 0;  // of its elements, for vertices alone
     std::span<const std::byte> borrowed;
     std::vector<std::byte> owned;
     /// Hands `size` bytes to the sink when the file is written.
@@ -40,7 +41,8 @@ class BinaryParts {
   /// Each gives the number of the piece. Borrowed bytes must stay until the file is written.
   size_t Borrow(std::span<const std::byte> bytes, int target = 0);
   size_t Own(std::vector<std::byte> bytes, int target = 0);
-  size_t Make(size_t size, std::function<bool(const ByteSink&)> made, int target = 0);
+  size_t Make(size_t size, std::function<bool(const ByteSink&)> made, int target = 0,
+              int stride = 0);
 
   const std::vector<Part>& All() const { return parts_; }
   /// Of the chunk, a multiple of 4.

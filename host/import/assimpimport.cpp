@@ -1,8 +1,8 @@
 #include "host/import/assimpimport.h"
 
 #include "host/files/file.h"
+#include "host/files/modelfiles.h"
 #include "host/import/assimpscene.h"
-#include "host/import/modelfiles.h"
 #include "host/import/objcheck.h"
 
 #include <assimp/cimport.h>

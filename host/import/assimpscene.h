@@ -7,7 +7,7 @@
 
 #include "host/exchange/importplan.h"
 #include "host/exchange/meshbuilder.h"
-#include "host/import/modelfiles.h"
+#include "host/import/picturelist.h"
 
 struct aiAnimation;
 struct aiCamera;

@@ -1,4 +1,5 @@
-#include "host/exchange/importplan.h"
+#include "host/import/gltfimport.h"
+
 #include "host/exchange/meshbuilder.h"
 #include "host/import/gltfmodel.h"
 

@@ -8,8 +8,9 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "host/exchange/importplan.h"
+#include "host/exchange/importfault.h"
 #include "host/files/file.h"
+#include "host/files/modelfiles.h"
 
 namespace host {
 
@@ -303,26 +304,6 @@ std::vector<unsigned char> DecodeBase64(std::string_view text, const std::string
   }
   return bytes;
 }
-
-}  // namespace
-
-std::string DecodePercent(const std::string& text) {
-  const auto digit = [](char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-  };
-  std::string out;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const bool coded =
-        text[i] == '%' && i + 2 < text.size() && digit(text[i + 1]) >= 0 && digit(text[i + 2]) >= 0;
-    out += coded ? char(digit(text[i + 1]) * 16 + digit(text[i + 2])) : text[i];
-    if (coded) i += 2;
-  }
-  return out;
-}
-
-namespace {
 
 // A model names files beside or below itself; anything else isn't read.
 bool StaysInFolder(const std::string& name) {

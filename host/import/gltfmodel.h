@@ -27,7 +27,4 @@ GltfModel LoadGltf(std::span<const std::byte> bytes, const std::string& folder);
 std::vector<unsigned char> FetchGltfUri(const std::string& uri, const std::string& folder,
                                         const std::string& where);
 
-/// A URI's %20 and so on as the letters that they stand for.
-std::string DecodePercent(const std::string& text);
-
 }  // namespace host

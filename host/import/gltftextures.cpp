@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "host/import/gltfmodel.h"
-#include "host/import/modelfiles.h"
+#include "host/import/picturelist.h"
 
 namespace host {
 

@@ -8,18 +8,15 @@
 
 #include "host/exchange/importplan.h"
 #include "host/exchange/planscene.h"
+#include "host/files/modelfiles.h"
 #include "host/import/assimpimport.h"
-#include "host/import/modelfiles.h"
+#include "host/import/gltfimport.h"
 #include "host/import/modelreader.h"
 #include "host/interface.h"
 #include "host/math/wstr.h"
 #include "host/scene/mtl.h"
 
 namespace host {
-
-std::string NodeLabel(const std::string& name, size_t number) {
-  return name.empty() ? "node " + std::to_string(number) : "node \"" + name + "\"";
-}
 
 namespace {
 

@@ -23,8 +23,9 @@
 
 #include "host/exchange/planstream.h"
 #include "host/files/file.h"
+#include "host/files/modelfiles.h"
 #include "host/import/assimpimport.h"
-#include "host/import/modelfiles.h"
+#include "host/import/gltfimport.h"
 
 extern char** environ;
 

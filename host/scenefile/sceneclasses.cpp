@@ -73,10 +73,6 @@ struct SceneAccess {
                        std::to_string(t.times_.size() * t.Stride()));
     return t;
   }
-  static const std::vector<float>& KeyValues(const Track& t) { return t.values_; }
-  static MotionTracks Motion(const TransformControl& c) {
-    return {c.s_.before, c.s_.after, &c.s_.position, &c.s_.rotation, &c.s_.scale};
-  }
 
   static json WriteTransform(SceneOut& out, const ReferenceTarget& thing) {
     const auto& s = static_cast<const TransformControl&>(thing).s_;
@@ -424,9 +420,5 @@ void SetStillMatrix(INode& node, const Matrix3& still, ReferenceTarget* control)
 }
 
 void TakeChildren(INode& from, INode& to) { SceneAccess::TakeChildren(from, to); }
-
-MotionTracks TracksOf(const TransformControl& control) { return SceneAccess::Motion(control); }
-
-const std::vector<float>& KeyValuesOf(const Track& track) { return SceneAccess::KeyValues(track); }
 
 }  // namespace host

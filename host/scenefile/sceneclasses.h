@@ -27,15 +27,6 @@ void SetStillMatrix(INode& node, const Matrix3& still, ReferenceTarget* control)
 /// Hangs all children of a node behind those of another; nothing is recorded.
 void TakeChildren(INode& from, INode& to);
 
-/// The parts of a keyed motion, for those who describe it in other words.
-struct MotionTracks {
-  Matrix3 before, after;
-  const Track *position, *rotation, *scale;
-};
-MotionTracks TracksOf(const TransformControl& control);
-/// The numbers of all keys, in the order of Track's stored form.
-const std::vector<float>& KeyValuesOf(const Track& track);
-
 nlohmann::json BlockValue(SceneOut& out, IParamBlock2& block);
 /// Fills a new block that nobody owns yet. Entries beyond what the descriptor declares are kept.
 void ReadBlock(const SceneIn& in, IParamBlock2& block, const nlohmann::json& value);

@@ -14,8 +14,7 @@
 #include <tuple>
 #include <vector>
 
-#include "host/import/gltfmodel.h"
-#include "host/import/modelfiles.h"
+#include "host/files/modelfiles.h"
 #include "host/scenefile/scenefile.h"
 #include "host/scenefile/scenerecover.h"
 #include "host/scenefile/scenevalues.h"

@@ -25,6 +25,8 @@ struct SaveOptions {
 struct SavedScene {
   std::string path;  // the one that was asked for, or that of the .gltf of a pair
   size_t bytes = 0;  // of all files
+  /// Pictures that other programs won't see, a line each.
+  std::vector<std::string> warnings;
 };
 
 /// Saves the whole scene: nodes, objects, materials, layers, time range, units. The bytes depend

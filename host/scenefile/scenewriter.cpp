@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <memory>
 
 #include "host/core/session.h"
-#include "host/gltf/sceneviewer.h"
+#include "host/exchange/sceneplan.h"
+#include "host/gltf/gltfwriter.h"
 #include "host/interface.h"
 #include "host/scene/node.h"
 #include "host/scenefile/sceneclasses.h"
@@ -121,28 +123,26 @@ json SceneValue(Interface& ip, SceneOut& out, const std::vector<INode*>& nodes) 
       {"things", std::move(things)}};
 }
 
-void AddBuffers(json& root, const BinaryParts& parts) {
-  if (parts.Size() == 0) return;
-  json views = json::array();
-  for (const BinaryParts::Part& p : parts.All()) {
-    json view = {{"buffer", 0}, {"byteOffset", p.offset}, {"byteLength", p.size}};
-    if (p.target != 0) view["target"] = p.target;
-    views.push_back(std::move(view));
+/// A scene that is to be written.
+struct Composed {
+  BinaryParts parts;
+  std::string text;  // members, what viewers see last
+  std::vector<std::string> warnings;
+
+  /// The whole text, still without its checksum; `uri` names the file of the bytes of a pair. What
+  /// tells of the buffer stands first: no other text can be taken for it.
+  std::string TextFor(const std::string& uri) const {
+    const std::string buffers = GltfBuffersOf(parts, uri);
+    std::string all = "{" + buffers + (buffers.empty() ? "" : ",") + text + "}";
+    while (all.size() % 4 != 0) all += ' ';
+    return all;
   }
-  root["bufferViews"] = std::move(views);
-  root["buffers"] = {{{"byteLength", parts.Size()}}};
-}
+};
 
 // The text's own checksum is taken with zeros in its place.
 void Seal(std::string& text) {
   const std::string crc = CrcText(Crc32c(std::as_bytes(std::span(text))));
   text.replace(text.find(kCrcMark) + kCrcMark.size(), crc.size(), crc);
-}
-
-std::string OpenText(const json& root) {
-  std::string text = root.dump();
-  while (text.size() % 4 != 0) text += ' ';
-  return text;
 }
 
 void CheckDepth(const std::vector<INode*>& nodes) {
@@ -157,7 +157,7 @@ void CheckDepth(const std::vector<INode*>& nodes) {
 
 // Composes the description and hands it to `write`, which tells its failures itself or throws them.
 bool Compose(Interface& ip, const std::string& path, std::string& error,
-             const std::function<bool(json&, const BinaryParts&)>& write) {
+             const std::function<bool(const Composed&)>& write) {
   const auto fail = [&](const std::string& why) {
     error = "cannot save \"" + path + "\": " + why;
     return false;
@@ -166,14 +166,19 @@ bool Compose(Interface& ip, const std::string& path, std::string& error,
   try {
     const std::vector<INode*> nodes = ip.GetScene().AllNodes();
     CheckDepth(nodes);
-    BinaryParts parts;
-    SceneOut out(parts, nodes, path);
+    Composed scene;
+    SceneOut out(scene.parts, nodes, path);
     json root = {{"asset", {{"version", "2.0"}, {"generator", "Sowfield"}}},
                  {"extensionsUsed", {kSceneExtension}}};
     root["extensions"][kSceneExtension] = SceneValue(ip, out, nodes);
-    AddViewerScene(ip, nodes, path, parts, root);
-    AddBuffers(root, parts);
-    return write(root, parts);
+    // A .glb stands for itself wherever it goes; the pictures of a pair stay beside it.
+    GltfMembers shown = GltfMembersOf(std::make_shared<const ExportPlan>(PlanOfScene(ip, nodes)),
+                                      {path, !IsPairPath(path)}, scene.parts);
+    if (shown.hasInstances) root["extensionsUsed"].push_back(kInstancingExtension);
+    scene.text = root.dump();
+    scene.text = scene.text.substr(1, scene.text.size() - 2) + "," + shown.text;
+    scene.warnings = std::move(shown.warnings);
+    return write(scene);
   } catch (const SceneFault& f) {
     return fail(f.what());
   } catch (const std::bad_alloc&) {
@@ -207,19 +212,21 @@ void CheckFree(const std::string& path) {
 
 bool SaveScene(Interface& ip, const std::string& path, const SaveOptions& options,
                std::string& error, SavedScene* saved) {
-  SavedScene result{path, 0};
-  const auto write = [&](json& root, const BinaryParts& parts) {
+  SavedScene result{path, 0, {}};
+  const auto write = [&](const Composed& scene) {
     const size_t most = std::min(options.mostGlbBytes, kMostGlbBytes);
+    result.warnings = scene.warnings;
     if (!IsPairPath(path)) {
-      std::string text = OpenText(root);
-      result.bytes = GlbSize(text, parts);
+      std::string text = scene.TextFor("");
+      result.bytes = GlbSize(text, scene.parts);
       if (result.bytes <= most)
-        return WriteOne(path, std::move(text), parts, options.backup, error);
+        return WriteOne(path, std::move(text), scene.parts, options.backup, error);
       result.path = PairPathFor(path);
       CheckFree(result.path);
     }
-    if (parts.Size() > 0) root["buffers"][0]["uri"] = PairUriFor(result.path);
-    return WritePair(result.path, OpenText(root), parts, options.backup, Seal, result.bytes, error);
+    const std::string uri = scene.parts.Size() > 0 ? PairUriFor(result.path) : "";
+    return WritePair(result.path, scene.TextFor(uri), scene.parts, options.backup, Seal,
+                     result.bytes, error);
   };
   const bool done = Compose(ip, path, error, write);
   if (done && saved) *saved = result;
@@ -228,16 +235,16 @@ bool SaveScene(Interface& ip, const std::string& path, const SaveOptions& option
 
 bool SaveSceneBytes(Interface& ip, const std::string& path, std::vector<std::byte>& bytes,
                     std::string& error) {
-  return Compose(ip, path, error, [&](json& root, const BinaryParts& parts) {
-    std::string text = OpenText(root);
-    const size_t size = GlbSize(text, parts);
+  return Compose(ip, path, error, [&](const Composed& scene) {
+    std::string text = scene.TextFor("");
+    const size_t size = GlbSize(text, scene.parts);
     if (size > kMostGlbBytes)
       throw SceneFault("it would have " + std::to_string(size) + " bytes, more than a .glb can " +
                        "hold (" + std::to_string(kMostGlbBytes) + ")");
     std::vector<std::byte> written;
     written.reserve(size);
     Seal(text);
-    const bool whole = WriteGlb(text, parts, [&](std::span<const std::byte> piece) {
+    const bool whole = WriteGlb(text, scene.parts, [&](std::span<const std::byte> piece) {
       written.insert(written.end(), piece.begin(), piece.end());
       return true;
     });

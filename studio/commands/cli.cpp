@@ -11,11 +11,11 @@
 #include <ostream>
 #include <streambuf>
 
+#include "studio/commands/diff.h"
 #include "studio/commands/files.h"
 #include "studio/commands/mokset.h"
 #include "studio/commands/relink.h"
 #include "studio/commands/run.h"
-#include "studio/diff/diff.h"
 #include "studio/job/jsonout.h"
 #include "studio/job/steptable.h"
 

@@ -5,17 +5,21 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <ostream>
 #include <span>
+#include <utility>
 
+#include "host/exchange/objtext.h"
+#include "host/exchange/viewermesh.h"
 #include "host/files/file.h"
+#include "host/files/modelfiles.h"
+#include "host/gltf/gltfwriter.h"
 #include "host/host.h"
 #include "host/import/import.h"
-#include "host/import/modelfiles.h"
 #include "host/scene/join.h"
 #include "host/scene/triobject.h"
 #include "sowfield/proxy/moksetfile.h"
-#include "studio/commands/modelout.h"
 #include "studio/job/jsonout.h"
 #include "studio/steps/outputs.h"
 
@@ -176,6 +180,25 @@ int Done(const Streams& to, const std::string& from, const std::string& target, 
   return 0;
 }
 
+// One node, which stands upright and in metres by itself, with a material for each id of a face.
+std::shared_ptr<const host::ExportPlan> PlanOf(const Mesh& mesh, const std::string& name,
+                                               double metres) {
+  auto plan = std::make_shared<host::ExportPlan>();
+  plan->metres = metres;
+  const auto materialOf = [&](int id) {
+    plan->materials.push_back({fmt::format("material {}", id), {1, 1, 1}});
+    return int(plan->materials.size()) - 1;
+  };
+  host::ExportMesh shown;
+  for (host::ViewerPart& part : host::ViewerParts(mesh, nullptr, materialOf))
+    shown.parts.push_back(std::move(part.triangles));
+  if (shown.parts.empty()) return plan;
+  plan->meshes.push_back(std::move(shown));
+  plan->nodes.emplace_back().name = name;
+  plan->nodes[0].mesh = 0;
+  return plan;
+}
+
 // Why a file can't be made of another one.
 std::string WhyNotMade(const Output& output, const std::string& from) {
   const SourceFile source{from, "what is read"};
@@ -195,11 +218,11 @@ int Export(const Streams& to, const std::string& file, const Output& output) {
   const std::string name = std::filesystem::path(file).stem().string();
   std::string bytes, error;
   if (ending == ".obj") {
-    bytes = ObjOf(mesh, name);
+    bytes = host::ObjOf(mesh, name);
   } else {
     const Unit* unit = UnitOf(info);
-    if (!GltfOf(mesh, name, unit ? unit->metres : 1,
-                ending == ".glb" ? GltfForm::Binary : GltfForm::Json, bytes, error))
+    const auto form = ending == ".glb" ? host::GltfForm::Binary : host::GltfForm::Json;
+    if (!host::GltfFileOf(PlanOf(mesh, name, unit ? unit->metres : 1), form, bytes, error))
       return Fail(to, file, {0, error});
   }
   if (!host::WriteFileSafely(target, std::as_bytes(std::span(bytes)), error))

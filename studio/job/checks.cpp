@@ -6,7 +6,7 @@
 #include <cctype>
 #include <cmath>
 
-#include "host/import/modelfiles.h"
+#include "host/files/modelfiles.h"
 #include "host/math/wstr.h"
 #include "studio/job/paramrules.h"
 

@@ -22,6 +22,8 @@ void Save(Stage& stage, const Call& call, Outcome& out) {
   host::SavedScene saved;
   if (!host::SaveScene(stage.Ip(), path, options, error, &saved))
     throw StepFailure{file.place, error};
+  for (const std::string& warning : saved.warnings)
+    stage.Notices() << "warning: " << file.text << ": " << warning << '\n';
   std::filesystem::path written = file.text;
   // A scene that is too large for a .glb gets another ending.
   if (saved.path != path) written.replace_filename(std::filesystem::path(saved.path).filename());

@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "host/files/file.h"
-#include "host/import/modelfiles.h"
+#include "host/files/modelfiles.h"
 #include "host/math/wstr.h"
 #include "host/scenefile/scenefile.h"
 #include "sowfield/proxy/moksetfile.h"

@@ -1,6 +1,6 @@
 #include <fmt/format.h>
 
-#include "host/import/modelfiles.h"
+#include "host/files/modelfiles.h"
 #include "sowfield/objects/proxylife.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "studio/steps/steps.h"

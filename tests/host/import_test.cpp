@@ -12,9 +12,9 @@
 #include <nlohmann/json.hpp>
 
 #include "host/exchange/planstream.h"
+#include "host/files/modelfiles.h"
 #include "host/files/png.h"
 #include "host/host.h"
-#include "host/import/modelfiles.h"
 #include "host/import/modelreader.h"
 #include "host/scene/camera.h"
 #include "host/scene/mtl.h"

@@ -3,13 +3,13 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <set>
 
 #include "host/core/parallel.h"
 #include "sowfield/model/placement.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "sowfield/sources/sourceframe.h"
+#include "tests/host/viewerfile.h"
 #include "tests/sowfield/placement_twin.h"
 #include "tests/sowfield/typelist_fixture.h"
 
@@ -20,31 +20,8 @@ using nlohmann::json;
 
 constexpr const char* kInstancing = "EXT_mesh_gpu_instancing";
 
-/// A saved file as a viewer reads it.
-struct Viewer {
-  json root;
-  std::vector<std::byte> bin;
-
-  explicit Viewer(const std::vector<std::byte>& file) {
-    std::uint32_t size;
-    std::memcpy(&size, &file[12], 4);
-    root = json::parse(reinterpret_cast<const char*>(&file[20]),
-                       reinterpret_cast<const char*>(&file[20]) + size);
-    bin.assign(file.begin() + 28 + size, file.end());
-  }
-  // Rows of an accessor of floats or, for indices, of 32-bit numbers.
-  template <class T>
-  std::vector<std::vector<T>> Rows(const json& index) const {
-    const json& a = root["accessors"][index.get<size_t>()];
-    EXPECT_EQ(a["componentType"], (std::is_same_v<T, float> ? 5126 : 5125));
-    const size_t width = a["type"] == "SCALAR" ? 1 : a["type"] == "VEC3" ? 3 : 4;
-    const json& view = root["bufferViews"][a["bufferView"].get<size_t>()];
-    EXPECT_EQ(view["byteLength"], a["count"].get<size_t>() * width * 4);
-    std::vector<std::vector<T>> rows(a["count"], std::vector<T>(width));
-    const std::byte* from = &bin[view["byteOffset"].get<size_t>()];
-    for (auto& row : rows) std::memcpy(row.data(), from, width * 4), from += width * 4;
-    return rows;
-  }
+struct Viewer : ViewerFile {
+  using ViewerFile::ViewerFile;
   // Nodes with instances, of one name or of all.
   std::vector<size_t> Nodes(const std::string& name = "") const {
     std::vector<size_t> found;
@@ -56,9 +33,6 @@ struct Viewer {
   }
   const json& Attributes(size_t node) const {
     return root["nodes"][node]["extensions"][kInstancing]["attributes"];
-  }
-  const json& PartsAt(size_t node) const {
-    return root["meshes"][root["nodes"][node]["mesh"].get<size_t>()]["primitives"];
   }
 };
 

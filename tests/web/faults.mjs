@@ -11,10 +11,10 @@ import {unpack} from './glb.mjs';
 // number of a matrix.
 const TOLERANCE = 1e-5;
 // Pieces of information that tell of no fault: the validator doesn't know the extensions and takes
-// what only they use for unused; pictures stay files, of any size; a scene may have nodes without a
-// mesh, and its models faces without an area.
-const HARMLESS = new Set(['UNSUPPORTED_EXTENSION', 'UNUSED_OBJECT', 'URI_GLB',
-  'IMAGE_NPOT_DIMENSIONS', 'NODE_EMPTY', 'ACCESSOR_INDEX_TRIANGLE_DEGENERATE']);
+// what only they use for unused; pictures have any size; a scene may have nodes without a mesh, and
+// its models faces without an area.
+const HARMLESS = new Set(['UNSUPPORTED_EXTENSION', 'UNUSED_OBJECT', 'IMAGE_NPOT_DIMENSIONS',
+  'NODE_EMPTY', 'ACCESSOR_INDEX_TRIANGLE_DEGENERATE']);
 
 const SEVERITIES = ['error', 'warning', 'information', 'hint'];
 

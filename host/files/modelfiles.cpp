@@ -1,27 +1,16 @@
-#include "host/import/modelfiles.h"
-
-#define STB_IMAGE_IMPLEMENTATION
-#define STB_IMAGE_STATIC
-#define STBI_NO_STDIO
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"  // in the library's header
-#endif
-#include <stb_image.h>
+#include "host/files/modelfiles.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <filesystem>
-
-#include "host/files/file.h"
+#include <vector>
 
 namespace host {
 
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr size_t kLargestPicture = size_t(1) << 30;
 
 std::string Lower(std::string text) {
   for (char& c : text) c = c >= 'A' && c <= 'Z' ? char(c + 32) : c;
@@ -66,6 +55,22 @@ std::string UriOf(const std::string& path) {
   return uri;
 }
 
+std::string DecodePercent(const std::string& text) {
+  const auto digit = [](char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+  };
+  std::string out;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const bool coded =
+        text[i] == '%' && i + 2 < text.size() && digit(text[i + 1]) >= 0 && digit(text[i + 2]) >= 0;
+    out += coded ? char(digit(text[i + 1]) * 16 + digit(text[i + 2])) : text[i];
+    if (coded) i += 2;
+  }
+  return out;
+}
+
 void ModelFolder::List() {
   listed_ = true;
   std::error_code code;
@@ -101,40 +106,6 @@ std::string ModelFolder::Find(const std::string& name, bool mayLeave) {
   if (!listed_) List();
   const auto found = byName_.find(Lower(BaseNameOf(name)));
   return found == byName_.end() ? "" : found->second;
-}
-
-int PictureList::Refuse(const std::string& name, const std::string& reason) {
-  plan_.warnings.push_back("the picture \"" + name + "\" is not shown: " + reason);
-  return -1;
-}
-
-int PictureList::Add(const std::string& name, const std::string& path,
-                     std::vector<std::byte> bytes) {
-  int width = 0, height = 0, channels = 0;
-  const auto* first = reinterpret_cast<const stbi_uc*>(bytes.data());
-  if (bytes.size() > kLargestPicture ||
-      !stbi_info_from_memory(first, int(bytes.size()), &width, &height, &channels) || width < 1 ||
-      height < 1)
-    return Refuse(name, "it is no PNG, JPEG, TGA, BMP, PSD, GIF, HDR, PIC or PNM");
-  if (!path.empty()) bytes.clear();
-  plan_.images.push_back({BaseNameOf(name), path, std::move(bytes)});
-  return int(plan_.images.size()) - 1;
-}
-
-int PictureList::FromFile(const std::string& name) {
-  const auto [known, isNew] = byName_.try_emplace(name, -1);
-  if (!isNew) return known->second;
-  const std::string path = folder_.Find(name, true);
-  if (path.empty()) return Refuse(name, "there is no such file");
-  std::vector<std::byte> bytes;
-  std::string error;
-  if (!ReadFile(path, bytes, error)) return Refuse(name, error);
-  return known->second = Add(name, path, std::move(bytes));
-}
-
-int PictureList::FromBytes(const std::string& name, std::vector<std::byte> bytes) {
-  const auto [known, isNew] = byName_.try_emplace(name, -1);
-  return isNew ? known->second = Add(name, "", std::move(bytes)) : known->second;
 }
 
 }  // namespace host

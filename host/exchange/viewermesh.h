@@ -1,30 +1,29 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
-#include "host/core/track.h"
-#include "host/math/matrix3.h"
+#include "host/exchange/planparts.h"
 #include "host/scene/animatedmesh.h"
 #include "host/scene/mesh.h"
 #include "host/scene/shape.h"
 
 namespace host {
 
-/// The faces of one material id as viewers want them: a vertex has one normal and one texture
-/// coordinate. Lists have one entry a vertex.
+/// The faces of one material as viewers want them: a vertex has one normal, of unit length, and one
+/// texture coordinate.
 struct ViewerPart {
-  int materialId = 0;
-  std::vector<Point3> positions, normals;  // normals have unit length
-  std::vector<Point3> uvs;                 // v from the top down; none without map channel 1
-  std::vector<std::uint32_t> vertices;     // of the mesh, where these come from
-  std::vector<std::uint32_t> indices;      // three a face
+  TrianglePart triangles;
+  std::vector<std::uint32_t> vertices;  // of the mesh, where the positions come from
 };
 
-/// The parts of a sound mesh, by rising material id. With `baked` its vertices are taken through
-/// that matrix first, and a mirrored mesh keeps its faces the right way round.
-std::vector<ViewerPart> ViewerParts(const Mesh& mesh, const Matrix3* baked);
+/// The parts of a sound mesh, one for each material that `materialOf` gives. That is asked once for
+/// each material id that a face has, by rising id. With `baked` vertices are taken through that
+/// matrix first, and a mirrored mesh keeps its faces the right way round.
+std::vector<ViewerPart> ViewerParts(const Mesh& mesh, const Matrix3* baked,
+                                    const std::function<int(int id)>& materialOf);
 
 /// The knots of a spline, through `baked` where it is given. None for a spline that is no line:
 /// with less than two knots, or with one that isn't finite then.
@@ -39,8 +38,7 @@ std::optional<std::vector<VertexBones>> ViewerBones(const MeshMotion& motion);
 
 /// The keys of a track as viewers take them: from time 0 on, seconds that rise in single precision
 /// too, unit quaternions where it `turns`. A cubic track keeps its tangents unless it begins before
-/// time 0: then it is sampled once a frame. False where nothing moves, or a value isn't finite.
-bool ViewerKeys(const Track& track, bool turns, std::vector<TimeValue>& times,
-                std::vector<float>& values);
+/// time 0: then it is sampled once a frame. Empty where nothing moves, or a value isn't finite.
+PlannedTrack ViewerKeys(const Track& track, bool turns);
 
 }  // namespace host

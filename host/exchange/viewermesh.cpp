@@ -1,4 +1,4 @@
-#include "host/gltf/viewermesh.h"
+#include "host/exchange/viewermesh.h"
 
 #include <algorithm>
 #include <cmath>
@@ -7,7 +7,6 @@
 #include <unordered_map>
 
 #include "host/interface.h"
-#include "host/scenefile/sceneclasses.h"
 
 namespace host {
 
@@ -33,6 +32,27 @@ struct Growing {
   std::unordered_map<Corner, std::uint32_t, CornerHash> known;
 };
 
+// The parts, still empty, and which of them each material id has.
+struct Sorted {
+  std::vector<Growing> parts;
+  std::map<int, size_t> partOfId;
+};
+
+Sorted SortById(const Mesh& mesh, const std::function<int(int id)>& materialOf) {
+  Sorted sorted;
+  int last = -1;
+  for (const Face& face : mesh.faces)
+    if (face.getMatID() != last) sorted.partOfId.try_emplace(last = face.getMatID(), 0);
+  std::map<int, size_t> partOfMaterial;
+  for (auto& [id, part] : sorted.partOfId) {
+    const int material = materialOf(id);
+    const auto [at, isNew] = partOfMaterial.try_emplace(material, sorted.parts.size());
+    part = at->second;
+    if (isNew) sorted.parts.emplace_back().part.triangles.material = material;
+  }
+  return sorted;
+}
+
 // A face without area has no normal of its own.
 Point3 UnitNormal(const Point3& n) {
   const Point3 unit = Normalize(n);
@@ -56,38 +76,39 @@ Mesh Bake(const Mesh& mesh, const Matrix3& tm) {
 
 }  // namespace
 
-std::vector<ViewerPart> ViewerParts(const Mesh& source, const Matrix3* baked) {
+std::vector<ViewerPart> ViewerParts(const Mesh& source, const Matrix3* baked,
+                                    const std::function<int(int id)>& materialOf) {
   Mesh moved;
   if (baked) moved = Bake(source, *baked);
   const Mesh& mesh = baked ? moved : source;
   const std::vector<Point3> normals = CornerNormals(mesh);
   const MeshMap* map = mesh.mapSupport(1) ? &mesh.maps[1] : nullptr;
 
-  std::map<int, Growing> growing;
+  Sorted sorted = SortById(mesh, materialOf);
+  int last = -1;
+  Growing* g = nullptr;
   for (size_t f = 0; f < mesh.faces.size(); ++f) {
     const Face& face = mesh.faces[f];
-    Growing& g = growing[face.getMatID()];
+    if (face.getMatID() != last) g = &sorted.parts[sorted.partOfId.at(last = face.getMatID())];
+    TrianglePart& part = g->part.triangles;
     for (size_t k = 0; k < 3; ++k) {
       const Point3 normal = UnitNormal(normals[f * 3 + k]);
       Corner corner{face.v[k], map ? map->faces[f].t[k] : 0, {}};
       std::memcpy(corner.normal, &normal, sizeof corner.normal);
-      const auto next = std::uint32_t(g.part.positions.size());
-      const auto [at, fresh] = g.known.emplace(corner, next);
-      g.part.indices.push_back(at->second);
+      const auto next = std::uint32_t(part.positions.size());
+      const auto [at, fresh] = g->known.emplace(corner, next);
+      part.corners.push_back(at->second);
       if (!fresh) continue;
-      g.part.positions.push_back(mesh.verts[corner.vertex]);
-      g.part.normals.push_back(normal);
-      g.part.vertices.push_back(corner.vertex);
+      part.positions.push_back(mesh.verts[corner.vertex]);
+      part.normals.push_back(normal);
+      g->part.vertices.push_back(corner.vertex);
       if (!map) continue;
       const Point3& uv = map->verts[corner.uv];
-      g.part.uvs.push_back(IsFinite(uv) ? Point3(uv.x, 1 - uv.y, 0) : Point3(0, 0, 0));
+      part.uvs.push_back(IsFinite(uv) ? Point3(uv.x, uv.y, 0) : Point3(0, 0, 0));
     }
   }
   std::vector<ViewerPart> parts;
-  for (auto& [id, g] : growing) {
-    g.part.materialId = id;
-    parts.push_back(std::move(g.part));
-  }
+  for (Growing& grown : sorted.parts) parts.push_back(std::move(grown.part));
   return parts;
 }
 
@@ -138,20 +159,21 @@ std::optional<std::vector<VertexBones>> ViewerBones(const MeshMotion& motion) {
   return all;
 }
 
-bool ViewerKeys(const Track& track, bool turns, std::vector<TimeValue>& times,
-                std::vector<float>& values) {
+PlannedTrack ViewerKeys(const Track& track, bool turns) {
   constexpr size_t kMostSamples = 100'000;
-  if (!track.IsKeyed()) return false;
-  for (const float v : KeyValuesOf(track))
-    if (!std::isfinite(v)) return false;
+  if (!track.IsKeyed()) return {};
+  for (const float v : track.KeyValues())
+    if (!std::isfinite(v)) return {};
   const TimeValue last = track.Times().back();
-  if (last <= 0) return false;
+  if (last <= 0) return {};
 
+  PlannedTrack keys;
   std::vector<TimeValue> wanted;
   const bool early = track.Times().front() < 0;
-  const bool cubic = track.Shape() == KeyShape::Cubic && !early;
+  const bool sampled = early && track.Shape() == KeyShape::Cubic;
+  keys.shape = sampled ? KeyShape::Linear : track.Shape();
   if (early) wanted.push_back(0);
-  if (early && track.Shape() == KeyShape::Cubic) {
+  if (sampled) {
     for (std::int64_t t = GetTicksPerFrame(); t < last && wanted.size() < kMostSamples;
          t += GetTicksPerFrame())
       wanted.push_back(TimeValue(t));
@@ -163,20 +185,20 @@ bool ViewerKeys(const Track& track, bool turns, std::vector<TimeValue>& times,
   const size_t w = track.Width();
   std::vector<double> now(w);
   for (const TimeValue t : wanted) {
-    const auto seconds = [](TimeValue at) { return float(double(at) / TIME_TICKSPERSEC); };
-    if (!times.empty() && seconds(t) <= seconds(times.back())) continue;
-    times.push_back(t);
-    if (cubic) {
+    const auto seconds = float(double(t) / TIME_TICKSPERSEC);
+    if (!keys.IsEmpty() && seconds <= keys.times.back()) continue;
+    keys.times.push_back(seconds);
+    if (keys.shape == KeyShape::Cubic) {
       const auto key = std::lower_bound(track.Times().begin(), track.Times().end(), t);
-      const float* from = &KeyValuesOf(track)[size_t(key - track.Times().begin()) * w * 3];
-      values.insert(values.end(), from, from + w * 3);
+      const float* from = &track.KeyValues()[size_t(key - track.Times().begin()) * w * 3];
+      keys.values.insert(keys.values.end(), from, from + w * 3);
       continue;
     }
     Interval valid = FOREVER;
     turns ? track.RotationAt(t, now.data(), valid) : track.At(t, now.data(), valid);
-    for (const double value : now) values.push_back(float(value));
+    for (const double value : now) keys.values.push_back(float(value));
   }
-  return true;
+  return keys;
 }
 
 }  // namespace host

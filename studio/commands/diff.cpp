@@ -1,4 +1,4 @@
-#include "studio/diff/diff.h"
+#include "studio/commands/diff.h"
 
 #include <fmt/format.h>
 

@@ -1,12 +1,7 @@
 #pragma once
 
-#include <cstddef>
 #include <map>
-#include <span>
 #include <string>
-#include <vector>
-
-#include "host/exchange/importplan.h"
 
 namespace host {
 
@@ -16,6 +11,8 @@ std::string BaseNameOf(const std::string& path);
 std::string ExtensionOf(const std::string& path);
 /// A relative path as an URI (RFC 3986, section 2): all but letters, digits and -_.~/ is encoded.
 std::string UriOf(const std::string& path);
+/// A URI's %20 and so on as the letters that they stand for.
+std::string DecodePercent(const std::string& text);
 
 /// Finds what a model names. Files come from other machines: their paths are seldom true here.
 class ModelFolder {
@@ -34,23 +31,6 @@ class ModelFolder {
   std::string folder_;
   bool listed_ = false;
   std::map<std::string, std::string> byName_;  // lower case
-};
-
-/// Collects the pictures of a plan, each once.
-class PictureList {
- public:
-  PictureList(ModelFolder& folder, ImportPlan& plan) : folder_(folder), plan_(plan) {}
-  /// Both give the index into the plan's images. A picture that isn't there or whose header can't
-  /// be read is -1 and a warning.
-  int FromFile(const std::string& name);
-  int FromBytes(const std::string& name, std::vector<std::byte> bytes);
-
- private:
-  int Add(const std::string& name, const std::string& path, std::vector<std::byte> bytes);
-  int Refuse(const std::string& name, const std::string& reason);
-  ModelFolder& folder_;
-  ImportPlan& plan_;
-  std::map<std::string, int> byName_;
 };
 
 }  // namespace host

@@ -1,4 +1,4 @@
-#include "host/gltf/viewerinstances.h"
+#include "host/exchange/viewerinstances.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,9 +12,7 @@ namespace host {
 
 namespace {
 
-// Floats an instance in each piece.
-constexpr std::array<size_t, 4> kWidths = {3, 4, 3, 1};
-static_assert(InstanceLists::kInstanceBytes == 11 * sizeof(float));
+constexpr size_t kFloats = 3 + 4 + 3 + 1;  // an instance
 
 // Instances are gone through in parts of this many, on several threads.
 constexpr size_t kPart = 4096;
@@ -79,20 +77,13 @@ InstanceLists::InstanceLists(std::unique_ptr<InstanceSet> set) : set_(std::move(
   }
 }
 
-InstanceLists::Pieces InstanceLists::Add(const std::shared_ptr<InstanceLists>& lists, size_t group,
-                                         bool mirrored, BinaryParts& parts) {
-  List& list = lists->lists_[group * 2 + mirrored];
-  list.at = lists->size_;
-  list.added = true;
-  lists->size_ += list.count * (kInstanceBytes / sizeof(float));
-  Pieces pieces;
-  for (size_t k = 0; k < pieces.size(); ++k) {
-    ++lists->pieces_;
-    pieces[k] =
-        parts.Make(list.count * kWidths[k] * sizeof(float),
-                   [lists, &list, k](const ByteSink& sink) { return lists->Write(list, k, sink); });
-  }
-  return pieces;
+void InstanceLists::Ask(size_t group, bool mirrored) {
+  List& list = lists_[group * 2 + mirrored];
+  if (list.asked) return;
+  list.at = size_;
+  list.asked = true;
+  size_ += list.count * kFloats;
+  pieces_ += kWidths.size();
 }
 
 void InstanceLists::Fill() {
@@ -101,7 +92,7 @@ void InstanceLists::Fill() {
   ForEachShown(
       [&](size_t part, size_t number, size_t place, const Matrix3& m, const float(&scale)[3]) {
         const List& list = lists_[number];
-        if (!list.added) return;
+        if (!list.asked) return;
         const size_t i = next[part * lists_.size() + number]++;
         const double first = number % 2 == 1 ? -1.0 / scale[0] : 1.0 / scale[0];
         const Quat q({Times(m.GetRow(0), first),
@@ -119,8 +110,10 @@ void InstanceLists::Fill() {
       });
 }
 
-bool InstanceLists::Write(const List& list, size_t piece, const ByteSink& sink) {
+bool InstanceLists::Write(size_t group, bool mirrored, Piece piece,
+                          const std::function<bool(std::span<const std::byte>)>& sink) {
   if (values_.empty()) Fill();
+  const List& list = lists_[group * 2 + mirrored];
   const size_t before = std::accumulate(kWidths.begin(), kWidths.begin() + piece, size_t(0));
   const bool taken = sink(std::as_bytes(
       std::span(values_).subspan(list.at + list.count * before, list.count * kWidths[piece])));

@@ -1,8 +1,21 @@
 #include "host/viewport/glcontext.h"
 
+#include <dlfcn.h>
 #include <epoxy/egl.h>
 
 namespace host {
+
+std::string MissingLibrary(std::initializer_list<NeededLibrary> anyOf) {
+  std::string files, packages;
+  for (const auto& [file, package] : anyOf) {
+    // Stays loaded: it is used next.
+    if (dlopen(file, RTLD_LAZY | RTLD_LOCAL)) return {};
+    files += (files.empty() ? "" : " or ") + std::string(file);
+    packages += (packages.empty() ? "" : " or ") + std::string(package);
+  }
+  return "the library " + files + " can't be loaded; on Debian the package " + packages +
+         " brings it";
+}
 
 namespace {
 
@@ -12,18 +25,30 @@ struct Context {
   std::string error;
 };
 
+constexpr const char* kDriver =
+    "; OpenGL's driver may be missing: on Debian libegl-mesa0 and "
+    "libgl1-mesa-dri bring one that needs no display";
+
+std::string MissingLibraries() {
+  const std::string egl = MissingLibrary({{"libEGL.so.1", "libegl1"}});
+  if (!egl.empty()) return egl;
+  return MissingLibrary({{"libOpenGL.so.0", "libopengl0"}, {"libGL.so.1", "libgl1"}});
+}
+
 Context Make() {
   Context made;
+  made.error = MissingLibraries();
+  if (!made.error.empty()) return made;
   if (!epoxy_has_egl_extension(EGL_NO_DISPLAY, "EGL_EXT_platform_base") ||
       !epoxy_has_egl_extension(EGL_NO_DISPLAY, "EGL_MESA_platform_surfaceless")) {
-    made.error = "EGL has no surfaceless platform";
+    made.error = std::string("EGL has no surfaceless platform") + kDriver;
     return made;
   }
   made.display =
       eglGetPlatformDisplayEXT(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
   EGLint major = 0, minor = 0;
   if (made.display == EGL_NO_DISPLAY || !eglInitialize(made.display, &major, &minor)) {
-    made.error = "EGL cannot be started";
+    made.error = std::string("EGL can't be started") + kDriver;
     return made;
   }
   const EGLint wanted[] = {EGL_SURFACE_TYPE, EGL_PBUFFER_BIT, EGL_RENDERABLE_TYPE, EGL_OPENGL_BIT,
@@ -37,10 +62,13 @@ Context Make() {
                             EGL_NONE};
   EGLConfig config = nullptr;
   EGLint found = 0;
+  const EGLenum apiBefore = eglQueryAPI();
   if (eglBindAPI(EGL_OPENGL_API) && eglChooseConfig(made.display, wanted, &config, 1, &found) &&
       found == 1)
     made.context = eglCreateContext(made.display, config, EGL_NO_CONTEXT, version);
-  if (made.context == EGL_NO_CONTEXT) made.error = "EGL gives no OpenGL 3.3 core context";
+  eglBindAPI(apiBefore);
+  if (made.context == EGL_NO_CONTEXT)
+    made.error = std::string("EGL gives no OpenGL 3.3 core context") + kDriver;
   return made;
 }
 
@@ -52,11 +80,10 @@ const Context& TheContext() {
 }  // namespace
 
 GlScope::GlScope() {
-  // Before Make binds an interface of its own.
-  apiBefore_ = eglQueryAPI();
   const Context& own = TheContext();
   error_ = own.error;
   if (!error_.empty()) return;
+  apiBefore_ = eglQueryAPI();
   displayBefore_ = eglGetCurrentDisplay();
   contextBefore_ = eglGetCurrentContext();
   drawBefore_ = eglGetCurrentSurface(EGL_DRAW);

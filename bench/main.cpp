@@ -129,6 +129,7 @@ int main(int argc, char** argv) {
   bench::AddPlacementRows();
   bench::AddDisplayRows();
   bench::AddLightRows();
+  bench::AddPictureRows();
   bench::AddPaintRows();
   bench::AddUndoRows();
   bench::AddProxyRows();

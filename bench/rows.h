@@ -32,6 +32,7 @@ void AddFigure(const std::string& name, const std::string& unit,
 void AddPlacementRows();
 void AddDisplayRows();
 void AddLightRows();
+void AddPictureRows();
 void AddPaintRows();
 void AddUndoRows();
 void AddProxyRows();

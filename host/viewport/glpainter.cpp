@@ -5,10 +5,13 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <map>
 #include <span>
 
+#include "host/viewport/glmesh.h"
 #include "host/viewport/glshaders.h"
 #include "host/viewport/graphicswindow.h"
+#include "host/viewport/picturestore.h"
 #include "host/viewport/windowtext.h"
 
 namespace host {
@@ -17,19 +20,10 @@ namespace {
 
 constexpr double kNear = kNearDepth;  // depth precision doesn't depend on it
 constexpr double kLift = 2;           // of what a window draws over surfaces, pixels
-constexpr int kMostSmoothedPixels = 1 << 24;
-constexpr size_t kFacesAtOnce = 1 << 15;
-// Beyond this a face is smaller than a pixel, and the tables of corner normals reach gigabytes.
-constexpr size_t kMostSmoothFaces = 4'000'000;
-
-struct Vertex {
-  Point3 position;
-  std::uint8_t srgb[4];
-  std::int16_t normal[4];
-};
-
-std::uint8_t ByteOf(float channel) {
-  return std::uint8_t(std::clamp(channel, 0.0f, 1.0f) * 255.0f + 0.5f);
+// As an 8 bit sRGB channel comes out again, linear.
+float LinearOf(float channel) {
+  const float srgb = std::floor(std::clamp(channel, 0.0f, 1.0f) * 255.0f + 0.5f) / 255.0f;
+  return srgb <= 0.04045f ? srgb / 12.92f : std::pow((srgb + 0.055f) / 1.055f, 2.4f);
 }
 
 GLuint Compile(GLenum kind, const char* source, std::string& error) {
@@ -63,6 +57,7 @@ GLuint Link(const char* vertex, const char* fragment, std::string& error) {
 /// What outlives a picture, for the one context of the process.
 struct Programs {
   GLuint background = 0, mesh = 0, grid = 0, dots = 0, lines = 0, text = 0;
+  GLint meshToView = 0, meshNormalToView = 0, meshColors = 0;  // set for each node
   std::string error;
 };
 
@@ -71,6 +66,9 @@ const Programs& ThePrograms() {
     Programs made;
     made.background = Link(kScreenVertexShader, kBackgroundShader, made.error);
     made.mesh = Link(kMeshVertexShader, kMeshShader, made.error);
+    made.meshToView = glGetUniformLocation(made.mesh, "toView");
+    made.meshNormalToView = glGetUniformLocation(made.mesh, "normalToView");
+    made.meshColors = glGetUniformLocation(made.mesh, "colors");
     made.grid = Link(kScreenVertexShader, kGridShader, made.error);
     made.dots = Link(kWindowVertexShader, kDotShader, made.error);
     made.lines = Link(kWindowVertexShader, kPlainShader, made.error);
@@ -90,31 +88,64 @@ void Set(GLuint program, const char* name, double x, double y) {
   glUniform2f(glGetUniformLocation(program, name), float(x), float(y));
 }
 
-void SetToView(GLuint program, const double (&rows)[4][3]) {
+void SetToView(GLint place, const double (&rows)[4][3]) {
   float toView[16] = {};
   for (int i = 0; i < 4; ++i)
     for (int k = 0; k < 3; ++k) toView[i * 4 + k] = float(rows[i][k]);
   toView[15] = 1;
-  glUniformMatrix4fv(glGetUniformLocation(program, "toView"), 1, GL_FALSE, toView);
+  glUniformMatrix4fv(place, 1, GL_FALSE, toView);
 }
+
+// Normals go by the cofactors, which keep them on their side of a face in a mirrored mesh too.
+void SetNormalToView(GLint place, const double (&r)[4][3]) {
+  float cofactors[9] = {};
+  double largest = 0, c[9];
+  for (int i = 0; i < 3; ++i) {
+    const auto &a = r[(i + 1) % 3], &b = r[(i + 2) % 3];
+    for (int k = 0; k < 3; ++k) {
+      const int y = (k + 1) % 3, z = (k + 2) % 3;
+      c[i * 3 + k] = a[y] * b[z] - a[z] * b[y];
+      largest = std::max(largest, std::fabs(c[i * 3 + k]));
+    }
+  }
+  for (int i = 0; i < 9; ++i) cofactors[i] = largest > 0 ? float(c[i] / largest) : 0.0f;
+  glUniformMatrix3fv(place, 1, GL_FALSE, cofactors);
+}
+
+// The colours of all nodes, one after the other; equal lists stand there once.
+struct Palette {
+  std::vector<std::array<float, 4>> texels;
+  std::vector<std::array<GLuint, 2>> ranges;  // first and count, by node
+
+  explicit Palette(const std::vector<PaintedMesh>& meshes) {
+    std::map<std::vector<std::array<float, 4>>, GLuint> known;
+    for (const PaintedMesh& painted : meshes) {
+      std::vector<std::array<float, 4>> own;
+      for (const Color& c : painted.colors)
+        own.push_back({LinearOf(c.r), LinearOf(c.g), LinearOf(c.b), 1});
+      const auto [at, isNew] = known.try_emplace(own, GLuint(texels.size()));
+      if (isNew) texels.insert(texels.end(), own.begin(), own.end());
+      ranges.push_back({at->second, GLuint(own.size())});
+    }
+  }
+};
 
 }  // namespace
 
 struct GlPainter::State {
+  explicit State(PictureStore& kept) : store(kept) {}
+
+  PictureStore& store;
+  PictureStore::Frames frames;
   int width = 0, height = 0;
   Lens lens;
   Point3 up{0, 0, 1};
   std::string error;
-  GLuint frame[2] = {}, color[2] = {}, depth = 0;
-  GLuint arrays[3] = {}, buffer = 0, windowBuffer = 0;
-  bool multisampled = false;
-  std::vector<Vertex> staged;
+  GLuint arrays[2] = {}, windowBuffer = 0, paletteBuffer = 0, palette = 0;
 
-  void MakeFrames();
   void SetUpArrays();
   void SetProjection(GLuint program) const;
-  void Stage(const PaintedMesh& painted, const std::vector<Point3>& normals, size_t first,
-             size_t last, const std::vector<std::array<std::uint8_t, 3>>& srgb);
+  void SendPalette(const Palette& colors);
   struct Lift {
     double factor, add;
   };
@@ -126,49 +157,13 @@ struct GlPainter::State {
                    const std::vector<BatchRows>& batches) const;
 };
 
-// Frame 0 is drawn into, frame 1 gets its samples merged.
-void GlPainter::State::MakeFrames() {
-  GLint most = 0;
-  glGetIntegerv(GL_MAX_SAMPLES, &most);
-  const bool smooth = std::int64_t(width) * height <= kMostSmoothedPixels;
-  const int samples = smooth ? std::min(4, int(most)) : 0;
-  multisampled = samples > 1;
-  glGenFramebuffers(2, frame);
-  glGenRenderbuffers(2, color);
-  glGenRenderbuffers(1, &depth);
-  for (int i = 0; i < 2; ++i) {
-    glBindRenderbuffer(GL_RENDERBUFFER, color[i]);
-    glRenderbufferStorageMultisample(GL_RENDERBUFFER, i == 0 ? samples : 0, GL_RGBA8, width,
-                                     height);
-    glBindFramebuffer(GL_FRAMEBUFFER, frame[i]);
-    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, color[i]);
-    if (i == 0) {
-      glBindRenderbuffer(GL_RENDERBUFFER, depth);
-      glRenderbufferStorageMultisample(GL_RENDERBUFFER, samples, GL_DEPTH_COMPONENT32F, width,
-                                       height);
-      glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, depth);
-    }
-    if (glCheckFramebufferStatus(GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE)
-      error = "OpenGL gives no frame of " + std::to_string(width) + " x " + std::to_string(height) +
-              " pixels";
-  }
-  glBindFramebuffer(GL_FRAMEBUFFER, frame[0]);
-}
-
-// Arrays 0 hold nothing, for shaders that make their own vertices.
+// Array 0 holds nothing, for shaders that make their own vertices.
 void GlPainter::State::SetUpArrays() {
-  glGenVertexArrays(3, arrays);
-  glGenBuffers(1, &buffer);
+  glGenVertexArrays(2, arrays);
   glGenBuffers(1, &windowBuffer);
   glBindVertexArray(arrays[1]);
-  glBindBuffer(GL_ARRAY_BUFFER, buffer);
-  const auto at = [](size_t offset) { return reinterpret_cast<const void*>(offset); };
-  glVertexAttribPointer(0, 3, GL_FLOAT, GL_FALSE, sizeof(Vertex), at(0));
-  glVertexAttribPointer(1, 4, GL_UNSIGNED_BYTE, GL_TRUE, sizeof(Vertex), at(12));
-  glVertexAttribPointer(2, 3, GL_SHORT, GL_TRUE, sizeof(Vertex), at(16));
-  for (GLuint i = 0; i < 3; ++i) glEnableVertexAttribArray(i);
-  glBindVertexArray(arrays[2]);
   glBindBuffer(GL_ARRAY_BUFFER, windowBuffer);
+  const auto at = [](size_t offset) { return reinterpret_cast<const void*>(offset); };
   constexpr GLsizei stride = sizeof(GraphicsWindow::Vertex);
   glVertexAttribPointer(0, 3, GL_FLOAT, GL_FALSE, stride, at(0));
   glVertexAttribPointer(1, 4, GL_UNSIGNED_BYTE, GL_TRUE, stride, at(12));
@@ -192,8 +187,8 @@ void GlPainter::State::SetProjection(GLuint program) const {
   glUniformMatrix4fv(glGetUniformLocation(program, "projection"), 1, GL_FALSE, m);
 }
 
-GlPainter::GlPainter(int width, int height, const Lens& lens, const Point3& up)
-    : s_(std::make_unique<State>()) {
+GlPainter::GlPainter(PictureStore& store, int width, int height, const Lens& lens, const Point3& up)
+    : s_(std::make_unique<State>(store)) {
   s_->width = width, s_->height = height;
   s_->lens = lens;
   s_->up = up;
@@ -202,7 +197,7 @@ GlPainter::GlPainter(int width, int height, const Lens& lens, const Point3& up)
     return;
   }
   s_->error = ThePrograms().error;
-  s_->MakeFrames();
+  s_->frames = store.FramesOf(width, height, s_->error);
   if (!s_->error.empty()) return;
   s_->SetUpArrays();
   glClipControl(GL_LOWER_LEFT, GL_ZERO_TO_ONE);
@@ -221,77 +216,41 @@ GlPainter::GlPainter(int width, int height, const Lens& lens, const Point3& up)
 
 GlPainter::~GlPainter() {
   glBindFramebuffer(GL_FRAMEBUFFER, 0);
-  glDeleteFramebuffers(2, s_->frame);
-  glDeleteRenderbuffers(2, s_->color);
-  glDeleteRenderbuffers(1, &s_->depth);
-  glDeleteVertexArrays(3, s_->arrays);
-  glDeleteBuffers(1, &s_->buffer);
+  glDeleteVertexArrays(2, s_->arrays);
   glDeleteBuffers(1, &s_->windowBuffer);
+  glDeleteTextures(1, &s_->palette);
+  glDeleteBuffers(1, &s_->paletteBuffer);
+  s_->store.End(!s_->error.empty());
 }
 
-void GlPainter::State::Stage(const PaintedMesh& painted, const std::vector<Point3>& normals,
-                             size_t first, size_t last,
-                             const std::vector<std::array<std::uint8_t, 3>>& srgb) {
-  staged.clear();
-  for (size_t i = first; i < last; ++i) {
-    const Face& face = painted.mesh->faces[i];
-    const auto& c = srgb[face.getMatID() % srgb.size()];
-    const Mesh& mesh = *painted.mesh;
-    const Point3& p0 = mesh.verts[face.v[0]];
-    const Point3 own = Normalize(CrossProd(mesh.verts[face.v[1]] - p0, mesh.verts[face.v[2]] - p0));
-    const bool smooth = !normals.empty() && face.smGroup != 0;
-    for (size_t k = 0; k < 3; ++k) {
-      Vertex v{mesh.verts[face.v[k]], {c[0], c[1], c[2], 255}, {0, 0, 0, 0}};
-      // Normals of two sides that share their corners cancel each other.
-      const bool shared = smooth && Length(normals[i * 3 + k]) > 0.5f;
-      const Point3& n = shared ? normals[i * 3 + k] : own;
-      for (int j = 0; j < 3; ++j)
-        v.normal[j] = std::int16_t(std::clamp(n[j], -1.0f, 1.0f) * 32767.0f);
-      staged.push_back(v);
-    }
-  }
+void GlPainter::State::SendPalette(const Palette& colors) {
+  GLint most = 0;
+  glGetIntegerv(GL_MAX_TEXTURE_BUFFER_SIZE, &most);
+  if (colors.texels.size() > size_t(most))
+    error = "OpenGL takes no more than " + std::to_string(most) + " colours of materials";
+  glGenBuffers(1, &paletteBuffer);
+  glBindBuffer(GL_TEXTURE_BUFFER, paletteBuffer);
+  glBufferData(GL_TEXTURE_BUFFER, GLsizeiptr(colors.texels.size() * sizeof colors.texels[0]),
+               colors.texels.data(), GL_STREAM_DRAW);
+  glGenTextures(1, &palette);
+  glBindTexture(GL_TEXTURE_BUFFER, palette);
+  glTexBuffer(GL_TEXTURE_BUFFER, GL_RGBA32F, paletteBuffer);
 }
 
-void GlPainter::Draw(const PaintedMesh& painted) {
-  if (!s_->error.empty() || painted.mesh->faces.empty()) return;
-  const GLuint program = ThePrograms().mesh;
-  glUseProgram(program);
-  glBindVertexArray(s_->arrays[1]);
-  s_->SetProjection(program);
-  Set(program, "up", s_->up);
-  Set(program, "parallel", s_->lens.parallel ? 1 : 0);
-
-  // Normals go by the cofactors, which keep them on their side of a face in a mirrored mesh too.
-  const auto& r = painted.toView;
-  float cofactors[9] = {};
-  double largest = 0, c[9];
-  for (int i = 0; i < 3; ++i) {
-    const auto &a = r[(i + 1) % 3], &b = r[(i + 2) % 3];
-    for (int k = 0; k < 3; ++k) {
-      const int y = (k + 1) % 3, z = (k + 2) % 3;
-      c[i * 3 + k] = a[y] * b[z] - a[z] * b[y];
-      largest = std::max(largest, std::fabs(c[i * 3 + k]));
-    }
-  }
-  for (int i = 0; i < 9; ++i) cofactors[i] = largest > 0 ? float(c[i] / largest) : 0.0f;
-  SetToView(program, painted.toView);
-  glUniformMatrix3fv(glGetUniformLocation(program, "normalToView"), 1, GL_FALSE, cofactors);
-
-  std::vector<std::array<std::uint8_t, 3>> srgb;
-  for (const Color& color : painted.colors)
-    srgb.push_back({ByteOf(color.r), ByteOf(color.g), ByteOf(color.b)});
-  const auto& faces = painted.mesh->faces;
-  const bool smooth =
-      faces.size() <= kMostSmoothFaces &&
-      std::any_of(faces.begin(), faces.end(), [](const Face& f) { return f.smGroup != 0; });
-  const std::vector<Point3> normals = smooth ? CornerNormals(*painted.mesh) : std::vector<Point3>();
-
-  glBindBuffer(GL_ARRAY_BUFFER, s_->buffer);
-  for (size_t first = 0; first < faces.size(); first += kFacesAtOnce) {
-    s_->Stage(painted, normals, first, std::min(first + kFacesAtOnce, faces.size()), srgb);
-    glBufferData(GL_ARRAY_BUFFER, GLsizeiptr(s_->staged.size() * sizeof(Vertex)), s_->staged.data(),
-                 GL_STREAM_DRAW);
-    glDrawArrays(GL_TRIANGLES, 0, GLsizei(s_->staged.size()));
+void GlPainter::Draw(const std::vector<PaintedMesh>& meshes) {
+  if (!s_->error.empty() || meshes.empty()) return;
+  const Palette colors(meshes);
+  s_->SendPalette(colors);
+  const Programs& programs = ThePrograms();
+  glUseProgram(programs.mesh);
+  s_->SetProjection(programs.mesh);
+  Set(programs.mesh, "up", s_->up);
+  Set(programs.mesh, "parallel", s_->lens.parallel ? 1 : 0);
+  for (size_t i = 0; i < meshes.size(); ++i) {
+    SetToView(programs.meshToView, meshes[i].toView);
+    SetNormalToView(programs.meshNormalToView, meshes[i].toView);
+    glUniform2ui(programs.meshColors, colors.ranges[i][0], colors.ranges[i][1]);
+    meshes[i].mesh->Draw();
   }
 }
 
@@ -314,7 +273,8 @@ std::vector<GraphicsWindow::Vertex> GlPainter::State::TextTriangles(
       if (!pixels.ToPixel(v, x, y) || !std::isfinite(x) || !std::isfinite(y)) continue;
       const double deep = lens.parallel ? 0.5 + 0.5 * v[2] / lens.reach : kNear / -v[2];
       const Lift lift = OfDepths();
-      const auto z = float(std::clamp(deep * lift.factor + lift.add, 0.0, 1.0));
+      const bool over = window.Batches()[b].overAll;
+      const auto z = over ? 1.0f : float(std::clamp(deep * lift.factor + lift.add, 0.0, 1.0));
       // On whole pixels, where its edges are sharp.
       const auto left = float(std::lround(x)), foot = float(std::lround(y));
       const std::vector<TextCorner> corners = TextRectangles(text.text);
@@ -339,8 +299,10 @@ void GlPainter::State::DrawBatches(GLuint program, GLenum kind, size_t base, siz
     const size_t from = window.Batches()[b].*first;
     const size_t to = b + 1 < batches.size() ? window.Batches()[b + 1].*first : end;
     if (from == to || !batches[b].shown) continue;
-    SetToView(program, batches[b].toView);
+    SetToView(glGetUniformLocation(program, "toView"), batches[b].toView);
+    if (window.Batches()[b].overAll) glDepthRange(1, 1);  // in front of all, also of what follows
     glDrawArrays(kind, GLint(base + from), GLsizei(to - from));
+    glDepthRange(0, 1);
   }
 }
 
@@ -350,7 +312,7 @@ void GlPainter::DrawWindow(const GraphicsWindow& window, const std::vector<Batch
   const std::vector<GraphicsWindow::Vertex> text = s_->TextTriangles(window, batches);
 
   constexpr size_t size = sizeof(GraphicsWindow::Vertex);
-  glBindVertexArray(s_->arrays[2]);
+  glBindVertexArray(s_->arrays[1]);
   glBindBuffer(GL_ARRAY_BUFFER, s_->windowBuffer);
   glBufferData(GL_ARRAY_BUFFER, GLsizeiptr((dots.size() + lines.size() + text.size()) * size),
                nullptr, GL_STREAM_DRAW);
@@ -369,9 +331,9 @@ void GlPainter::DrawWindow(const GraphicsWindow& window, const std::vector<Batch
   const Programs& programs = ThePrograms();
   using Batch = GraphicsWindow::Batch;
   glUseProgram(programs.dots);
-  Set(programs.dots, "least", s_->multisampled ? 0 : 0.5);
+  Set(programs.dots, "least", s_->frames.multisampled ? 0 : 0.5);
   glEnable(GL_PROGRAM_POINT_SIZE);
-  if (s_->multisampled) glEnable(GL_SAMPLE_ALPHA_TO_COVERAGE);
+  if (s_->frames.multisampled) glEnable(GL_SAMPLE_ALPHA_TO_COVERAGE);
   s_->DrawBatches(programs.dots, GL_POINTS, 0, dots.size(), &Batch::firstDot, window, batches);
   glDisable(GL_SAMPLE_ALPHA_TO_COVERAGE);
 
@@ -418,10 +380,10 @@ void GlPainter::DrawGrid(const GridPlane& grid) {
 bool GlPainter::Finish(std::vector<std::uint8_t>& rgb, std::string& error) {
   if (s_->error.empty()) {
     const int w = s_->width, h = s_->height;
-    glBindFramebuffer(GL_READ_FRAMEBUFFER, s_->frame[0]);
-    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, s_->frame[1]);
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, s_->frames.frame[0]);
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, s_->frames.frame[1]);
     glBlitFramebuffer(0, 0, w, h, 0, 0, w, h, GL_COLOR_BUFFER_BIT, GL_NEAREST);
-    glBindFramebuffer(GL_FRAMEBUFFER, s_->frame[1]);
+    glBindFramebuffer(GL_FRAMEBUFFER, s_->frames.frame[1]);
     glPixelStorei(GL_PACK_ALIGNMENT, 1);
     const size_t row = size_t(w) * 3;
     rgb.resize(row * size_t(h));

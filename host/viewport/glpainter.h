@@ -7,11 +7,13 @@
 
 #include "host/math/color.h"
 #include "host/math/matrix3.h"
-#include "host/scene/mesh.h"
 
 class GraphicsWindow;
 
 namespace host {
+
+class GlMesh;
+class PictureStore;
 
 /// How view space goes to the picture. View space has its origin in the eye (in the middle of the
 /// scene's depth in a parallel view), X right, Y up and Z backward.
@@ -31,9 +33,9 @@ struct GridPlane {
   double fade = 100;  // distance from the view's origin at which lines are gone
 };
 
-/// A mesh in view space. Valid: FirstFault is empty.
+/// A mesh in view space.
 struct PaintedMesh {
-  const Mesh* mesh = nullptr;
+  const GlMesh* mesh = nullptr;
   double toView[4][3] = {};  // rows as in Matrix3
   /// Colour of a face by its material id modulo the number of colours, at least one.
   std::vector<Color> colors;
@@ -49,12 +51,13 @@ struct BatchRows {
 class GlPainter {
  public:
   /// `up` is the world's +Z in view space. A failure is kept and reported by Finish.
-  GlPainter(int width, int height, const Lens& lens, const Point3& up);
+  GlPainter(PictureStore& store, int width, int height, const Lens& lens, const Point3& up);
   GlPainter(const GlPainter&) = delete;
   GlPainter& operator=(const GlPainter&) = delete;
   ~GlPainter();
 
-  void Draw(const PaintedMesh& painted);
+  /// Once, with all meshes.
+  void Draw(const std::vector<PaintedMesh>& meshes);
   /// The dots, lines and texts that a window has recorded, with rows for each of its batches. They
   /// are seen as two pixels nearer than they are, so that they show on a surface.
   void DrawWindow(const GraphicsWindow& window, const std::vector<BatchRows>& batches);

@@ -25,8 +25,10 @@ void main() {
 
 inline constexpr const char* kMeshVertexShader = R"(#version 330 core
 layout(location = 0) in vec3 position;
-layout(location = 1) in vec4 srgb;
-layout(location = 2) in vec3 normal;
+layout(location = 1) in vec3 normal;
+layout(location = 2) in uint material;
+uniform samplerBuffer palette;  // linear colours of all nodes
+uniform uvec2 colors;           // of this one: where they begin, how many
 uniform mat4 toView;
 uniform mat3 normalToView;
 uniform mat4 projection;
@@ -39,8 +41,7 @@ void main() {
   vec3 n = normalToView * normal;
   float size = length(n);
   viewedNormal = size > 0.0 ? n / size : vec3(0.0);
-  vec3 high = pow((srgb.rgb + 0.055) / 1.055, vec3(2.4));
-  albedo = mix(srgb.rgb / 12.92, high, step(0.04045, srgb.rgb));
+  albedo = texelFetch(palette, int(colors.x + material % colors.y)).rgb;
   gl_Position = projection * p;
 }
 )";

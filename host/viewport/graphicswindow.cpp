@@ -20,10 +20,11 @@ HitRegion MakeHitRegion(HitType type, bool crossing, int pickSize, const IPoint2
 }
 
 void GraphicsWindow::BeginBatch() {
-  const Batch batch{transform_, dots_.size(), lines_.size(), texts_.size()};
+  const bool over = !(limits_ & GW_Z_BUFFER);
+  const Batch batch{transform_, dots_.size(), lines_.size(), texts_.size(), over};
   if (!batches_.empty()) {
     const Batch& last = batches_.back();
-    if (last.toWorld == transform_) return;
+    if (last.toWorld == transform_ && last.overAll == over) return;
     if (last.firstDot == batch.firstDot && last.firstLine == batch.firstLine &&
         last.firstText == batch.firstText)
       batches_.pop_back();

@@ -13,8 +13,8 @@
 enum ColorKind { LINE_COLOR, TEXT_COLOR };
 enum MarkerType { DOT_MRKR = 13 };
 
-/// Limits of drawing.
-inline constexpr unsigned GW_ILLUM = 2, GW_PICK = 0x1000;
+/// Limits of drawing. Without GW_Z_BUFFER nothing hides what is drawn.
+inline constexpr unsigned GW_ILLUM = 2, GW_Z_BUFFER = 0x20, GW_PICK = 0x1000;
 
 /// Ways of picking: at a point, or within a rectangle of pixels.
 enum HitType : int { HITTYPE_POINT, HITTYPE_RECT };
@@ -42,10 +42,12 @@ inline constexpr double kDotSize = 3, kLineWidth = 1.5;
 /// shows it; memory is kept from redraw to redraw. In pick state nothing is recorded.
 class GraphicsWindow {
  public:
-  /// What was drawn under one transform: ranges of the lists below, to where the next one begins.
+  /// What was drawn under one transform and hidden by nothing or not: ranges of the lists below, to
+  /// where the next one begins.
   struct Batch {
     Matrix3 toWorld;
     size_t firstDot = 0, firstLine = 0, firstText = 0;
+    bool overAll = false;
   };
   struct Vertex {
     Point3 at;
@@ -115,6 +117,6 @@ class GraphicsWindow {
   host::PickVolume dotVolume_, lineVolume_;  // in the space of the transform, unless stale
   bool volumesStale_ = true;
   std::uint32_t line_ = kBlack, text_ = kBlack;
-  unsigned limits_ = GW_ILLUM;
+  unsigned limits_ = GW_ILLUM | GW_Z_BUFFER;
   bool picking_ = false, hit_ = false;
 };

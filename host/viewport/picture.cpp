@@ -6,7 +6,9 @@
 #include "host/interface.h"
 #include "host/math/elementary.h"
 #include "host/viewport/glcontext.h"
+#include "host/viewport/glmesh.h"
 #include "host/viewport/glpainter.h"
+#include "host/viewport/picturestore.h"
 #include "host/viewport/scenedrawing.h"
 
 namespace host {
@@ -92,22 +94,27 @@ std::vector<BatchRows> RowsOf(const GraphicsWindow& window, const Frame& frame) 
   return rows;
 }
 
+/// A mesh of the scene with its buffers.
+struct ShownMesh {
+  const ShownNode* node = nullptr;
+  const GlMesh* mesh = nullptr;
+};
+
 // A parallel view sees what lies before and behind the eye: the frame moves into the middle of the
 // scene's depth, and the lens reaches over all of it.
-void FitDepth(const std::vector<ShownNode>& scene, const GraphicsWindow& window, Frame& frame,
+void FitDepth(const std::vector<ShownMesh>& meshes, const GraphicsWindow& window, Frame& frame,
               Lens& lens) {
   Depths reach;
   AddWindow(window, RowsOf(window, frame), reach);
-  for (const ShownNode& node : scene)
-    for (const RenderItem& item : node.items.Items()) {
-      const Box3 box = item.mesh->getBoundingBox(&node.tm);
-      for (int i = 0; i < 8 && !box.IsEmpty(); ++i) {
-        const double d[3] = {(i & 1 ? box.pmax : box.pmin).x - frame.origin[0],
-                             (i & 2 ? box.pmax : box.pmin).y - frame.origin[1],
-                             (i & 4 ? box.pmax : box.pmin).z - frame.origin[2]};
-        reach.Add(Dot(d, frame.back));
-      }
+  for (const ShownMesh& shown : meshes) {
+    const Box3 box = TransformCorners(shown.mesh->Box(), shown.node->tm);
+    for (int i = 0; i < 8 && !box.IsEmpty(); ++i) {
+      const double d[3] = {(i & 1 ? box.pmax : box.pmin).x - frame.origin[0],
+                           (i & 2 ? box.pmax : box.pmin).y - frame.origin[1],
+                           (i & 4 ? box.pmax : box.pmin).z - frame.origin[2]};
+      reach.Add(Dot(d, frame.back));
     }
+  }
   if (reach.nearest < reach.farthest) reach = {0, 0};
   const double middle = 0.5 * (reach.nearest + reach.farthest);
   for (int k = 0; k < 3; ++k) frame.origin[k] += middle * frame.back[k];
@@ -176,21 +183,26 @@ class PictureDrawing {
   void Draw(TimeValue t) {
     const std::vector<ShownNode> scene = ShowNodes(ip_, view_, t);
     if (!SetUp(view_, frame_, lens_, error_)) return;
-    if (lens_.parallel) FitDepth(scene, *view_.getGW(), frame_, lens_);
     const GlScope scope;
     error_ = scope.Error();
     if (!error_.empty()) return;
     painter_.reset();  // of the pass before
-    painter_.emplace(view_.Width(), view_.Height(), lens_, frame_.Turned({0, 0, 1}));
-    for (const ShownNode& node : scene) {
-      PaintedMesh painted;
-      painted.colors = FaceColors(node.node.get());
-      frame_.ToView(node.tm, painted.toView);
-      for (const RenderItem& item : node.items.Items()) {
-        painted.mesh = item.mesh;
-        painter_->Draw(painted);
-      }
+    PictureStore& store = ip_.Views().Store();
+    store.Begin();
+    std::vector<ShownMesh> meshes;
+    for (const ShownNode& node : scene)
+      for (const RenderItem& item : node.items.Items())
+        if (const GlMesh& mesh = store.Of(*item.mesh); mesh.Drawable())
+          meshes.push_back({&node, &mesh});
+    if (lens_.parallel) FitDepth(meshes, *view_.getGW(), frame_, lens_);
+    painter_.emplace(store, view_.Width(), view_.Height(), lens_, frame_.Turned({0, 0, 1}));
+    std::vector<PaintedMesh> painted(meshes.size());
+    for (size_t i = 0; i < meshes.size(); ++i) {
+      painted[i].mesh = meshes[i].mesh;
+      painted[i].colors = FaceColors(meshes[i].node->node.get());
+      frame_.ToView(meshes[i].node->tm, painted[i].toView);
     }
+    painter_->Draw(painted);
   }
 
   void Present(Picture& picture) {

@@ -12,7 +12,7 @@ bool MeshDisplay::PrepareDisplay(const GenerateMeshRenderItemsContext& context) 
 void MeshDisplay::UpdateNodeItems(const GenerateMeshRenderItemsContext& context,
                                   const UpdateNodeContext& nodeContext,
                                   RenderItemContainer& container) const {
-  if (context.WantsFaces() && mesh_->FirstFault().empty())
+  if (context.WantsFaces())
     container.AddRenderItem({mesh_, mesh_->Stamp(), nodeContext.GetRenderNode().GetNode()});
 }
 

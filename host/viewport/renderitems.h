@@ -79,7 +79,7 @@ class MeshDisplay {
   explicit MeshDisplay(const Mesh& mesh) : mesh_(&mesh) {}
   /// Whether the mesh has any of the elements wanted.
   bool PrepareDisplay(const GenerateMeshRenderItemsContext& context) const;
-  /// Adds the item for a node. A mesh with a fault adds none.
+  /// Adds the item for a node.
   void UpdateNodeItems(const GenerateMeshRenderItemsContext& context,
                        const UpdateNodeContext& nodeContext, RenderItemContainer& container) const;
 

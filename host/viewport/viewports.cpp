@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/interface.h"
+#include "host/viewport/picturestore.h"
 
 namespace host {
 
@@ -35,6 +36,11 @@ int Viewports::RunPasses(const Painter& painter, bool callBack) {
     if (painter.present) painter.present(time_);
   }
   return passes;
+}
+
+PictureStore& Viewports::Store() {
+  if (!store_) store_ = std::make_shared<PictureStore>();
+  return *store_;
 }
 
 void Viewports::CallBack() {

@@ -17,6 +17,8 @@ class RedrawViewsCallback {
 
 namespace host {
 
+class PictureStore;
+
 /// Keys held with the mouse.
 struct Modifiers {
   bool ctrl = false, alt = false, shift = false;
@@ -61,6 +63,9 @@ class Viewports {
   /// active view, so they are called if it is that one. False inside a redraw: nothing is done.
   bool RedrawApart(const ViewExp& view, TimeValue t, const Painter& painter);
 
+  /// What drawing keeps from picture to picture.
+  PictureStore& Store();
+
   void Register(RedrawViewsCallback* callback);
   /// Harmless for one that isn't registered, and during the call.
   void UnRegister(RedrawViewsCallback* callback);
@@ -91,6 +96,7 @@ class Viewports {
   std::shared_ptr<ViewExp> active_;
   std::vector<RedrawViewsCallback*> callbacks_;
   Painter painter_;
+  std::shared_ptr<PictureStore> store_;  // made at first use
   MouseOwner* owner_ = nullptr;
   IPoint2 mouse_;
   Modifiers keys_;

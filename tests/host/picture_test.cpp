@@ -12,7 +12,11 @@
 #include "host/files/file.h"
 #include "host/files/png.h"
 #include "host/scene/mtl.h"
+#include "host/viewport/glcontext.h"
+#include "host/viewport/glpainter.h"
 #include "host/viewport/graphicswindow.h"
+#include "host/viewport/meshstaging.h"
+#include "host/viewport/picturestore.h"
 #include "host/viewport/scenedrawing.h"
 #include "host/viewport/snap.h"
 #include "host/viewport/viewports.h"
@@ -127,6 +131,123 @@ TEST_F(Drawing, LooksAsItDidBefore) {
   ExpectGolden(Draw(FlatView(14, 160, 120)), "drawn_top");
 }
 
+TEST_F(Drawing, WhatIsDrawnOverAllIsHiddenByNothingBeforeOrAfterIt) {
+  Box({0, 0, 0}, 4, PackColor(40, 40, 220));
+  bool over = false;
+  Add(new Extras([&](GraphicsWindow& gw) {
+    gw.setColor(LINE_COLOR, 1, 0, 0);
+    const Point3 inside[] = {{-1.8f, 0, 0}, {1.8f, 0, 0}}, before[] = {{0, -3, -1}, {0, -3, 1}};
+    gw.setRndLimits(over ? GW_ILLUM : GW_ILLUM | GW_Z_BUFFER);
+    gw.polyline(2, inside, false);
+    gw.setRndLimits(GW_ILLUM | GW_Z_BUFFER);
+    gw.setColor(LINE_COLOR, 0, 0.8f, 0);
+    gw.polyline(2, before, false);
+  }));
+  const ViewExp view = ViewExp::Orthographic({0, -20, 0}, {0, 0, 0}, 10, 100, 100);
+  for (const bool o : {false, true}) {
+    over = o;
+    const Picture picture = Draw(view, {.grid = true});
+    EXPECT_EQ(Hue(picture, 40, 50), over ? 0 : 2);
+    EXPECT_EQ(Hue(picture, 50, 45), 1);
+  }
+}
+
+/// The picture of some meshes from the front, with what the store keeps.
+std::vector<std::uint8_t> Paint(host::PictureStore& store, const std::vector<const Mesh*>& meshes) {
+  const host::GlScope scope;
+  std::vector<std::uint8_t> rgb;
+  std::string error = scope.Error();
+  if (error.empty()) {
+    store.Begin();
+    std::vector<host::PaintedMesh> painted;
+    for (const Mesh* mesh : meshes) {
+      const host::GlMesh& gl = store.Of(*mesh);
+      host::PaintedMesh one{gl.Drawable() ? &gl : nullptr, {}, {{0.1f, 0.2f, 0.3f}, {1, 0, 0.5f}}};
+      for (int k = 0; k < 3; ++k) one.toView[k][k] = 1;
+      one.toView[3][0] = 8 * float(painted.size()) - 4, one.toView[3][2] = -12;
+      if (one.mesh) painted.push_back(one);
+    }
+    host::GlPainter painter(store, 160, 80, {false, 1, 0.5}, {0, 1, 0});
+    painter.Draw(painted);
+    painter.Finish(rgb, error);
+  }
+  EXPECT_EQ(error, "");
+  return rgb;
+}
+
+TEST(KeptPictures, AreThoseFromScratchAfterAnyChange) {
+  host::PictureStore kept;
+  Parts parts(11);
+  parts.Replace(0, 0, 9000);  // some 22,000 faces: more than one piece
+  const auto expectSame = [&](const std::vector<const Mesh*>& meshes) {
+    std::vector<Mesh> anew;
+    for (const Mesh* mesh : meshes) anew.push_back(*mesh), anew.back().InvalidateGeomCache();
+    std::vector<const Mesh*> unknown;
+    for (const Mesh& mesh : anew) unknown.push_back(&mesh);
+    host::PictureStore fresh;
+    EXPECT_TRUE(Paint(kept, meshes) == Paint(fresh, unknown));
+    EXPECT_EQ(kept.Meshes(), fresh.Meshes());
+  };
+  expectSame({&parts.mesh});
+  for (int round = 0; round < 12; ++round) {
+    const Mesh before = parts.mesh;
+    for (int i = 0; i < round; ++i) parts.Change();
+    if (round == 9) parts.Replace(10, 5000, 1);
+    if (round == 10) parts.Replace(parts.Count(), 0, 5000);
+    // Twice a mesh that shows the old content beside the new.
+    if (round == 3 || round == 5) expectSame({&before, &parts.mesh});
+    expectSame({&parts.mesh});
+    if (round != 1) continue;
+    const size_t sent = kept.Of(parts.mesh).FacesSent();
+    EXPECT_TRUE(sent > 0 && sent < parts.mesh.faces.size() * 2 / 3) << sent << " for one change";
+  }
+  Mesh broken = parts.mesh;
+  broken.faces[7].v[1] = std::uint32_t(broken.verts.size());
+  broken.InvalidateTopologyCache();
+  const host::GlScope scope;
+  EXPECT_FALSE(kept.Of(broken).Drawable());
+  parts.Replace(0, parts.Count(), 0);
+  EXPECT_FALSE(kept.Of(parts.mesh).Drawable()) << "nothing is left";
+}
+
+TEST(MeshStaging, GivesEachCornerItsPlaceMaterialAndNormal) {
+  // 500 faces round a vertex on the average, of groups that share bits or don't.
+  std::mt19937 random(2);
+  Mesh mesh;
+  for (int i = 0; i < 120; ++i)
+    mesh.verts.push_back({float(random() % 97), float(random() % 89), float(random() % 83)});
+  for (int i = 0; i < 20000; ++i) {
+    const auto v = [&] { return std::uint32_t(i < 19990 ? random() % 117 : 117 + random() % 3); };
+    const auto pick = [&](unsigned n) { return std::uint32_t(random() % n); };
+    mesh.faces.push_back({{v(), v(), v()}, pick(4), pick(3) << 16});
+  }
+  const std::vector<Point3> smooth = CornerNormals(mesh);
+  host::MeshStaging staging(mesh);
+  const auto ends = staging.PieceEnds(0, mesh.faces.size());
+  ASSERT_TRUE(ends && *ends == std::vector<size_t>{20000}) << "all hang together but for a few";
+  size_t corner = 0;
+  for (const host::StagedChunk& chunk : staging.Stage(0, 20000).chunks)
+    for (const std::uint16_t index : chunk.indices) {
+      const host::StagedVertex& made = chunk.vertices.at(index);
+      const Face& f = mesh.faces[corner / 3];
+      const Point3& a = mesh.verts[f.v[0]];
+      Point3 n = smooth[corner];
+      if (f.smGroup == 0 || Length(n) <= 0.5f)
+        n = Normalize(CrossProd(mesh.verts[f.v[1]] - a, mesh.verts[f.v[2]] - a));
+      ASSERT_TRUE(made.position == mesh.verts[f.v[corner % 3]] && made.material == f.getMatID());
+      for (int k = 0; k < 3; ++k) ASSERT_NEAR(made.normal[k], n[k] * 32767, 1) << corner;
+      ++corner;
+    }
+  EXPECT_EQ(corner, 60000u);
+}
+
+TEST(GlContext, WhatIsMissingIsNamedWithItsPackage) {
+  EXPECT_EQ(host::MissingLibrary({{"libnone.so.1", "none"}, {"libm.so.6", "libc6"}}), "");
+  const std::string says = host::MissingLibrary({{"libnone.so.1", "none1"}, {"libno.so", "no"}});
+  for (const char* part : {"libnone.so.1", "none1", "libno.so"})
+    EXPECT_NE(says.find(part), std::string::npos) << says;
+}
+
 /// Draws a red square, 5 wide, round the place under the pointer, and lists where that is.
 struct Marking : RedrawViewsCallback {
   void proc(Interface* ip) override {
@@ -199,9 +320,10 @@ bool Hits(ViewExp& view, const Extras::Draw& draw, std::vector<IPoint2> p, bool 
   GraphicsWindow& gw = *view.getGW();
   gw.setHitRegion(MakeHitRegion(HitType(p.size() - 1), crossing, 4, p.data()));
   gw.clearHitCode();
+  const unsigned limits = gw.getRndLimits();
   gw.setRndLimits(GW_PICK);
   draw(gw);
-  gw.setRndLimits(GW_ILLUM);
+  gw.setRndLimits(limits);
   return gw.checkHitCode();
 }
 

@@ -27,18 +27,11 @@ class Parts {
       told.verts.added += part.size(), told.faces.added += part.size() - 2;
     }
     parts_.insert(place, fresh.begin(), fresh.end());
-    Fill(mesh);
+    Fill();
     mesh.Spliced(told);
   }
   /// Any change.
   void Change() { Replace(random_() % (Count() + 1), random_() % 4, random_() % 4); }
-  /// The same content in a mesh that nothing is known of.
-  Mesh Anew() const {
-    Mesh all;
-    Fill(all);
-    all.InvalidateGeomCache();
-    return all;
-  }
 
   Mesh mesh;
 
@@ -53,13 +46,13 @@ class Parts {
     return fan;
   }
   // Straight into the tables: sizes set through the mesh would tell that all has changed.
-  void Fill(Mesh& all) const {
-    all.verts.clear(), all.faces.clear();
+  void Fill() {
+    mesh.verts.clear(), mesh.faces.clear();
     for (const std::vector<Point3>& part : parts_) {
-      const auto first = std::uint32_t(all.verts.size()), n = std::uint32_t(part.size());
+      const auto first = std::uint32_t(mesh.verts.size()), n = std::uint32_t(part.size());
       for (std::uint32_t k = 2; k < n; ++k)
-        all.faces.push_back({{first, first + k - 1, first + k}, n % 2, (n % 4) << 16 | EDGE_ALL});
-      all.verts.insert(all.verts.end(), part.begin(), part.end());
+        mesh.faces.push_back({{first, first + k - 1, first + k}, n % 2, (n % 4) << 16 | EDGE_ALL});
+      mesh.verts.insert(mesh.verts.end(), part.begin(), part.end());
     }
   }
 

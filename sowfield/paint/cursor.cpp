@@ -113,6 +113,9 @@ void Paint_Cursor::Draw(GraphicsWindow& gw, const Point3& current,
   brush.SetTrans(current);
   gw.setTransform(brush);
   gw.setColor(LINE_COLOR, 0.85f, 0.5f, 0);
+  // The shapes are flat: curved ground would cover part of them.
+  const unsigned limits = gw.getRndLimits();
+  gw.setRndLimits(limits & ~GW_Z_BUFFER);
 
   const Distribution& d = painter_.Dist();
   const float r = d.block->GetFloat(RadiusOf(tool), d.curTime);
@@ -122,6 +125,7 @@ void Paint_Cursor::Draw(GraphicsWindow& gw, const Point3& current,
                    [&](const Point3& p) { return p * r; });
     gw.polyline(int(line.points.size()), points, line.closed);
   }
+  gw.setRndLimits(limits);
 }
 
 }  // namespace sowfield

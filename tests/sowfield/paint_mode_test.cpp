@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "host/viewport/picture.h"
 #include "sowfield/model/palette.h"
 #include "sowfield/model/placement.h"
 #include "tests/sowfield/paint_fixture.h"
@@ -223,6 +224,33 @@ TEST(PaintMode, PreviewsStandWherePlacementsWillAndLeaveNoTrace) {
       EXPECT_LT(Apart(expected * placements.Matrix(first + i), shownTm), 1e-4) << i;
     }
   }
+}
+
+TEST(BrushCursor, IsSeenWhereCurvedGroundRisesOverIt) {
+  PaintScene s(1);
+  Mesh valley;  // |x| high
+  for (const float x : {-10.0f, 0.0f, 10.0f})
+    for (const float y : {-10.0f, 10.0f}) valley.verts.push_back({x, y, std::fabs(x)});
+  for (const std::uint32_t i : {0u, 2u}) {
+    valley.faces.push_back({{i, i + 2, i + 1}, 0, EDGE_ALL});
+    valley.faces.push_back({{i + 1, i + 2, i + 3}, 0, EDGE_ALL});
+  }
+  s.AddMesh(L"valley", valley)->SetWireColor(PackColor(90, 90, 90));
+  s.Set(Brush_Size, 3.0f);
+  ASSERT_TRUE(PressToolButton(kMultiTool));
+  s.MoveTo(0.3f, 0);
+  std::string error;
+  const auto picture = host::DrawScene(s.host.Services(), s.View(), {.grid = false}, error);
+  ASSERT_TRUE(picture) << error;
+  // Left of the middle the rim, on the right side's plane, lies up to 3 under the left side. The
+  // line along the normal is in the middle's rows.
+  int rim = 0;
+  for (int y = 0; y < 200; ++y)
+    for (int x = 0; x < 95; ++x) {
+      const std::uint8_t* c = &picture->rgb[size_t(y * 200 + x) * 3];
+      rim += std::abs(y - 100) > 8 && c[0] > 150 && c[2] < 90;
+    }
+  EXPECT_GT(rim, 15);
 }
 
 }  // namespace

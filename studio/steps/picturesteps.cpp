@@ -6,6 +6,8 @@
 #include "host/files/png.h"
 #include "host/viewport/picture.h"
 #include "host/viewport/scenedrawing.h"
+#include "sowfield/display/budgets.h"
+#include "sowfield/model/displaymode.h"
 #include "sowfield/model/placement.h"
 #include "studio/job/paramrules.h"
 #include "studio/steps/steps.h"
@@ -19,10 +21,50 @@ namespace {
 
 int ModeOf(const Sowfield& object) { return object.pblock2->GetInt(sowfield::Display_Mode); }
 
+// A mode that is asked for a picture is drawn though it be too heavy for a view that follows the
+// mouse, up to this many bytes of vertices and faces.
+constexpr double kMostBytes = 4e9;
+
+double BytesToDraw(const Sowfield& object, int mode) {
+  const sowfield::DisplayCost cost = sowfield::CostOfDisplay(object.distribution);
+  constexpr double kPoint = 16, kVertex = 12, kFace = 20;
+  const auto n = double(cost.placements);
+  switch (mode) {
+    case sowfield::kShowDot:
+      return n * kPoint;
+    case sowfield::kShowBox:
+      return n * 24 * kPoint;
+    case sowfield::kShowCloud:
+      return double(cost.cloudPoints) * kPoint;
+    case sowfield::kShowPyramid:
+      return n * (4 * kVertex + 3 * kFace);
+    case sowfield::kShowSquirrel:
+      return n * (482 * kVertex + 960 * kFace);
+    case sowfield::kShowOriginal:
+      return double(cost.vertices) * (kVertex + 2 * kFace);  // two faces a vertex in most meshes
+    default:
+      return 0;
+  }
+}
+
+// The nodes with their modes, before anything of a picture can lower one.
+struct Wish {
+  INode* node;
+  int mode;
+  Sowfield& Object() const { return *Stage::SowfieldOf(node); }
+};
+std::vector<Wish> WishesOf(Stage& stage, const Args& args) {
+  std::vector<Wish> wishes;
+  for (INode* node : stage.SowfieldNodes())
+    wishes.push_back({node, args.Has("mode") ? DisplayModeByName(args.Text("mode"))
+                                             : ModeOf(*Stage::SowfieldOf(node))});
+  return wishes;
+}
+
 // Sets another mode or type for one picture; all of it is taken back, with no undo step.
 class ForThisPicture {
  public:
-  ForThisPicture(Stage& stage, const Call& call) {
+  ForThisPicture(Stage& stage, const Call& call, const std::vector<Wish>& wishes) {
     const TimeValue t = stage.Now();
     const Args& args = call.args;
     // What may fail comes before the first change.
@@ -32,19 +74,29 @@ class ForThisPicture {
       const Value& type = *args.Given("type");
       shown = type.IsText() && type.text == "all" ? 0 : Stage::TypeOf(*typed, type) + 1;
     }
-    if (!typed && !args.Has("mode")) return;
-    step_.emplace();
     if (typed) {
+      step_.emplace();
       typed->pblock2->SetValue(sowfield::Display_Type, t, shown);
       typed->RefreshObject();
     }
-    if (!args.Has("mode")) return;
-    const int mode = DisplayModeByName(args.Text("mode"));
-    for (INode* node : stage.SowfieldNodes())
-      Stage::SowfieldOf(node)->pblock2->SetValue(sowfield::Display_Mode, t, mode);
+    for (const Wish& wish : wishes) {
+      if (args.Has("mode")) {
+        const bool affordable = BytesToDraw(wish.Object(), wish.mode) <= kMostBytes;
+        Set(wish, wish.mode, affordable, t);
+      }
+      // What was to be seen is never left out: dots cost least.
+      if (ModeOf(wish.Object()) == sowfield::kShowNone && wish.mode != sowfield::kShowNone)
+        Set(wish, sowfield::kShowDot, true, t);
+    }
   }
 
  private:
+  void Set(const Wish& wish, int mode, bool force, TimeValue t) {
+    if (!step_) step_.emplace();
+    IParamBlock2& block = *wish.Object().pblock2;
+    if (force) block.SetValue(sowfield::ForceDisplay, t, 1);
+    block.SetValue(sowfield::Display_Mode, t, mode);
+  }
   std::optional<UndoStep> step_;
 };
 
@@ -56,6 +108,7 @@ IPoint2 PixelAt(const Value& x, const Value& y) {
 
 void Picture(Stage& stage, const Call& call, Outcome& out) {
   const Args& args = call.args;
+  const std::vector<Wish> wishes = WishesOf(stage, args);
   if (SceneBox(stage).IsEmpty())
     throw StepFailure{call.place, "the scene is empty: there is nothing to look at"};
   host::PictureOptions options{.grid = args.Flag("grid")};
@@ -66,17 +119,15 @@ void Picture(Stage& stage, const Call& call, Outcome& out) {
     options.pointer = PixelAt(cursor->items[0], cursor->items[1]);
   }
   const std::shared_ptr<ViewExp> view = MakeView(stage, args);
-  const ForThisPicture changed(stage, call);
-  if (args.Has("mode"))
-    for (INode* node : stage.SowfieldNodes())
-      if (const int mode = ModeOf(*Stage::SowfieldOf(node));
-          DisplayModeName(mode) != args.Text("mode"))
-        out.text += fmt::format("; a display budget lowered \"{}\" to {}", ToUtf8(node->GetName()),
-                                DisplayModeName(mode));
-
+  const ForThisPicture changed(stage, call, wishes);
   std::string error;
   const std::optional<host::Picture> picture = host::DrawScene(stage.Ip(), *view, options, error);
   if (!picture) throw StepFailure{call.place, "the picture can't be drawn: " + error};
+  for (const Wish& wish : wishes)
+    if (const int mode = ModeOf(wish.Object()); mode != wish.mode)
+      out.text += fmt::format(
+          "; a display budget lowered \"{}\" from {} to {}: its ForceDisplay keeps it",
+          ToUtf8(wish.node->GetName()), DisplayModeName(wish.mode), DisplayModeName(mode));
   std::vector<std::byte> png;
   if (!host::EncodePng(picture->width, picture->height, picture->rgb, png, error))
     throw StepFailure{call.place, error};

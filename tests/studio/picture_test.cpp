@@ -26,6 +26,27 @@ TEST_F(Pictures, EachDisplayModeLooksAnotherWay) {
   EXPECT_EQ(files.count(""), 0u) << "a picture is missing";
 }
 
+TEST_F(Pictures, AModeThatIsAskedForIsDrawnUnlessItIsBeyondReachAndThenItIsSaid) {
+  Done(kPainted + R"(, {"do": "leave"},
+{"do": "save", "file": "plain.glb"})");
+  const auto claim = [&](const std::string& name, int vertices) {  // of all placements
+    Change("plain.glb", name, [&](Stage& stage) {
+      auto& block = *Stage::SowfieldOf(stage.SowfieldNodes()[0])->pblock2;
+      block.SetValue(sowfield::Geo_VertCount, 0, vertices / block.Count(sowfield::Ins_Pos), 0);
+    });
+  };
+  claim("heavy.glb", 50'000'000), claim("vast.glb", 2'000'000'000);
+  const auto view = [&](const std::string& words) {
+    const Result result = Command("view " + words + " --side top");
+    EXPECT_EQ(result.status, 0) << result.err;
+    return result.out;
+  };
+  view("@plain.glb @plain.png --mode Original");
+  EXPECT_FALSE(Says(view("@heavy.glb @heavy.png --mode Original"), "budget"));
+  EXPECT_EQ(Read("heavy.png"), Read("plain.png"));
+  EXPECT_TRUE(Says(view("@vast.glb @vast.png --mode Original"), "\"sow\" from Original to"));
+}
+
 TEST_F(Pictures, TheBrushIsShownInPaintModeAndDisturbsNothing) {
   const std::string off = R"(, {"do": "view", "file": "a.png", "cursor": [80, 45]})";
   ExpectFault(kField + off, "no brush to show: paint mode is off");

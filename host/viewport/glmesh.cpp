@@ -45,6 +45,7 @@ void GlMesh::Update(const Mesh& mesh) {
     DropAll();
     if (!mesh.faces.empty()) pieces_.push_back({mesh.faces.size(), true, {}, {}});
   }
+  stamp_ = 0;  // of no mesh, so that a failure under way is followed by all anew
   Restage(mesh);
   stamp_ = mesh.Stamp();
 }

@@ -238,7 +238,7 @@ TEST(BrushCursor, IsSeenWhereCurvedGroundRisesOverIt) {
   s.AddMesh(L"valley", valley)->SetWireColor(PackColor(90, 90, 90));
   s.Set(Brush_Size, 3.0f);
   ASSERT_TRUE(PressToolButton(kMultiTool));
-  s.MoveTo(0.3f, 0);
+  s.MoveTo(0.6f, 0), s.MoveTo(0.3f, 0);
   std::string error;
   const auto picture = host::DrawScene(s.host.Services(), s.View(), {.grid = false}, error);
   ASSERT_TRUE(picture) << error;

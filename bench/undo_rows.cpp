@@ -41,7 +41,9 @@ void UndoRedo(benchmark::State& state) {
   AppendStep(scene);
   for (auto _ : state) {
     scene.host.Undo().Undo();
+    scene.object->UpdateMesh(0);
     scene.host.Undo().Redo();
+    scene.object->UpdateMesh(0);
   }
   scene.host.Undo().Undo();
   scene.host.Undo().Clear();
@@ -52,7 +54,11 @@ void TwoRebuilds(benchmark::State& state) {
   Painted& scene = SceneOf(kMillion);
   scene.Set(Display_Mode, 4);
   for (auto _ : state)
-    for (int i = 0; i < 2; ++i) scene.object->BuildMesh(0);
+    for (int i = 0; i < 2; ++i) {
+      scene.object->mesh.InvalidateGeomCache();
+      scene.object->BuildMesh(0);
+      scene.object->UpdateMesh(0);
+    }
   scene.Set(Display_Mode, 0);
 }
 

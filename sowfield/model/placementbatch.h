@@ -16,6 +16,10 @@ class PlacementBatch {
   explicit PlacementBatch(const PlacementEvaluator& placements,
                           PlacementKernel kernel = BestPlacementKernel());
 
+  /// What the matrices depend on besides type, row, angles and position: kFormsPerType a type, none
+  /// without placements.
+  std::span<const KernelForm> Forms() const { return forms_; }
+
   /// Matrices of `count` placements from `first`.
   void Matrices(size_t first, size_t count, Matrix3* out) const {
     Matrices(first, count, placements_.Positions().data() + first, out);

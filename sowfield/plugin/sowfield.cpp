@@ -132,6 +132,8 @@ void Sowfield::RefreshObject() {
   const bool outer = std::exchange(refreshing_, true);
   UpdateMesh(distribution.curTime);
   refreshing_ = outer;
+  // No reader fills in the middle of a change; who refreshes there knows that the tables agree.
+  if (!distribution.ListReady()) builder_.Fill(mesh);
   NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE, NOTIFY_ALL, true);
   ip->RedrawViews(distribution.curTime, REDRAW_NORMAL, nullptr);
 }
@@ -140,10 +142,15 @@ void Sowfield::UpdateMesh(TimeValue t) {
   if (!distribution.ListReady() && !refreshing_) return;
   if (builder_.WaitsForNode() && OwnNode()) ivalid.SetEmpty();
   SimpleObject2::UpdateMesh(t);
+  if (!refreshing_) FillMesh();
+}
+
+void Sowfield::FillMesh() {
+  if (distribution.ListReady()) builder_.Fill(mesh);
 }
 
 void Sowfield::BuildMesh(TimeValue t) {
-  builder_.Build(t, mesh);
+  builder_.Build(t);
   if (pblock2->Count(Proxy_Files) > 0) CheckProxyFiles();
   ivalid = {t, t};
 }
@@ -205,10 +212,12 @@ void Sowfield::GetLocalBoundBox(TimeValue t, INode* node, ViewExp* view, Box3& b
 }
 
 bool Sowfield::PrepareDisplay(UpdateDisplayContext& context) {
+  FillMesh();
   // A refresh asks for another redraw, which would refresh again: once for each mesh is enough. In
   // the middle of a change the tables may disagree; its end refreshes by itself.
   if (mesh.verts.empty() && mesh.Stamp() != emptyMesh_ && distribution.ListReady()) {
     RefreshObject();
+    FillMesh();
     if (mesh.verts.empty()) emptyMesh_ = mesh.Stamp();
   }
   if (mesh.verts.empty()) return false;
@@ -220,6 +229,7 @@ bool Sowfield::PrepareDisplay(UpdateDisplayContext& context) {
 
 bool Sowfield::UpdatePerNodeItems(UpdateDisplayContext& context, UpdateNodeContext& nodeContext,
                                   RenderItemContainer& container) {
+  FillMesh();
   if (mesh.verts.empty()) return false;
   GenerateMeshRenderItemsContext elements;
   elements.GenerateDefaultContext(context);

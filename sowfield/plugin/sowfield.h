@@ -79,6 +79,7 @@ class Sowfield : public SimpleObject2, public ObjectSide, public InstanceSource 
 
   // SimpleObject2.
   /// A redraw that comes in the middle of a table change keeps the last mesh.
+  /// Who reads the mesh calls this before, and finds it filled; a refresh alone writes no vertex.
   void UpdateMesh(TimeValue t) override;
   void BuildMesh(TimeValue t) override;
 
@@ -90,6 +91,7 @@ class Sowfield : public SimpleObject2, public ObjectSide, public InstanceSource 
   void CarryOut(Effect effect);
   bool RefreshFollows() const;
   void CheckProxyFiles();
+  void FillMesh();
 
   bool InLightMode(TimeValue t) const;
 

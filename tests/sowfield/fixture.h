@@ -167,10 +167,15 @@ struct SowfieldScene {
     Block().SetValue(id, 0, value, index);
   }
   std::vector<int> Ints(Param id) { return {Block().Ints(id).begin(), Block().Ints(id).end()}; }
+  /// The display mesh as a reader finds it.
+  const Mesh& Seen() {
+    object->UpdateMesh(host.Services().GetTime());
+    return object->mesh;
+  }
   /// Vertices of the display mesh, built anew.
   int Shown() {
     D().RefreshObject();
-    return object->mesh.getNumVerts();
+    return Seen().getNumVerts();
   }
 
   static constexpr Class_ID kSowfieldClass{0x5ADA1D16, 0x0A7D61A6};

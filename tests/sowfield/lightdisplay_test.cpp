@@ -155,7 +155,7 @@ TEST(LightDisplay, WhatIsDrawnIsHitAndNothingIsBesideIt) {
 TEST(LightDisplay, TheMarkerIsHitInsideItsFacesAndADeadViewGivesNothing) {
   LightScene s(0, 0, 1);
   s.Set(Logo_size, 20.0f), s.D().RefreshObject();
-  const auto& v = s.object->mesh.verts;
+  const auto& v = s.Seen().verts;
   const auto& f = s.object->mesh.faces[0].v;
   double x, y;
   s.view.ProjectToScreen((v[f[0]] + v[f[1]] + v[f[2]]) * 0.3333f, x, y);
@@ -204,7 +204,7 @@ TEST(Bounds, ByHand) {
   LightScene s(0, 0, 1);
   s.Set(Logo_size, 10.0f), s.Set(Show_Logo, 1), s.Set(Display_Mode, 1);
   s.Set(Tr_ZPos_Min, -4.0f), s.node->SetNodeTM(0, TransMatrix({5, 6, 7}));
-  const Box3 logo = s.object->mesh.getBoundingBox();
+  const Box3 logo = s.Seen().getBoundingBox();
   ExpectNear(s.Local(), logo.pmin - logo.Center() - Point3(0, 0, 4), logo.pmax - logo.Center());
 
   s.AddAsType(s.AddBox(L"box", 2, 4, 6, {50, 60, 70}));
@@ -249,7 +249,7 @@ TEST(DisplayItems, AnEmptyMeshIsRefreshedOnceAndHasNone) {
   for (int i = 0; i < 3; ++i) EXPECT_FALSE(s.object->PrepareDisplay(context));
   EXPECT_EQ(s.redraws, 1) << "its own request for a redraw may not come back for ever";
   expectItems(0);
-  s.Set(Display_Mode, 4), s.object->mesh = Mesh(), s.redraws = 0;
+  s.Set(Display_Mode, 4), s.Seen(), s.object->mesh = Mesh(), s.redraws = 0;
   for (int i = 0; i < 2; ++i) EXPECT_TRUE(s.object->PrepareDisplay(context) && s.redraws == 1);
   expectItems(1);
   s.node->Hide(true), expectItems(0);

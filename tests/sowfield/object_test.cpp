@@ -127,10 +127,10 @@ TEST(NodeDeletion, OfSeveralTakesTheirTypesAndPlacementsAlong) {
   // The last ones leave the logo.
   s.host.Services().DeleteNodes(std::array{nodes[0], nodes[3]}, true);
   EXPECT_EQ(s.D().TypeCount() + s.D().PlacementCount(), 0);
-  EXPECT_EQ(s.object->mesh.getNumVerts(), 786);
+  EXPECT_EQ(s.Seen().getNumVerts(), 786);
   s.Undo().Undo(), s.Undo().Undo();
   EXPECT_EQ(Differences(before, TakeSnapshot(s.Block())), "");
-  EXPECT_TRUE(nodes[1]->InScene() && s.object->mesh.getNumVerts() == 786 + 10 * 4);
+  EXPECT_TRUE(nodes[1]->InScene() && s.Seen().getNumVerts() == 786 + 10 * 4);
 }
 
 TEST(NodeDeletion, UndoneShowsThePlacementsAgainBehindTheirSource) {
@@ -139,10 +139,10 @@ TEST(NodeDeletion, UndoneShowsThePlacementsAgainBehindTheirSource) {
   s.AddAsType(source), s.AppendPlacements({{{1, 2, 3}}, {{4, 5, 6}}}), s.Set(Display_Mode, 6);
   // The source comes back while the object has no node, the node without a message.
   for (INode* gone : {s.node, source}) s.host.Services().DeleteNode(gone, true, false);
-  s.Undo().Undo(), s.object->UpdateMesh(0);
-  EXPECT_EQ(s.object->mesh.getNumVerts(), 786);
-  s.Undo().Undo(), s.object->UpdateMesh(0);
-  EXPECT_EQ(s.object->mesh.getNumVerts(), 786 + 2 * 8);
+  s.Undo().Undo();
+  EXPECT_EQ(s.Seen().getNumVerts(), 786);
+  s.Undo().Undo();
+  EXPECT_EQ(s.Seen().getNumVerts(), 786 + 2 * 8);
 }
 
 TEST(InitNewObject, SetsUpNodeMaterialAndLayer) {
@@ -182,6 +182,7 @@ TEST(CreateCallback, ADragSizesTheLogo) {
   expect(MOUSE_POINT, 0, {120, 80}, 1, 0);
   EXPECT_EQ(made->pblock2->Count(Tr_Random), 1);
   expect(MOUSE_MOVE, 1, {150, 120}, 1, 50);  // 30, 40
+  made->UpdateMesh(0);
   EXPECT_NEAR(made->mesh.getBoundingBox().pmax.x, 0.722872f * 50, 0.1);
   expect(MOUSE_MOVE, 1, {117, 76}, 1, 5);  // the way back counts alike
   expect(MOUSE_POINT, 1, {120, 80}, 0, 0.5f);
@@ -326,7 +327,7 @@ struct Heavy : SowfieldScene {
     EXPECT_TRUE(back ? Undo().Undo() : Undo().Redo());
     EXPECT_TRUE(redraws == 1 && D().ListReady() == 1) << redraws << Breach();
     EXPECT_EQ(Block().GetInt(Display_Mode), mode);
-    EXPECT_TRUE(!shown || object->mesh.getNumVerts() == 786 + shown) << shown;
+    EXPECT_TRUE(!shown || Seen().getNumVerts() == 786 + shown) << shown;
   }
 };
 

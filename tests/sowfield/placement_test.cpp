@@ -177,7 +177,7 @@ TEST(DisplayMesh, IsThePlainOneBitForBitInWorldSpaceAndFollowsLogoAndNode) {
     for (const int only : {-1, 0, 1, 2}) {
       s.Set(Display_Type, only + 1), s.Set(Display_Mode, mode);
       const auto& [v, f] = PlainMesh(s, mode, only);
-      const Mesh& m = s.object->mesh;
+      const Mesh& m = s.Seen();
       SCOPED_TRACE(testing::Message() << "mode " << mode << " type " << only);
       ASSERT_TRUE(std::equal(v.begin(), v.end(), m.verts.begin(), m.verts.end()));
       ASSERT_TRUE(std::equal(f.begin(), f.end(), m.faces.begin(), m.faces.end()));

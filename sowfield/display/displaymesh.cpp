@@ -71,8 +71,17 @@ void DisplayBuilder::MakeLogo(Mesh& mesh) {
 
 void DisplayBuilder::Fill(Mesh& mesh) {
   if (!pending_ || (placements_ && !TablesFit())) return;
-  if (!placements_ || mesh.Stamp() != stamp_ || logo_ != filledLogo_) MakeLogo(mesh);
-  if (placements_) baked_.Update(task_, mesh);
+  try {
+    if (!placements_ || mesh.Stamp() != stamp_ || logo_ != filledLogo_) MakeLogo(mesh);
+    if (placements_) baked_.Update(task_, mesh);
+  } catch (...) {
+    // Faces may be unset where memory was short: better none, until the next reader tries again.
+    baked_.Forget();
+    mesh.verts.clear();
+    mesh.faces.clear();
+    mesh.InvalidateTopologyCache();
+    throw;
+  }
   stamp_ = mesh.Stamp();
   pending_ = false;
 }

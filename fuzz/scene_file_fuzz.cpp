@@ -1,6 +1,7 @@
 // Opens any bytes as a scene. What opens must save, and open and save again to the same bytes. The
-// text's checksum is set right first, so that what lies behind it is reached. Then what can be read
-// of the bytes is recovered, which finds no damage where there is none, and its objects are sound.
+// text's checksum, and those of records, are set right first, so that what lies behind is reached.
+// Then what can be read of the bytes is recovered, which finds no damage where there is none, and
+// its objects are sound.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +11,7 @@
 #include "host/gltf/glb.h"
 #include "host/host.h"
 #include "host/scenefile/scenefile.h"
+#include "host/scenefile/scenerecords.h"
 #include "sowfield/plugin/entry.h"
 
 namespace {
@@ -26,6 +28,15 @@ std::vector<std::byte> WithChecksum(const std::uint8_t* data, std::size_t size) 
     bytes.replace(mark + kMark.size(), 8, "00000000");
     const auto text = std::as_bytes(std::span(bytes)).subspan(20, length);
     bytes.replace(mark + kMark.size(), 8, host::CrcText(host::Crc32c(text)));
+  }
+  for (std::size_t at = 0; (at = bytes.find(host::kRecordMark, at)) != std::string::npos; ++at) {
+    host::RecordHead head;
+    if (bytes.size() - at < sizeof head) break;
+    std::memcpy(&head, &bytes[at], sizeof head);
+    const auto rest = std::as_bytes(std::span(bytes)).subspan(at + sizeof head);
+    if (head.packed > rest.size()) continue;
+    head.crc = host::RecordCrc(head, rest.first(head.packed));
+    std::memcpy(&bytes[at], &head, sizeof head);
   }
   const auto all = std::as_bytes(std::span(bytes));
   return {all.begin(), all.end()};

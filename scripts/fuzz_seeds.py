@@ -5,6 +5,7 @@ import base64
 import json
 import pathlib
 import struct
+import zlib
 
 HERE = pathlib.Path(__file__).resolve().parent.parent / "fuzz/corpus"
 
@@ -98,11 +99,64 @@ def mokset_seeds():
         yield f"generation{generation}{'_textured' if textured else ''}.Vorn", data
 
 
+def crc32c(data, crc=0):
+    crc ^= 0xFFFFFFFF
+    for byte in data:
+        crc ^= byte
+        for _ in range(8):
+            crc = crc >> 1 ^ (0x82F63B78 if crc & 1 else 0)
+    return crc ^ 0xFFFFFFFF
+
+
+def scene_seeds():
+    """A scene whose text is lost: its bytes tell of it, in two records."""
+    verts, faces = struct.pack("<9f", 0, 0, 0, 1, 0, 0, 0, 1, 0), struct.pack("<5I", 0, 1, 2, 1, 7)
+    data = verts + faces
+    still = [1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0]
+
+    def table(kind, count, content, view):
+        return {"type": kind, "count": count, "crc": f"{crc32c(content):08x}", "view": view}
+
+    scene = {
+        "version": 1, "units": {"type": 5, "scale": 1}, "range": [0, 16000], "time": 0,
+        "layers": [{"name": "0", "hidden": False}], "currentLayer": "0", "selection": [],
+        "renderer": None,
+    }
+    nodes = [
+        {"id": f"0x{i}", "name": name, "wire": "0x0", "hidden": False, "renderable": True,
+         "matrix": still, "offset": still}
+        for i, name in ((1, "top"), (2, "child"))
+    ]
+    nodes[1]["parent"] = {"ref": "0x1"}
+    mesh = {"verts": table("point3", 3, verts, 0), "faces": table("uint32", 5, faces, 1), "maps": []}
+    thing = {"id": "0x3", "super": "0x10", "class": ["0x9", "0x0"], "className": "Mesh",
+             "nodes": [{"ref": "0x2"}], "data": {"mesh": mesh}}
+    contents = (
+        {"scene": scene, "nodes": nodes, "things": [], "views": []},
+        {"nodes": [], "things": [thing], "views": [[0, 0, len(verts)], [1, len(verts), len(faces)]]},
+    )
+    texts = [json.dumps(content, separators=(",", ":")).encode() for content in contents]
+    tag = crc32c(b"".join(texts))
+    for i, text in enumerate(texts):
+        packed = zlib.compress(text) if i == 0 else text
+        head = struct.pack("<6IQ", i, len(texts), len(nodes), len(text), len(packed), 0, len(data))
+        head = struct.pack("<II", 0, tag) + head
+        crc = crc32c(b"SOWREC1\n" + head + packed)
+        data += b"SOWREC1\n" + struct.pack("<I", crc) + head[4:] + packed
+        data += bytes(-len(data) % 4)
+    header = b"glTF" + struct.pack("<III", 2, 44 + len(data), 16) + b"JSON" + b" " * 16
+    yield "records.glb", header + struct.pack("<I", len(data)) + b"BIN\0" + data
+    lost = bytearray(header + struct.pack("<I", len(data)) + b"BIN\0" + data)
+    lost[lost.index(b"SOWREC1")] ^= 1  # nodes stand in for those of the first record
+    yield "lost_record.glb", bytes(lost)
+
+
 def main():
     targets = (
         ("mokset_fuzz", mokset_seeds()),
         ("gltf_import_fuzz", gltf_seeds()),
         ("plan_stream_fuzz", plan_seeds()),
+        ("scene_file_fuzz", scene_seeds()),
     )
     for target, seeds in targets:
         folder = HERE / target

@@ -124,6 +124,10 @@ size_t BinaryParts::Own(std::vector<std::byte> bytes, int target) {
   return Add(std::move(part));
 }
 
+void BinaryParts::OwnUnseen(std::vector<std::byte> bytes) {
+  parts_[Own(std::move(bytes))].unseen = true;
+}
+
 size_t BinaryParts::Make(size_t size, std::function<bool(const ByteSink&)> made, int target,
                          int stride) {
   Part part;

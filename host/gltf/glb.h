@@ -30,8 +30,9 @@ class BinaryParts {
  public:
   struct Part {
     size_t offset = 0, size = 0;
-    int target = 0;  // of a buffer view: 34962 vertices, 34963 indices, 0 neither
-    int stride = 0;  // of its elements, for vertices alone
+    int target = 0;       // of a buffer view: 34962 vertices, 34963 indices, 0 neither
+    int stride = 0;       // of its elements, for vertices alone
+    bool unseen = false;  // without a buffer view
     std::span<const std::byte> borrowed;
     std::vector<std::byte> owned;
     /// Hands `size` bytes to the sink when the file is written.
@@ -41,6 +42,8 @@ class BinaryParts {
   /// Each gives the number of the piece. Borrowed bytes must stay until the file is written.
   size_t Borrow(std::span<const std::byte> bytes, int target = 0);
   size_t Own(std::vector<std::byte> bytes, int target = 0);
+  /// A piece that no buffer view tells of. Only others of this kind may follow it.
+  void OwnUnseen(std::vector<std::byte> bytes);
   size_t Make(size_t size, std::function<bool(const ByteSink&)> made, int target = 0,
               int stride = 0);
 

@@ -421,18 +421,21 @@ GltfMembers GltfMembersOf(const std::shared_ptr<const ExportPlan>& plan, const G
 std::string GltfBuffersOf(const BinaryParts& parts, const std::string& uri) {
   if (parts.Size() == 0) return "";
   JsonOut out;
-  out.BeginObject().Key("bufferViews").BeginList();
+  out.BeginObject().Key("buffers").BeginList().BeginObject();
+  out.Key("byteLength").Int((long long)(parts.Size()));
+  if (!uri.empty()) out.Key("uri").Text(uri);
+  out.End().End();
+  if (parts.All().front().unseen) return WithoutBraces(out.End().Str());
+  out.Key("bufferViews").BeginList();
   for (const BinaryParts::Part& p : parts.All()) {
+    if (p.unseen) break;
     out.BeginObject().Key("buffer").Int(0).Key("byteLength").Int((long long)(p.size));
     out.Key("byteOffset").Int((long long)(p.offset));
     if (p.stride > 0) out.Key("byteStride").Int(p.stride);
     if (p.target != 0) out.Key("target").Int(p.target);
     out.End();
   }
-  out.End().Key("buffers").BeginList().BeginObject();
-  out.Key("byteLength").Int((long long)(parts.Size()));
-  if (!uri.empty()) out.Key("uri").Text(uri);
-  out.End().End().End();
+  out.End().End();
   return WithoutBraces(out.Str());
 }
 

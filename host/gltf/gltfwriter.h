@@ -31,8 +31,9 @@ struct GltfMembers {
 GltfMembers GltfMembersOf(const std::shared_ptr<const ExportPlan>& plan, const GltfPlace& place,
                           BinaryParts& parts);
 
-/// The members that tell where the bytes of a document lie, as text without braces; empty where
-/// there are none. `uri` is that of the file that holds them, empty for those of a .glb.
+/// The members that tell where the bytes of a document lie, the buffer first, as text without
+/// braces; empty where there are none. `uri` is that of the file that holds them, empty for those
+/// of a .glb.
 std::string GltfBuffersOf(const BinaryParts& parts, const std::string& uri);
 
 enum class GltfForm { Json, Binary };

@@ -16,6 +16,7 @@
 
 #include "host/files/modelfiles.h"
 #include "host/scenefile/scenefile.h"
+#include "host/scenefile/scenerecords.h"
 #include "host/scenefile/scenerecover.h"
 #include "host/scenefile/scenevalues.h"
 
@@ -146,14 +147,14 @@ bool PairSource::Content(GlbContent& content, std::string& why) const {
   return false;
 }
 
-// Whether any of the texts, of up to 30 letters, stands within the first bytes, in UTF-8 or UTF-16.
-// Nothing if they can't be read.
-std::optional<bool> Holds(const ByteSource& source, size_t limit,
+// Whether any of the texts, of up to 30 letters, stands in a part of the source, in UTF-8 or
+// UTF-16. Nothing if it can't be read.
+std::optional<bool> Holds(const ByteSource& source, size_t begin, size_t end,
                           std::initializer_list<std::string_view> texts) {
   constexpr size_t kPiece = size_t(1) << 20, kOverlap = 64;
   std::string piece;
-  for (size_t at = 0; at < limit; at += kPiece) {
-    piece.resize(std::min(kPiece + kOverlap, limit - at));
+  for (size_t at = begin; at < end; at += kPiece) {
+    piece.resize(std::min(kPiece + kOverlap, end - at));
     if (!source.Read(at, std::as_writable_bytes(std::span(piece)))) return {};
     std::erase(piece, '\0');
     for (const std::string_view text : texts)
@@ -196,15 +197,20 @@ class OldBytes {
  public:
   explicit OldBytes(const std::string& path) : folder_(FolderOf(path)), stem_(StemOf(path)) {}
 
+  std::vector<std::string> All() const {
+    std::vector<std::string> bins = NamesIn(folder_).value_or(std::vector<std::string>{});
+    std::erase_if(bins, [&](const std::string& name) { return DigitsOf(name, stem_).empty(); });
+    return bins;
+  }
   /// The files that this one names.
   std::vector<std::string> NamedBy(const std::string& path) const {
     FileSource file;
     std::string why;
-    std::vector<std::string> bins = NamesIn(folder_).value_or(std::vector<std::string>{});
-    std::erase_if(bins, [&](const std::string& name) { return DigitsOf(name, stem_).empty(); });
+    std::vector<std::string> bins = All();
     if (bins.empty() || !IsFile(path) || !file.Open(path, why)) return {};
-    std::erase_if(bins,
-                  [&](const std::string& bin) { return !Names(file, path, bin).value_or(false); });
+    std::erase_if(bins, [&](const std::string& bin) {
+      return !Holds(file, 0, file.Size(), {DigitsOf(bin, stem_)}).value_or(false);
+    });
     return bins;
   }
   /// Removes those of them that nothing names.
@@ -212,6 +218,7 @@ class OldBytes {
     if (bins.empty()) return;
     const auto names = NamesIn(folder_);
     if (!names) return;
+    size_t budget = kMostText;
     for (const std::string& name : *names) {
       const std::string path = folder_ + "/" + name;
       // A pair that is still to take its place brings bytes of its own.
@@ -220,23 +227,32 @@ class OldBytes {
       FileSource file;
       std::string why;
       if (!file.Open(path, why)) return;  // it may name any
-      std::erase_if(bins,
-                    [&](const std::string& bin) { return Names(file, path, bin).value_or(true); });
+      const bool toTheEnd = MayNameLater(file, path);
+      const size_t most = toTheEnd ? budget : kBeginning, size = std::min(file.Size(), most);
+      std::erase_if(bins, [&](const std::string& bin) {
+        return Holds(file, 0, size, {DigitsOf(bin, stem_)}).value_or(true);
+      });
+      if (!toTheEnd) continue;
+      if (size < file.Size()) return;
+      budget -= size;
     }
     for (const std::string& bin : bins) ::unlink((folder_ + "/" + bin).c_str());
   }
 
  private:
-  // Of what is no text, a picture or a .glb, only the beginning is looked at.
-  std::optional<bool> Names(const FileSource& file, const std::string& path,
-                            const std::string& bin) const {
-    constexpr size_t kBeginning = size_t(1) << 20;
+  static constexpr size_t kBeginning = size_t(1) << 20;
+  // That a save reads of texts that others have written: what lies behind may name any.
+  static constexpr size_t kMostText = size_t(1) << 26;
+
+  // Of what is no text, a picture or a .glb, only the beginning is looked at, and of a text that
+  // names its bytes there.
+  static bool MayNameLater(const FileSource& file, const std::string& path) {
     std::uint16_t mark = 0;  // of UTF-16
     file.Read(0, std::as_writable_bytes(std::span(&mark, 1)));
     const bool text = IsText(file) || mark == 0xFEFF || mark == 0xFFFE ||
                       ::strcasestr(BaseNameOf(path).c_str(), ".gltf");
-    const size_t limit = text ? file.Size() : std::min(file.Size(), kBeginning);
-    return Holds(file, limit, {DigitsOf(bin, stem_)});
+    return text && file.Size() > kBeginning &&
+           !Holds(file, 0, kBeginning, {kBufferMark}).value_or(false);
   }
   std::string folder_, stem_;
 };
@@ -391,6 +407,23 @@ bool WritePair(const std::string& path, std::string text, const BinaryParts& par
   return true;
 }
 
+std::unique_ptr<ByteSource> OpenBytesBeside(const std::string& path, std::string& name) {
+  const OldBytes old(path);
+  std::vector<std::string> bins = old.NamedBy(FileBehind(path));
+  if (bins.empty()) bins = old.All();
+  const auto written = [&](const std::string& bin) {
+    std::error_code code;
+    return fs::last_write_time(FolderOf(path) + "/" + bin, code);
+  };
+  const auto last = std::max_element(bins.begin(), bins.end(),
+                                     [&](auto& a, auto& b) { return written(a) < written(b); });
+  auto file = std::make_unique<FileSource>();
+  std::string why;
+  if (last == bins.end() || !file->Open(FolderOf(path) + "/" + *last, why)) return nullptr;
+  name = *last;
+  return file;
+}
+
 std::unique_ptr<ByteSource> OpenContainer(const std::string& path, std::string& error) {
   auto file = std::make_unique<FileSource>();
   if (!file->Open(path, error)) return nullptr;
@@ -427,11 +460,15 @@ bool LooksLikeScene(const std::string& path) {
   size_t text = size_t(1) << 20;
   std::uint32_t stated;
   std::memcpy(&stated, head + 12, sizeof stated);
-  if (std::memcmp(head, "glTF", 4) == 0 || std::memcmp(head + 16, "JSON", 4) == 0)
-    text = std::max(text, sizeof head + stated);
-  if (IsText(file)) text = file.Size();
-  return Holds(file, std::min(file.Size(), text), {"\"generator\":\"Sowfield\"", kSceneExtension})
-      .value_or(false);
+  const bool glb = std::memcmp(head, "glTF", 4) == 0 || std::memcmp(head + 16, "JSON", 4) == 0;
+  if (glb) text = std::max(text, sizeof head + stated);
+  if (IsText(file) || IsPairPath(path)) text = file.Size();
+  text = std::min(file.Size(), text);
+  if (Holds(file, 0, text, {"\"generator\":\"Sowfield\"", kSceneExtension}).value_or(false))
+    return true;
+  // Where all of the text is lost, the records are left.
+  const size_t tail = std::min(file.Size(), size_t(1) << 20);
+  return glb && Holds(file, file.Size() - tail, file.Size(), {kRecordMark}).value_or(false);
 }
 
 }  // namespace host

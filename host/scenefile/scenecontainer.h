@@ -33,6 +33,9 @@ std::string PairUriFor(const std::string& path);
 /// Opens a scene file of either form, for ReadContainer. Null on failure, and `error` names the
 /// file and the reason. A pair that is replaced meanwhile is the old or the new one.
 std::unique_ptr<ByteSource> OpenContainer(const std::string& path, std::string& error);
+/// Opens the bytes of a pair whose text doesn't tell which they are: those that it still names, or
+/// those that were written last. Null if there are none.
+std::unique_ptr<ByteSource> OpenBytesBeside(const std::string& path, std::string& name);
 /// As ReadGlb, of what OpenContainer gave; any other source is a .glb. Offsets are those of the
 /// source. `content` is filled as well where only the size of a pair's bytes is wrong.
 bool ReadContainer(const ByteSource& source, GlbContent& content, std::string& why);

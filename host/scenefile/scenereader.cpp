@@ -7,6 +7,7 @@
 #include "host/scenefile/scenecontainer.h"
 #include "host/scenefile/scenefile.h"
 #include "host/scenefile/scenemerge.h"
+#include "host/scenefile/scenerecords.h"
 #include "host/scenefile/scenerecover.h"
 
 namespace host {
@@ -15,59 +16,87 @@ using nlohmann::json;
 
 namespace {
 
-// Parsing copes with any depth; what walks the tree afterwards doesn't.
-void CheckTextDepth(const std::string& text) {
-  int depth = 0;
-  bool quoted = false;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (quoted) {
-      if (c == '\\') ++i;
-      if (c == '"') quoted = false;
-    } else if (c == '"') {
-      quoted = true;
-    } else if (c == '{' || c == '[') {
-      if (++depth > kDeepestText) throw SceneFault("its description lies too deep");
-    } else if (c == '}' || c == ']') {
-      --depth;
-    }
-  }
-}
-
 bool NamesItsChecksum(const json& root) {
   static const json::json_pointer place(std::string("/extensions/") + kSceneExtension + "/jsonCrc");
   return root.is_object() && root.contains(place);
 }
 
-// A text whose checksum isn't where this program writes it.
-json ParseForeign(const std::string& text, Losses* losses) {
-  json root = json::parse(WholeText(text), nullptr, losses != nullptr);
-  const std::string why = NamesItsChecksum(root)
-                              ? "its description was changed by another program, or damaged: it is "
-                                "not written as this program writes"
-                              : "it is no scene that this program saved";
-  if (!losses) throw SceneFault(why);
-  losses->Add(why);
-  CheckTextDepth(std::string(WholeText(text)));
-  return root;
+bool HoldsScene(const json& root) {
+  static const json::json_pointer place(std::string("/extensions/") + kSceneExtension);
+  return root.is_object() && root.contains(place) && root[place].is_object();
 }
 
-json ParseScene(const GlbContent& content, Losses* losses) {
-  std::string text = content.json;
+// Empty, or why a text isn't as this program wrote it. `root` is what can be read of it then.
+std::string ReadText(const std::string& written, json& root) {
+  std::string text = written;
   const size_t mark = text.find(kCrcMark), at = mark + kCrcMark.size();
-  if (mark == std::string::npos || at + 8 > text.size()) return ParseForeign(text, losses);
-  const std::string expected = text.substr(at, 8);
-  text.replace(at, 8, "00000000");
-  const std::string found = CrcText(Crc32c(std::as_bytes(std::span(text))));
-  if (found != expected) {
-    const std::string why = "its description is damaged: its checksum is " + found + ", expected " +
-                            expected + ", unless another program has changed it";
-    if (!losses) throw SceneFault(why);
-    losses->Add(why);
-    text.resize(WholeText(text).size());
+  std::string why;
+  if (mark != std::string::npos && at + 8 <= text.size()) {
+    const std::string expected = text.substr(at, 8);
+    text.replace(at, 8, "00000000");
+    const std::string found = CrcText(Crc32c(std::as_bytes(std::span(text))));
+    if (found != expected)
+      why = "its description is damaged: its checksum is " + found + ", expected " + expected +
+            ", unless another program has changed it";
+  } else {
+    why = "it is no scene that this program saved";
   }
-  CheckTextDepth(text);
-  return json::parse(text);
+  if (!why.empty()) text.resize(WholeText(text).size());
+  if (LiesTooDeep(text)) return "its description lies too deep";
+  root = json::parse(text, nullptr, why.empty());
+  if (mark == std::string::npos && NamesItsChecksum(root))
+    why =
+        "its description was changed by another program, or damaged: it is not written as this "
+        "program writes";
+  return why;
+}
+
+// How much of what records tell stands otherwise in the text, where that can be read at all.
+std::string Differences(const json& text, const json& recorded) {
+  size_t nodes = 0, things = 0, others = 0;
+  for (const auto& [name, value] : recorded.items()) {
+    const auto there = text.find(name);
+    const bool listed = name == "nodes" || name == "things";
+    if (there == text.end() || !listed || !there->is_array() || there->size() != value.size()) {
+      others += there == text.end() || *there != value;
+      continue;
+    }
+    for (size_t i = 0; i < value.size(); ++i)
+      (name == "nodes" ? nodes : things) += (*there)[i] != value[i];
+  }
+  if (nodes + things + others == 0) return "";
+  return ": " + std::to_string(nodes) + " nodes, " + std::to_string(things) + " things and " +
+         std::to_string(others) + " other values are as they were saved, not as it has them";
+}
+
+// What a damaged file has for a description, and from where its places count.
+json RecoverDescription(const ByteSource& source, GlbContent& content, Losses& losses) {
+  json root;
+  std::string why;
+  try {
+    why = ReadText(content.json, root);
+  } catch (const json::exception& e) {
+    why = std::string("its description can't be read: ") + e.what();
+  }
+  if (why.empty()) return root;
+  const bool readable = HoldsScene(root);
+  // A text that another program has written anew is what that one wants it to be.
+  const bool foreign =
+      readable && NamesItsChecksum(root) && content.json.find(kCrcMark) == std::string::npos;
+  RecordedScene recorded = foreign ? RecordedScene() : FindRecords(source);
+  if (!recorded.found || (readable && !recorded.lack.empty())) {
+    if (!readable) throw SceneFault(why + ", and its bytes don't tell of a scene");
+    losses.Add(why);
+    return root;
+  }
+  json& scene = recorded.root["extensions"][kSceneExtension];
+  if (!content.json.empty())
+    losses.Add(why + ". Its bytes tell of the scene" +
+               (readable ? Differences(root["extensions"][kSceneExtension], scene) : ""));
+  if (!recorded.lack.empty()) losses.Add(recorded.lack);
+  content.binOffset = 0;
+  content.binSize = source.Size();
+  return std::move(recorded.root);
 }
 
 // A file to read, and what is known to be wrong with it where it is recovered all the same.
@@ -76,16 +105,23 @@ struct Found {
   std::string path, damage;
 };
 
-OpenedScene ReadScene(const Found& file, Losses* losses) {
-  GlbContent content;
+json ReadDescription(const Found& file, GlbContent& content, Losses* losses) {
   std::string why;
   if (!ReadContainer(file.source, content, why)) {
     if (!losses) throw SceneFault(why);
-    const std::string damage = file.damage.empty() ? why : file.damage;
-    if (content.json.empty() && !FindDamagedParts(file.source, content, why)) throw SceneFault(why);
-    losses->Add(damage);
+    losses->Add(file.damage.empty() ? why : file.damage);
+    if (content.json.empty()) FindDamagedParts(file.source, content, why);
+    if (content.json.empty() && !HasRecords(file.source)) throw SceneFault(why);
   }
-  const json root = ParseScene(content, losses);
+  if (losses) return RecoverDescription(file.source, content, *losses);
+  json root;
+  if (why = ReadText(content.json, root); !why.empty()) throw SceneFault(why);
+  return root;
+}
+
+OpenedScene ReadScene(const Found& file, Losses* losses) {
+  GlbContent content;
+  const json root = ReadDescription(file, content, losses);
   const json& scene = MemberOf(MemberOf(root, "extensions"), kSceneExtension);
   SceneIn in(file.source, content, root, file.path, losses);
   int version = kSceneVersion;
@@ -164,16 +200,37 @@ bool Merge(Interface& ip, const Found& file, const OpenOptions& options, MergedS
   return true;
 }
 
+bool HasSoundText(const ByteSource& source) {
+  GlbContent content;
+  std::string why;
+  json root;
+  try {
+    return FindDamagedParts(source, content, why) && ReadText(content.json, root).empty();
+  } catch (const json::exception&) {
+    return false;
+  }
+}
+
 // The description of a pair is worth reading even where its other file is lost, which `error` tells
-// then.
+// then. One that is damaged may not name that file, whose bytes tell enough.
 std::unique_ptr<ByteSource> OpenSource(const std::string& path, const OpenOptions& options,
                                        std::string& error) {
   error.clear();
   std::unique_ptr<ByteSource> source = OpenContainer(path, error);
-  if (source || !options.recover) return source;
-  auto file = std::make_unique<FileSource>();
+  if (!options.recover) return source;
+  GlbContent content;
   std::string why;
-  return file->Open(path, why) ? std::move(file) : nullptr;
+  if (source && (!IsPairPath(path) || (ReadContainer(*source, content, why), content.binSize > 0)))
+    return source;
+  auto text = std::make_unique<FileSource>();
+  if (!text->Open(path, why)) return nullptr;
+  const bool sound = HasSoundText(*text);
+  if (!source) source = std::move(text);
+  std::string name;
+  auto bytes = sound ? nullptr : OpenBytesBeside(path, name);
+  if (!bytes || !HasRecords(*bytes)) return source;
+  error = "its text is damaged, and doesn't name its bytes: those in \"" + name + "\" are taken";
+  return bytes;
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <utility>
 
+#include "host/scenefile/scenevalues.h"
+
 namespace host {
 
 namespace {
@@ -77,6 +79,25 @@ std::string_view WholeText(std::string_view text) {
   for (size_t i = 0; i < text.size(); ++i)
     if (end.Closes(text[i])) return text.substr(0, i + 1);
   return text;
+}
+
+bool LiesTooDeep(std::string_view text) {
+  int depth = 0;
+  bool quoted = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (quoted) {
+      if (c == '\\') ++i;
+      if (c == '"') quoted = false;
+    } else if (c == '"') {
+      quoted = true;
+    } else if (c == '{' || c == '[') {
+      if (++depth > kDeepestText) return true;
+    } else if (c == '}' || c == ']') {
+      --depth;
+    }
+  }
+  return false;
 }
 
 bool FindDamagedParts(const ByteSource& source, GlbContent& content, std::string& why) {

@@ -11,6 +11,7 @@
 #include "host/scenefile/sceneclasses.h"
 #include "host/scenefile/scenecontainer.h"
 #include "host/scenefile/scenefile.h"
+#include "host/scenefile/scenerecords.h"
 #include "host/scenefile/scenerings.h"
 
 namespace host {
@@ -174,6 +175,8 @@ bool Compose(Interface& ip, const std::string& path, std::string& error,
     // A .glb stands for itself wherever it goes; the pictures of a pair stay beside it.
     GltfMembers shown = GltfMembersOf(std::make_shared<const ExportPlan>(PlanOfScene(ip, nodes)),
                                       {path, !IsPairPath(path)}, scene.parts);
+    // Nothing in the text names them: who writes the file anew without knowing them drops them.
+    AddRecords(root["extensions"][kSceneExtension], scene.parts);
     if (shown.hasInstances) root["extensionsUsed"].push_back(kInstancingExtension);
     scene.text = root.dump();
     scene.text = scene.text.substr(1, scene.text.size() - 2) + "," + shown.text;

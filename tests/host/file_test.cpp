@@ -653,6 +653,35 @@ TEST_F(SceneSafety, DamageOfAPairIsNamed) {
   EXPECT_EQ(PointsIn("a.gltf"), 50) << error_;
 }
 
+TEST_F(SceneSafety, DamageOfAPairsTextAloneLosesNothing) {
+  ASSERT_TRUE(Save(20, "a.gltf")) << error_;
+  ASSERT_TRUE(Save(50, "a.gltf", {.backup = true})) << error_;
+  const auto hourAgo = fs::file_time_type::clock::now() - std::chrono::hours(1);
+  fs::last_write_time(Path(BinOf("a.gltf.bak")), hourAgo);
+  const std::string text = All().at("a.gltf");
+  for (size_t at = 0; at < text.size(); at += 100) {
+    const size_t size = std::min<size_t>(512, text.size() - at);
+    Put("a.gltf", std::string(text).replace(at, size, size, '\0'));
+    std::vector<std::string> lost;
+    ASSERT_TRUE(PointsIn("a.gltf", &lost) == 50 && !lost.empty()) << at << error_;
+    EXPECT_TRUE(host::LooksLikeScene(Path("a.gltf"))) << at;
+  }
+}
+
+TEST_F(SceneSafety, ASaveReadsOnlySoMuchOfItsNeighbours) {
+  const auto staysBeside = [&](const std::string& neighbour) {
+    EXPECT_TRUE(Save(100, "a.gltf")) << error_;
+    const std::string bin = BinOf("a.gltf");
+    fs::resize_file(Put("neighbour", neighbour), size_t(3) << 29);  // the rest is never written
+    EXPECT_TRUE(Save(101, "a.gltf")) << error_;
+    return fs::exists(Path(bin));
+  };
+  EXPECT_TRUE(staysBeside("{"));  // it may name them behind what was read
+  ASSERT_TRUE(Save(7, "b.gltf")) << error_;
+  EXPECT_FALSE(staysBeside(All().at("b.gltf")));  // it has named its own
+  EXPECT_FALSE(staysBeside("no description"));
+}
+
 // The bytes moved behind 5 GiB of nothing.
 TEST_F(SceneSafety, APairMayBeLargerThanFourGigabytes) {
   constexpr size_t kGap = size_t(5) << 30;

@@ -443,6 +443,50 @@ TEST_F(SceneFile, DamageIsFoundOrHarmless) {
   EXPECT_GT(found, kChanges / 4);  // about half of the file is for viewers
 }
 
+// A bit anywhere in it, half a kilobyte, all of it, with its headers; in a scene that holds another
+// one in a table.
+TEST_F(SceneFile, DamageOfTheTextAloneLosesNothing) {
+  TableHost other, host;
+  Fill(host);
+  auto* picture = new BitmapTex;
+  const std::string held = Bytes(host);
+  const auto inner = std::as_bytes(std::span(held));
+  picture->SetPicture(L"scene",
+                      std::make_shared<const std::vector<std::byte>>(inner.begin(), inner.end()));
+  auto* mtl = new StdMtl;
+  mtl->SetSubTexmap(StdMtl::kDiffuseMap, picture);
+  for (int i = 0; i < 100; ++i) host.Add(L"box", new BoxObject)->SetMtl(mtl);  // many records
+  const std::string bytes = Bytes(host);
+  const size_t text = GlbText(bytes).size();
+  std::vector<std::string> lost;
+  const auto comesBack = [&](const std::string& damaged) {
+    lost.clear();
+    return host::OpenSceneBytes(other.Services(), std::as_bytes(std::span(damaged)), "it", {&lost},
+                                error_) &&
+           Bytes(other) == bytes && !lost.empty();
+  };
+  std::mt19937 random(11);
+  for (int i = 0; i < kChanges / 100; ++i) {
+    std::string flipped = bytes, zeroed = bytes;
+    flipped[20 + random() % text] ^= char(1 << random() % 8);
+    zeroed.replace(20 + random() % (text - 512), 512, 512, '\0');
+    ASSERT_TRUE(comesBack(flipped)) << i << error_;
+    ASSERT_TRUE(comesBack(zeroed)) << i << error_;
+  }
+  ASSERT_TRUE(comesBack(std::string(bytes).replace(20, text, text, '\0'))) << error_;
+  EXPECT_TRUE(
+      host::LooksLikeScene(Put("lost.glb", std::string(bytes).replace(20, text, text, '?'))));
+  ASSERT_TRUE(comesBack(bytes.substr(20 + text))) << error_;
+  // What the text has otherwise is told.
+  const size_t name = bytes.find("\"eye\"", bytes.find(host::kSceneExtension));
+  ASSERT_TRUE(comesBack(std::string(bytes).replace(name, 5, "\"ear\"")));
+  EXPECT_NE(lost[0].find(": 1 nodes, 0 things and 0 other values are as they were saved"),
+            std::string::npos)
+      << lost[0];
+  EXPECT_FALSE(comesBack(WithoutRecords(std::string(bytes).replace(20, text, text, '\0'))));
+  EXPECT_TRUE(Open(other, WithoutRecords(held)) && Bytes(other) == held) << error_;
+}
+
 struct PaintMap : Plug<Texmap, 1, 1> {
   static constexpr Class_ID kClassID{0x81, 1};
   Class_ID ClassID() const override { return kClassID; }

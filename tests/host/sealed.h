@@ -4,6 +4,7 @@
 #include <string>
 
 #include "host/gltf/glb.h"
+#include "host/scenefile/scenerecords.h"
 #include "host/scenefile/scenevalues.h"
 
 /// A scene's text with its checksum set right.
@@ -18,6 +19,12 @@ inline std::string GlbText(const std::string& glb) {
   std::uint32_t size;
   std::memcpy(&size, &glb[12], 4);
   return glb.substr(20, size);
+}
+
+/// A file as it was before there were records: none can be found.
+inline std::string WithoutRecords(std::string file) {
+  for (size_t at; (at = file.find(host::kRecordMark)) != std::string::npos;) file[at] = 's';
+  return file;
 }
 
 /// A .glb of a text and the chunks behind it.

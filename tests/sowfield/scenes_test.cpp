@@ -83,7 +83,7 @@ class Recover : public testing::Test, public SowfieldScene {
     return opened;
   }
   bool OpenReplaced(const std::string& from, const std::string& to) {
-    return Open(std::string(sound_).replace(sound_.find(from), from.size(), to));
+    return Open(WithoutRecords(sound_).replace(sound_.find(from), from.size(), to));
   }
   bool Lost(const std::string& text) const {
     const auto told = [&](auto& line) { return line.find(text) != std::string::npos; };
@@ -174,6 +174,36 @@ TEST_F(Recover, ADamagedDescriptionIsReadAsFarAsItMakesSense) {
   EXPECT_FALSE(OpenReplaced("\"SOWFIELD_scene\":{", "\"SOWFIELD_szene\":{"));
   EXPECT_FALSE(Open("no scene at all"));
   EXPECT_TRUE(Save() == sound_ && D().ListReady() == 1);
+}
+
+// Nodes of which nothing is left have others in their place: no type goes, and no placement.
+TEST_F(Recover, EmptyNodesStandForThoseWhoseTextAndRecordAreLost) {
+  for (int i = 0; i < 200; ++i) AddBox(L"more", 1, 1, 1);
+  ASSERT_TRUE(AddAsType(AddBox(L"last", 1, 1, 1)));
+  AppendPlacements({{{1, 1, 1}, {0, 0, 0}, 2, 1, 1}});
+  const Snapshot before = TakeSnapshot(Block());
+  const std::string whole = Save();
+  const size_t text = GlbText(whole).size(), nodes = host.GetScene().AllNodes().size();
+  std::vector<size_t> records;
+  for (size_t at = 0; (at = whole.find(host::kRecordMark, at)) != std::string::npos; ++at)
+    records.push_back(at);
+  ASSERT_GT(records.size(), 5u);
+  size_t renamed = 0;
+  for (const size_t record : records) {
+    std::string broken = whole;
+    broken.replace(20, text, text, ' ');
+    broken[record + 60] ^= 1;
+    ASSERT_TRUE(Open(broken)) << error_;
+    EXPECT_TRUE(Lost("1 of its " + std::to_string(records.size()) + " records are damaged"));
+    EXPECT_EQ(host.GetScene().AllNodes().size(), nodes);
+    for (const INode* n : host.GetScene().AllNodes()) renamed += n->GetName().starts_with(L"Lost ");
+    if (!object) continue;  // its own record
+    Snapshot after = TakeSnapshot(Block());
+    after["HueShift"] = before.at("HueShift");  // its keys may be in that record
+    EXPECT_EQ(Differences(before, after), "Geo_Nodes");
+    EXPECT_EQ(D().PlacementCount(), 4);
+  }
+  EXPECT_EQ(renamed, nodes) << "each is in one record";
 }
 
 TEST_F(Recover, TablesAgreeBeforeAnOlderSceneIsUpgraded) {

@@ -20,23 +20,26 @@ std::string CountBreach(const IParamBlock2& block, Param id, long long expected)
          std::to_string(expected);
 }
 
-// Entry by entry: low <= value <= high.
-std::string RangeBreach(const IParamBlock2& block, Param id, int low, int high) {
-  const std::span<const int> values = block.Ints(id);
-  for (size_t i = 0; i < values.size(); ++i) {
-    if (values[i] >= low && values[i] <= high) continue;
-    return Name(id) + "[" + std::to_string(i) + "] is " + std::to_string(values[i]) +
-           ", allowed is " + std::to_string(low) + " to " + std::to_string(high);
-  }
-  return {};
+template <class T>
+std::string OutOfRange(const ParamEntry& e, size_t index, T value, const Range& range) {
+  const std::string place = e.IsTable() ? "[" + std::to_string(index) + "]" : "";
+  return Name(e.id) + place + " is " + NumberText(value) + ", allowed is " + RangeText(range);
 }
 
-std::string RandomBreach(const IParamBlock2& block, Param id) {
-  const std::span<const float> values = block.Floats(id);
-  for (size_t i = 0; i < values.size(); ++i)
-    if (!(values[i] >= 0 && values[i] <= 100))
-      return Name(id) + "[" + std::to_string(i) + "] is " + std::to_string(values[i]) +
-             ", allowed is 0 to 100";
+// The first entry outside its hard range. What a controller stands for isn't read.
+std::string ValueBreach(const IParamBlock2& block, const ParamEntry& e) {
+  const Range range = HardRangeIn(block, e);
+  if (range == Range{} || block.GetController(e.id)) return {};
+  const std::span<const int> ints = block.Ints(e.id);
+  for (size_t i = 0; i < ints.size(); ++i)
+    if (!range.Contains(ints[i])) return OutOfRange(e, i, ints[i], range);
+  const std::span<const float> floats = block.Floats(e.id);
+  for (size_t i = 0; i < floats.size(); ++i)
+    if (!range.Contains(floats[i])) return OutOfRange(e, i, floats[i], range);
+  const std::span<const Point3> points = block.Points(e.id);
+  for (size_t i = 0; i < points.size(); ++i)
+    for (int axis = 0; axis < 3; ++axis)
+      if (!range.Contains(points[i][axis])) return OutOfRange(e, i, points[i][axis], range);
   return {};
 }
 
@@ -83,37 +86,18 @@ Counts CountsOf(const IParamBlock2& block) {
   const std::span<const int> samples = block.Ints(Geo_PointCount);
   n.samples = std::accumulate(samples.begin(), samples.end(), 0LL);
   n.placements = block.Count(Ins_Pos);
-  // The variation tables are empty until they were first drawn.
-  if (block.Count(HueRand) != 0) n.variation = n.types * block.GetInt(ColorVariation);
+  // They are brought to the number of types and variants when they are needed, and not before.
+  n.variation = block.Count(HueRand);
   n.setUp = n.types > 0 || n.placements > 0 || block.Count(Tr_Random) > 0;
   return n;
 }
 
-std::string TypeValueBreach(const IParamBlock2& block) {
-  const int big = std::numeric_limits<int>::max();
-  // Only choosing samples ends at 3000. A file or a scene proxy brings as many as it lists, and a
-  // file's type that becomes a node again keeps them. They need to agree with Geo_Points, no more.
-  for (const Param id : {Geo_PointCount, Geo_VertCount, Geo_FaceCount})
-    if (std::string b = RangeBreach(block, id, 0, big); !b.empty()) return b;
-  const int materials = block.Count(Proxy_Mtls);
-  if (std::string b = RangeBreach(block, Proxy_MtlIndex, -1, materials - 1); !b.empty()) return b;
-  for (size_t i = 0; i < block.Nodes(Geo_Nodes).size(); ++i)
-    if (const INode* node = block.Nodes(Geo_Nodes)[i]; !CanBeSource(node))
+std::string SourceBreach(const IParamBlock2& block) {
+  const std::span<INode* const> nodes = block.Nodes(Geo_Nodes);
+  for (size_t i = 0; i < nodes.size(); ++i)
+    if (!CanBeSource(nodes[i]))
       return Name(Geo_Nodes) + "[" + std::to_string(i) + "] holds " +
-             (node ? "a Sowfield object, \"" + ToUtf8(node->GetName()) + "\"" : "no node");
-  return {};
-}
-
-std::string PlacementValueBreach(const IParamBlock2& block, int types) {
-  if (std::string b = RangeBreach(block, Ins_Type, 0, types - 1); !b.empty()) return b;
-  if (std::string b = RangeBreach(block, Ins_Rand, 0, kBlockSize - 1); !b.empty()) return b;
-  if (std::string b = RangeBreach(block, Ins_AnimRand, 0, kAnimTableSize - 1); !b.empty()) return b;
-  for (const Param id : {Ins_Pos, Ins_Normal}) {
-    const std::span<const Point3> points = block.Points(id);
-    for (size_t i = 0; i < points.size(); ++i)
-      if (!IsFinite(points[i]))
-        return Name(id) + "[" + std::to_string(i) + "] is not a finite number";
-  }
+             (nodes[i] ? "a Sowfield object, \"" + ToUtf8(nodes[i]->GetName()) + "\"" : "no node");
   return {};
 }
 
@@ -131,33 +115,62 @@ bool IsNormalRow(Param id) {
   return id == Tr_Normal_Min || id == Tr_Normal_Max || id == Rnd_Normal;
 }
 
-std::string FirstBreachIn(const IParamBlock2& block, bool normalRows) {
-  if (std::string b = RangeBreach(block, Geo_Kind, 0, kTypeKinds - 1); !b.empty()) return b;
+bool LacksNormalRows(const IParamBlock2& block) {
+  return block.Count(Tr_Normal_Min) + block.Count(Tr_Normal_Max) == 0 &&
+         block.Count(Rnd_Normal) == 0 && block.Count(Tr_Random) > 0;
+}
+
+std::string FirstOf(const IParamBlock2& block, Role role) {
+  for (const ParamEntry& e : AllParams())
+    if (e.role == role)
+      if (std::string b = ValueBreach(block, e); !b.empty()) return b;
+  return {};
+}
+
+std::string TableBreachIn(const IParamBlock2& block, bool normalRows) {
+  // All counts follow from the kinds.
+  if (std::string b = ValueBreach(block, *FindParam(Geo_Kind)); !b.empty()) return b;
   const Counts n = CountsOf(block);
   for (const ParamEntry& e : AllParams())
     if (const long long expected = ExpectedCount(block, e, n); normalRows || !IsNormalRow(e.id))
       if (std::string b = CountBreach(block, e.id, expected); !b.empty()) return b;
-  if (std::string b = TypeValueBreach(block); !b.empty()) return b;
-  if (std::string b = PlacementValueBreach(block, int(n.types)); !b.empty()) return b;
-  if (std::string b = AnimBreach(block); !b.empty()) return b;
-  for (const Param id : kRandomTables)
-    if (std::string b = RandomBreach(block, id); !b.empty()) return b;
-  return RandomBreach(block, Rnd_Anim);
+  if (std::string b = SourceBreach(block); !b.empty()) return b;
+  if (std::string b = FirstOf(block, Role::Kept); !b.empty()) return b;
+  return AnimBreach(block);
 }
 
 }  // namespace
+
+Range HardRangeIn(const IParamBlock2& block, const ParamEntry& e) {
+  switch (e.id) {
+    case Proxy_MtlIndex:
+      return {e.hard.low, block.Count(Proxy_Mtls) - 1.0};
+    case Ins_Type:
+      return {e.hard.low, block.Count(Geo_Kind) - 1.0};
+    case Display_Type:
+      return {e.hard.low, double(block.Count(Geo_Kind))};
+    default:
+      return e.hard;
+  }
+}
 
 bool CanBeSource(const INode* node) {
   const Object* base = node ? FindBaseObject(node->GetObjectRef()) : nullptr;
   return node && !(base && base->ClassID() == kSowfieldClassID);
 }
 
-std::string FirstBreach(const IParamBlock2& block) { return FirstBreachIn(block, true); }
+std::string FirstBreach(const IParamBlock2& block) {
+  const std::string tables = TableBreachIn(block, true);
+  return tables.empty() ? FirstOf(block, Role::Editable) : tables;
+}
+
+std::string FirstTableBreachAsStored(const IParamBlock2& block) {
+  return TableBreachIn(block, !LacksNormalRows(block));
+}
 
 std::string FirstBreachAsStored(const IParamBlock2& block) {
-  const bool none = block.Count(Tr_Normal_Min) + block.Count(Tr_Normal_Max) == 0 &&
-                    block.Count(Rnd_Normal) == 0 && block.Count(Tr_Random) > 0;
-  return FirstBreachIn(block, !none);
+  const std::string tables = FirstTableBreachAsStored(block);
+  return tables.empty() ? FirstOf(block, Role::Editable) : tables;
 }
 
 }  // namespace sowfield

@@ -4,6 +4,7 @@
 #include <limits>
 #include <memory>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "host/core/paramdesc.h"
@@ -13,6 +14,7 @@ namespace sowfield {
 /// Ids of the object's parameters. Stored scenes depend on them: they never change, and 25 and 26
 /// stay free.
 enum Param : ParamID {
+  NoParam = -1,
   Geo_Nodes = 0,
   Geo_Reserved_A = 1,
   Geo_Kind = 51,
@@ -128,27 +130,78 @@ enum class IndexForm {
   RandomBlock,        // (N + 1) * 100 entries: slot * 100 + r
   Placement,          // P entries, in painting order
   Samples,            // runs of Geo_PointCount entries, one per type
-  Variation,          // `Color Variation` * N entries, or none before they were first drawn
+  Variation,          // as many as the other tables of this form, which all types share
   Free,               // any number
+};
+
+/// Who writes a parameter.
+enum class Role {
+  Editable,  // the user, through panels, jobs and scripts
+  Kept,      // the object itself, with types, strokes and seeds
+  Mirrored,  // a panel: it is the state of a check box that stands for an entry of another table
+  Reserved,  // nobody: it is stored and given back, whatever it holds
+};
+
+/// What a new value asks for once it is stored.
+enum class Refreshes {
+  Nothing,   // it is read when it is needed, as at the start of a stroke
+  Object,    // placements or the logo look different
+  ByItself,  // the object answers the block's message
+  Variants,  // colour variants that were made no longer fit
+  Shifts,    // the shifts that were drawn no longer fit either
 };
 
 inline constexpr double kNoLimit = std::numeric_limits<double>::infinity();
 
-/// One parameter: the block's descriptor, the invariants, the dumps, the jobs and the documents
-/// are all made from this.
+/// Both ends are allowed; NaN lies in no range.
+struct Range {
+  double low = -kNoLimit, high = kNoLimit;
+  constexpr bool Contains(double v) const { return v >= low && v <= high; }
+  constexpr bool operator==(const Range&) const = default;
+};
+/// Every float but infinities and NaN, one of which would spread through all that is made from it.
+inline constexpr Range kFinite{-double(std::numeric_limits<float>::max()),
+                               double(std::numeric_limits<float>::max())};
+/// "0 to 100", "at least 0", "a finite number".
+std::string RangeText(const Range& range);
+/// As short as it reads back; whole numbers without an exponent.
+std::string NumberText(double value);
+std::string NumberText(float value);
+inline std::string NumberText(int value) { return NumberText(double(value)); }
+
+/// One parameter: the block's descriptor, the invariants, the edits, the dumps, the jobs, the
+/// panels and the documents are all made from this.
 struct ParamEntry {
   Param id;
   const wchar_t* name;  // as stored
   ParamType type;
   IndexForm form;
-  double initial;   // of a scalar, or of slot 0
-  double newEntry;  // of a table, when a type is added
-  double low, high;
-  const char* meaning;
+  Role role = Role::Editable;
+  double initial = 0;   // of a scalar, or of slot 0
+  double newEntry = 0;  // of a table, when a type is added
+  /// Outside it something would crash, hang or be looked up wrongly: no scene is opened with such
+  /// a value. HardRangeIn narrows it to the block.
+  Range hard = {};
+  /// What input may give; a value outside it that a scene holds stands. InputRange narrows it to
+  /// the object and the unit.
+  Range panel = {};
+  double step = 0;  // of a spinner; 0 where the spinner chooses it
+  /// Empty for a choice, a switch and an index: such a number is no amount, and has no neighbours.
+  const char* unit = "";
+  const char* label = "";  // of the panel's control; empty for none
+  Param upper = NoParam;   // of a lower end
+  bool animatable = false;
+  Refreshes refreshes = Refreshes::Nothing;
+  const char* meaning = "";  // one line
 
   bool IsTable() const { return form != IndexForm::Scalar; }
-  bool IsAnimatable() const {
-    return id == HueShift || id == Saturation || id == Brightness || id == Contrast;
+  bool IsNumber() const {
+    return type == ParamType::Int || type == ParamType::Bool || type == ParamType::Float;
+  }
+  bool IsWhole() const { return type == ParamType::Int || type == ParamType::Bool; }
+  /// What an entry holds before anybody sets it.
+  double Default(int index = 0) const {
+    return !IsTable() || (form == IndexForm::Slot && index == 0) ? initial : newEntry;
   }
 };
 
@@ -188,6 +241,9 @@ inline constexpr std::array kSlotTables = {
     Tr_XScale_Min, Tr_YScale_Min, Tr_ZScale_Min, Tr_ZPos_Max,   Tr_Normal_Max, Tr_XRot_Max,
     Tr_YRot_Max,   Tr_ZRot_Max,   Tr_XScale_Max, Tr_YScale_Max, Tr_ZScale_Max, Tr_Unify};
 inline constexpr std::array kAnimRows = {Tr_AnimOn, Tr_AnimMin, Tr_AnimMax};
+
+/// Shifts of the colour variants, in the order in which they are drawn.
+inline constexpr std::array kShiftTables = {HueRand, SatRand, BriRand, ConRand};
 
 /// Place of a table's message after undo and redo; see TableRecord::Rank. Geo_Kind opens and
 /// Geo_Names closes a change of the type list, Ins_Pos and Ins_AnimRand one of the placements.

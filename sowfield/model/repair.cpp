@@ -1,9 +1,10 @@
 #include "sowfield/model/repair.h"
 
 #include <algorithm>
-#include <limits>
+#include <cmath>
 #include <numeric>
 
+#include "sowfield/model/displaymode.h"
 #include "sowfield/model/distribution.h"
 #include "sowfield/model/invariants.h"
 
@@ -35,7 +36,14 @@ class Repair {
       if (!(normalRow && old)) Fit(e);
     }
     RepairPlacements();
-    RepairValues();
+    for (const ParamEntry& e : AllParams())
+      if (e.role == Role::Kept) RepairValues(e);
+    RepairAllSettings();
+    return std::move(lines_);
+  }
+
+  std::vector<std::string> RunSettings() {
+    if (FirstTableBreachAsStored(block_).empty()) RepairAllSettings();
     return std::move(lines_);
   }
 
@@ -164,19 +172,18 @@ class Repair {
       case IndexForm::Samples:
         return size_t(std::accumulate(samples_.begin(), samples_.end(), 0LL));
       case IndexForm::Variation:
-        return VariationsAgree() ? Count(e.id) : 0;
+        return FewestShifts();
       case IndexForm::Free:
         break;
     }
     return e.id == Rnd_Anim && NeedsAnimTable() ? size_t(kAnimTableSize) : Count(e.id);
   }
 
-  // They are drawn anew when they are needed.
-  bool VariationsAgree() const {
-    const long long expected = (long long)(Types()) * block_.GetInt(ColorVariation);
-    for (const Param id : {HueRand, SatRand, BriRand, ConRand})
-      if ((long long)(Count(id)) != expected) return false;
-    return true;
+  // Entry k of all four belongs to variant k; what is missing is drawn when it is needed.
+  size_t FewestShifts() const {
+    size_t fewest = Count(kShiftTables[0]);
+    for (const Param id : kShiftTables) fewest = std::min(fewest, Count(id));
+    return fewest;
   }
 
   bool NeedsAnimTable() const {
@@ -255,9 +262,8 @@ class Repair {
     if (gone == 0) return;
     Tell(Name(Geo_Kind) + ": " + Counted(gone, "type") + " of " + Text(Types()) +
          " without a source went");
-    const bool variations = VariationsAgree();
     for (const ParamEntry& e : AllParams()) {
-      if (!e.IsTable() || (e.form == IndexForm::Variation && !variations)) continue;
+      if (!e.IsTable()) continue;
       std::vector<unsigned char> keep = Kept(e);
       if (keep.empty()) continue;
       keep.resize(Count(e.id), 1);
@@ -281,7 +287,7 @@ class Repair {
     std::vector<unsigned char> keep;
     const auto row = size_t(e.form == IndexForm::RandomBlock ? kBlockSize : 1);
     if (e.form == IndexForm::Slot || e.form == IndexForm::RandomBlock) keep.assign(row, 1);
-    const size_t variants = Count(e.id) / Types(), most = Count(e.id);
+    const size_t most = Count(e.id);
     for (size_t t = 0; t < Types() && keep.size() < most; ++t) {
       size_t entries = 0;
       switch (e.form) {
@@ -302,9 +308,6 @@ class Repair {
         case IndexForm::Samples:
           entries = size_t(samples_[t]);
           break;
-        case IndexForm::Variation:
-          entries = variants;
-          break;
         default:
           return {};
       }
@@ -313,35 +316,55 @@ class Repair {
     return keep;
   }
 
-  // Values out of range get the one that stands for nothing.
-  template <class T, class F>
-  void Mend(Param id, std::span<const T> values, const T& instead, F sound) {
+  // Display_Mode is answered by a refresh at once: it may not be a heavy one, which asks more of
+  // the scene than a half opened one has.
+  static double Instead(const ParamEntry& e, double value, const Range& range, int index) {
+    const bool amount = e.unit[0] != 0 && std::isfinite(value);
+    if (amount) return std::clamp(value, range.low, range.high);
+    return e.id == Display_Mode ? double(kShowDot) : e.Default(index);
+  }
+
+  template <class T>
+  void MendTable(const ParamEntry& e, std::span<const T> values, const Range& range, auto mend) {
     std::vector<T> mended(values.begin(), values.end());
     size_t changed = 0;
-    for (T& v : mended)
-      if (!sound(v)) v = instead, ++changed;
+    for (size_t i = 0; i < mended.size(); ++i) changed += mend(mended[i], int(i));
     if (changed == 0) return;
-    Tell(Name(id) + ": " + Text(changed) + " of " + Text(mended.size()) +
-         " entries were out of range");
-    Replace(id, mended);
+    Tell(Name(e.id) + ": " + Text(changed) + " of " + Text(mended.size()) +
+         " entries were out of range, allowed is " + RangeText(range));
+    Replace(e.id, mended);
   }
 
-  void MendInts(Param id, int low, int high, int instead) {
-    Mend(id, block_.Ints(id), instead, [&](int v) { return v >= low && v <= high; });
+  template <class T>
+  void MendNumbers(const ParamEntry& e, std::span<const T> values, const Range& range) {
+    if (e.IsTable())
+      return MendTable(e, values, range, [&](T& v, int i) {
+        const bool wrong = !range.Contains(v);
+        if (wrong) v = T(Instead(e, v, range, i));
+        return wrong;
+      });
+    if (values.empty() || range.Contains(values[0])) return;
+    const T was = values[0], is = T(Instead(e, was, range, 0));
+    Tell(Name(e.id) + " was " + NumberText(was) + ", allowed is " + RangeText(range) + ": it is " +
+         NumberText(is) + " now");
+    block_.SetValue(e.id, 0, is);
   }
 
-  void RepairValues() {
-    const int big = std::numeric_limits<int>::max();
-    MendInts(Geo_VertCount, 0, big, 0);
-    MendInts(Geo_FaceCount, 0, big, 0);
-    MendInts(Proxy_MtlIndex, -1, block_.Count(Proxy_Mtls) - 1, -1);
-    MendInts(Ins_Rand, 0, kBlockSize - 1, 0);
-    MendInts(Ins_AnimRand, 0, kAnimTableSize - 1, 0);
-    Mend(Ins_Normal, block_.Points(Ins_Normal), Point3(0, 0, 0),
-         [](const Point3& p) { return IsFinite(p); });
-    const auto percent = [](float v) { return v >= 0 && v <= 100; };
-    for (const Param id : kRandomTables) Mend(id, block_.Floats(id), 0.0f, percent);
-    Mend(Rnd_Anim, block_.Floats(Rnd_Anim), 0.0f, percent);
+  void RepairValues(const ParamEntry& e) {
+    const Range range = HardRangeIn(block_, e);
+    if (range == Range{} || block_.GetController(e.id)) return;
+    MendNumbers(e, block_.Ints(e.id), range);
+    MendNumbers(e, block_.Floats(e.id), range);
+    MendTable(e, block_.Points(e.id), range, [&](Point3& p, int) {
+      const bool sound = range.Contains(p.x) && range.Contains(p.y) && range.Contains(p.z);
+      if (!sound) p = {0, 0, 0};
+      return !sound;
+    });
+  }
+
+  void RepairAllSettings() {
+    for (const ParamEntry& e : AllParams())
+      if (e.role == Role::Editable) RepairValues(e);
   }
 
   IParamBlock2& block_;
@@ -354,5 +377,7 @@ class Repair {
 }  // namespace
 
 std::vector<std::string> RepairTables(IParamBlock2& block) { return Repair(block).Run(); }
+
+std::vector<std::string> RepairSettings(IParamBlock2& block) { return Repair(block).RunSettings(); }
 
 }  // namespace sowfield

@@ -43,7 +43,7 @@ Point3 TurnedBoxSize(const Distribution& d, const TypeRef& type) {
 }
 
 float BrushMinimumOf(const Distribution& d) {
-  const auto largest = float(FindParam(Brush_Size)->high);
+  const auto largest = float(FindParam(Brush_Size)->panel.high);
   float smallest = std::numeric_limits<float>::infinity();
   for (const TypeRef& t : TypeWalk(*d.block)) {
     if (BoxOf(d, t.type).IsEmpty()) continue;

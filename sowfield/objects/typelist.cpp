@@ -16,7 +16,7 @@ void SizeBrush(Distribution& d, const TypeData& data, const INode* node) {
   const Point3 s = VectorTransform(data.box.Width(), node->GetNodeTM(d.curTime));
   const float x = std::fabs(s.x), y = std::fabs(s.y);
   const auto set = [&](Param id, float value) {
-    const auto most = float(FindParam(id)->high);
+    const auto most = float(FindParam(id)->panel.high);
     d.block->SetValue(id, d.curTime, value < most ? value : most);
   };
   set(Brush_LineSize, (x + y) * 0.5f);

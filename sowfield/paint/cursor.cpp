@@ -82,7 +82,7 @@ void Paint_Cursor::ChangeSize(const host::Modifiers& keys) {
   const Param id = RadiusOf(painter_.State().paintTool);
   const float r = d.block->GetFloat(id, d.curTime);
   const float changed = keys.alt ? r - r * kShrink : r * kGrowth;
-  const auto most = float(FindParam(id)->high);
+  const auto most = float(FindParam(id)->panel.high);
   d.block->SetValue(id, d.curTime, std::min(std::max(changed, d.brushMinimum), most));
   d.Tell(Event::BrushSizeChanged);
 }

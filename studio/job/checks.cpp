@@ -370,7 +370,7 @@ class TogetherCheck {
     if (!param) return;
     std::string why;
     const sowfield::ParamEntry* entry = FindParamByName(param->text, why);
-    if (entry && !entry->IsAnimatable()) why = fmt::format("\"{}\" can't be animated", param->text);
+    if (entry && !entry->animatable) why = fmt::format("\"{}\" can't be animated", param->text);
     if (!why.empty()) return report_(param->place, why);
     if (!value) return report_(step_.place, "the field \"value\" is missing");
     double number;

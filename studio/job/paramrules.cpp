@@ -21,8 +21,11 @@ namespace {
 constexpr int kModes = 7;
 
 std::string RangeOf(const ParamEntry& entry) {
-  return RangeText(
-      {.name = "", .type = FieldType::Number, .low = entry.low, .high = entry.high, .meaning = ""});
+  return RangeText({.name = "",
+                    .type = FieldType::Number,
+                    .low = entry.panel.low,
+                    .high = entry.panel.high,
+                    .meaning = ""});
 }
 
 }  // namespace
@@ -54,7 +57,7 @@ std::string WhyNotSettable(const ParamEntry& entry) {
     default:
       break;
   }
-  if (std::string_view(entry.meaning).starts_with("reserved"))
+  if (entry.role == sowfield::Role::Reserved)
     return fmt::format("\"{}\" is reserved and can't be set", name);
   const bool ofRows = entry.form == IndexForm::Slot || entry.id == sowfield::Geo_PaintPct ||
                       entry.id == sowfield::Tr_AnimOn || entry.id == sowfield::Tr_AnimMin ||
@@ -95,7 +98,7 @@ bool NumberToStore(const ParamEntry& entry, const Value& value, double& number, 
     }
   } else if (value.IsNumber()) {
     number = value.number;
-  } else if (value.kind == Value::Kind::Bool && entry.low == 0 && entry.high == 1) {
+  } else if (value.kind == Value::Kind::Bool && entry.panel == sowfield::Range{0, 1}) {
     number = value.flag;
   } else {
     why = fmt::format("\"{}\" takes a number, this is {}", name, KindName(value.kind));
@@ -107,7 +110,7 @@ bool NumberToStore(const ParamEntry& entry, const Value& value, double& number, 
     why = fmt::format("\"{}\" takes a whole number, this is {}", name, number);
     return false;
   }
-  if (!(number >= entry.low && number <= entry.high)) {
+  if (!entry.panel.Contains(number)) {
     why = fmt::format("\"{}\" can't be {}: the range is {}", name, number, RangeOf(entry));
     return false;
   }

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cmath>
 #include <set>
 #include <sstream>
 
@@ -20,9 +22,9 @@ constexpr const char* kGroups = R"(
 nN: 0 Geo_Nodes; nR: 103 Proxy_Nodes; n*: 32 Excl_Splines; n.: 47 CamNode; m*: 96 Proxy_Mtls;
 sT: 75 Geo_Names; s*: 44 Texture_Names; aF: 95 Proxy_Files; pT: 2 Geo_BoxMax, 3 Geo_BoxMin;
 pC: 6 Geo_Points; pP: 87 Ins_Pos, 88 Ins_Normal; i.: 1 Geo_Reserved_A; i*: 52 Geo_Reserved_B;
-iT 0 100: 53 Geo_Reserved_C, 79 Geo_PaintPct; iT 0 ? 0 3: 51 Geo_Kind; iT 0 ? 0: 4 Geo_PointCount,
+iT 0 100: 53 Geo_Reserved_C; iT 0 100 1 100: 79 Geo_PaintPct; iT 0 ? 0 3: 51 Geo_Kind; iT 0 ? 0: 4 Geo_PointCount,
 5 Geo_VertCount, 99 Geo_FaceCount; iF 0 ? -1: 97 Proxy_MtlIndex; iS 0 0 0 1: 11 Tr_Random;
-iS 1 1 0 1: 62 Tr_Unify; fS 0 0: 12 Tr_ZPos_Min, 13 Tr_ZPos_Max;
+iS 1 1 0 1: 62 Tr_Unify; fS 0 0 -5000000 5000000: 12 Tr_ZPos_Min, 13 Tr_ZPos_Max;
 fS 0 100 -30 130: 101 Tr_Normal_Min, 102 Tr_Normal_Max; fS 0 0 -360 360: 58 Tr_XRot_Min,
 59 Tr_XRot_Max, 60 Tr_YRot_Min, 61 Tr_YRot_Max, 14 Tr_ZRot_Min, 15 Tr_ZRot_Max;
 fS 100 100 0 10000: 16 Tr_XScale_Min, 17 Tr_XScale_Max, 63 Tr_YScale_Min, 64 Tr_YScale_Max,
@@ -57,7 +59,7 @@ TEST(Params, AllHaveTheirIdsNamesTypesShapesDefaultsAndRanges) {
       ASSERT_TRUE(ids.insert(id).second && e && desc->Find(e->id));
       EXPECT_TRUE(ToUtf8(e->name) == name && FindParam(std::wstring_view(e->name)) == e);
       EXPECT_EQ((std::string{"ibfpsanm"[int(e->type)], ".TNFRSBPCV*"[int(e->form)]}), form);
-      const double found[] = {e->initial, e->newEntry, e->low, e->high};
+      const double found[] = {e->initial, e->newEntry, e->panel.low, e->panel.high};
       for (int i = 0; i < 4; ++i) EXPECT_TRUE(told[i] == "?" || std::stod(told[i]) == found[i]);
       EXPECT_EQ(desc->Find(e->id)->animatable, id >= 35 && id <= 38);
       EXPECT_EQ(block.Count(e->id), form[1] == '.' ? 1 : 0);
@@ -83,16 +85,21 @@ struct Painted : SowfieldScene {
 
 TEST(Invariants, NameEachBreach) {
   const std::tuple<int, int, float> edits[] = {
-      {51, 1, 4},        {51, 0, -1},   {5, 0, -5},      {99, 0, -5}, {89, 1, 3},   {89, 0, -1},
-      {90, 2, 100},      {90, 2, -1},   {73, 0, 10000},  {73, 0, -1}, {87, 1, NAN}, {88, 2, NAN},
-      {55, 399, 100.5f}, {8, 0, -0.5f}, {100, 100, NAN}, {70, 1, 1}};
+      {51, 1, 4},   {51, 0, -1},        {5, 0, -5},        {99, 0, -5},    {89, 1, 3},
+      {89, 0, -1},  {90, 2, 100},       {90, 2, -1},       {73, 0, 10000}, {73, 0, -1},
+      {87, 1, NAN}, {88, 2, NAN},       {55, 399, 100.5f}, {8, 0, -0.5f},  {100, 100, NAN},
+      {70, 1, 1},   {30, 0, 0},         {30, 0, 101},      {29, 0, 7},     {29, 0, -1},
+      {98, 0, 4},   {98, 0, -1},        {77, 0, -1},       {79, 2, -1},    {82, 0, 10001},
+      {85, 0, 101}, {85, 0, -1},        {80, 0, -1},       {81, 0, 2e7f},  {34, 0, 501},
+      {34, 0, 0},   {46, 0, 2},         {45, 0, 2},        {12, 3, NAN},   {66, 0, INFINITY},
+      {83, 0, NAN}, {50, 0, -INFINITY}, {38, 0, NAN}};
   for (const auto& [id, index, value] : edits) {
     Painted s;
     const ParamEntry& e = *FindParam(ParamID(id));
     if (e.type == ParamType::Int) s.Set(e.id, int(value), index);
     if (e.type == ParamType::Float) s.Set(e.id, value, index);
     if (e.type == ParamType::Point3) s.Set(e.id, Point3(0, value, 0), index);
-    s.ExpectBreach(ToUtf8(e.name) + "[" + std::to_string(index) + "] ");
+    s.ExpectBreach(ToUtf8(e.name) + (e.IsTable() ? "[" + std::to_string(index) + "] " : " is "));
   }
   for (const ParamEntry& e : AllParams()) {
     Painted s;
@@ -101,8 +108,19 @@ TEST(Invariants, NameEachBreach) {
     const bool drawn = e.form == IndexForm::Variation || e.id == Rnd_Anim;
     if (!drawn && (!e.IsTable() || count == 0 || e.id == Geo_Kind || e.id == Ins_Pos)) continue;
     drawn ? s.Block().Append(e.id, 2, two) : s.Block().Delete(e.id, count - 1, 1);
-    s.ExpectBreach(ToUtf8(e.name) + " has ");
+    // The four tables of shifts are held against the first.
+    s.ExpectBreach((e.id == HueRand ? "SatRand" : ToUtf8(e.name)) + " has ");
   }
+  // Whatever nobody reads, and all that does no harm.
+  Painted s;
+  for (const ParamEntry& e : AllParams())
+    if (e.role == Role::Reserved || e.role == Role::Mirrored)
+      e.type == ParamType::Float ? s.Set(e.id, NAN) : s.Set(e.id, -7);
+  for (const auto& [id, value] : {std::pair(84, -5), {86, 900}, {49, -1}, {82, 0}, {74, 7}})
+    s.Set(Param(id), value);
+  for (const float v : {0.f, -3.f, 1e9f}) s.Set(Logo_size, v), s.Set(Tr_XRot_Max, v, 1);
+  for (const Param id : kShiftTables) s.Block().Append(id, 1, std::array{0.5f}.data());
+  EXPECT_EQ(s.Breach(), "");
 }
 
 }  // namespace

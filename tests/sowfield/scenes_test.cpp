@@ -268,6 +268,10 @@ TEST_F(Recover, TablesAreBroughtToAgree) {
     return [=](IParamBlock2& b) { b.SetValue(id, 0, value, index); };
   };
   const float nan = std::numeric_limits<float>::quiet_NaN();
+  const auto shifts = [](IParamBlock2& b) {
+    const float four[] = {1, 2, 3, 4};
+    for (const Param id : kShiftTables) b.Append(id, id == HueRand ? 4 : 2, four);
+  };
   const Case cases[] = {
       {[](IParamBlock2&) {}, 2, 3, ""},
       {gone(Ins_Normal, 1), 2, 3, "Ins_Normal has 1 entries, expected 3: 2 are new"},
@@ -282,13 +286,26 @@ TEST_F(Recover, TablesAreBroughtToAgree) {
       {set(Geo_Kind, 3, 0), 2, 3, "Geo_Kind: 1 type without entry in Proxy_Nodes got kind 0"},
       {set(Geo_PointCount, -5, 1), 2, 3, "Geo_PointCount: 1 type of 2 got fewer samples: "},
       {gone(Rnd_ZRot), 2, 3, "Rnd_ZRot has 0 entries, expected 300: 300 are new"},
-      {set(Tr_AnimOn, 1, 0), 2, 3, "Rnd_Anim has 0 entries, expected 10000: 10000 are new"}};
+      {set(Tr_AnimOn, 1, 0), 2, 3, "Rnd_Anim has 0 entries, expected 10000: 10000 are new"},
+      {shifts, 2, 3, "HueRand has 4 entries, expected 2: 2 went"},
+      {set(Tr_ZPos_Min, nan, 1), 2, 3,
+       "Tr_ZPos_Min: 1 of 3 entries were out of range, allowed is a finite number"},
+      {set(PointCloud, -5, 0), 2, 3, "PointCloud was -5, allowed is 1 to 100: it is 1 now"},
+      {set(Brush_Amount, 1 << 30, 0), 2, 3,
+       "Brush_Amount was 1073741824, allowed is 0 to 10000: it is 10000 now"},
+      {set(Brush_Size, nan, 0), 2, 3, "Brush_Size was nan, allowed is 0 to 10000000: it is 20 now"},
+      {set(Display_Type, 3, 0), 2, 3, "Display_Type was 3, allowed is 0 to 2: it is 0 now"},
+      {set(Display_Mode, 9, 0), 2, 3, "Display_Mode was 9, allowed is 0 to 6: it is 1 now"}};
   for (const Case& c : cases) {
     const auto copy = CopyOf(Block());
     c.damage(*copy);
     EXPECT_EQ(FirstBreachAsStored(*copy).empty(), c.line.empty()) << c.line;
+    // Settings are mended by every opening, and nothing else is.
+    const bool setting = FirstTableBreachAsStored(*copy).empty();
+    const std::vector<std::string> mended = RepairSettings(*CopyOf(*copy));
     const std::vector<std::string> lines = RepairTables(*copy);
     EXPECT_EQ(FirstBreach(*copy), "") << c.line;
+    EXPECT_EQ(mended, setting ? lines : std::vector<std::string>());
     EXPECT_TRUE(copy->Count(Geo_Kind) == c.types && copy->Count(Ins_Pos) == c.placements) << c.line;
     ASSERT_EQ(lines.empty(), c.line.empty()) << c.line;
     EXPECT_EQ(lines.empty() ? "" : lines[0].substr(0, c.line.size()), c.line);
@@ -307,7 +324,7 @@ TEST_F(Recover, TablesAreBroughtToAgree) {
   const auto negative = CopyOf(Block());
   negative->SetValue(Geo_PointCount, 0, -5, 0);
   negative->SetValue(Geo_PointCount, 0, Block().Count(Geo_Points) + 5, 1);
-  EXPECT_EQ(FirstBreach(*negative).rfind("Geo_PointCount[0] is -5, allowed is 0 to ", 0), 0u);
+  EXPECT_EQ(FirstBreach(*negative).rfind("Geo_PointCount[0] is -5, allowed is at least 0", 0), 0u);
   RepairTables(*negative);
   EXPECT_TRUE(FirstBreach(*negative).empty() && negative->Count(Geo_Points) == 0);
 

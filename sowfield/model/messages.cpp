@@ -8,15 +8,27 @@
 namespace sowfield {
 namespace {
 
-bool IsSlotTable(ParamID id) {
-  return std::find(kSlotTables.begin(), kSlotTables.end(), id) != kSlotTables.end();
+bool IsRow(const ParamEntry& e) {
+  return e.form == IndexForm::Slot ||
+         std::find(kAnimRows.begin(), kAnimRows.end(), e.id) != kAnimRows.end();
 }
 
 void RefreshLists(Effects& out) {
   out.Add(Effect::TakeBrushMinimum)
+      .Add(Effect::FitShownType)
       .Add(Effect::TellTypeList)
       .Add(Effect::TellPainterList)
       .Add(Effect::RefreshObject);
+}
+
+// A value that came back and shows in the picture. Rows belong to types, which may be coming too.
+Effects OnShown(const MessageState& s, const ParamEntry& e) {
+  Effects out;
+  if (IsRow(e)) {
+    if (!s.listReady) return out;
+    out.Add(Effect::TellRowControls);
+  }
+  return s.refreshFollows ? out : out.Add(Effect::RefreshObject);
 }
 
 Effects OnChange(const MessageState& s) {
@@ -30,8 +42,10 @@ Effects OnChange(const MessageState& s) {
     case Display_Mode:
       return restored && s.refreshFollows ? out : out.Add(Effect::RefreshObject);
     case Display_Type:
-      if (restored) out.Add(Effect::TellTypeList).Add(Effect::RefreshObject).Add(Effect::TellStats);
-      return out;
+      if (!restored) return out;
+      out.Add(Effect::TellTypeList);
+      if (!s.refreshFollows) out.Add(Effect::RefreshObject);
+      return out.Add(Effect::TellStats);
     case Geo_Kind:
       if (s.holding) return out;
       if (undo) RefreshLists(out);
@@ -71,10 +85,10 @@ Effects OnChange(const MessageState& s) {
     case Proxy_Files:
       return out.Add(Effect::CheckProxyFiles);
     default:
-      if (IsSlotTable(s.param) && restored && ready)
-        out.Add(Effect::TellRowControls).Add(Effect::RefreshObject);
-      return out;
+      break;
   }
+  const ParamEntry* e = FindParam(s.param);
+  return restored && e && e->refreshes == Refreshes::Object ? OnShown(s, *e) : out;
 }
 
 Effects OnNulled(ParamID id) {

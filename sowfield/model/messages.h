@@ -19,6 +19,7 @@ enum class Effect {
   DropVariations,
   CheckProxyFiles,
   TakeBrushMinimum,
+  FitShownType,
   TellTypeList,
   TellPainterList,
   TellRowControls,
@@ -39,7 +40,7 @@ struct MessageState {
   int restoreOrRedoing;  // 1 undo, 4 redo, else neither
   int listReady;
   int displayMode;
-  bool refreshFollows;  // the step that is undone or redone comes to its own refresh yet
+  bool refreshFollows;  // the step that is undone or redone comes to another refresh yet
 };
 
 /// An ordered list of effects.
@@ -60,8 +61,9 @@ class Effects {
 
 /// The rule behind the object's answers to its block, as one table: a pure function. Undo sends its
 /// messages from the last table of a change to the first, redo from first to last; so the gate
-/// `listReady` closes at the first message and opens at the last, where the one refresh runs. A
-/// Display_Mode that comes back with such a step is shown by that refresh too.
+/// `listReady` closes at the first message and opens at the last, where the one refresh runs. Of
+/// the other parameters that change what is shown the last one of a step refreshes, unless a
+/// refresh of the lists or placements comes yet.
 Effects Decide(const MessageState& s);
 
 }  // namespace sowfield

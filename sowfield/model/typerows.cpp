@@ -23,6 +23,13 @@ int FirstSampleOf(const Distribution& d, int type) {
   return std::accumulate(counts.begin(), counts.begin() + type, 0);
 }
 
+// What is shown alone stays shown under its new number; without it all is shown, rather than
+// nothing.
+void FollowShownType(Distribution& d, int gone) {
+  const int shown = d.block->GetInt(Display_Type, d.curTime) - 1;
+  if (shown >= gone) d.block->SetValue(Display_Type, d.curTime, shown == gone ? 0 : shown);
+}
+
 // Drops the placements of the type and lowers those of higher types; leaves all five tables alone
 // when that changes nothing.
 void RemovePlacementsOf(Distribution& d, int type) {
@@ -50,6 +57,11 @@ void RemovePlacementsOf(Distribution& d, int type) {
 }
 
 }  // namespace
+
+void FitShownType(Distribution& d) {
+  const int shown = d.block->GetInt(Display_Type, d.curTime);
+  if (shown < 0 || shown > d.TypeCount()) d.block->SetValue(Display_Type, d.curTime, 0);
+}
 
 void AppendGlobalRow(Distribution& d) {
   if (d.block->Count(Tr_Random) != 0) return;
@@ -131,6 +143,7 @@ void RemoveType(Distribution& d, const TypeRef& type, RemovedBecause why) {
   block.SetValue(Unify_Scale, d.curTime, block.GetInt(Tr_Unify, d.curTime, 0));
 
   RemovePlacementsOf(d, t);
+  FollowShownType(d, t);
   block.Delete(Geo_Names, t, 1);
 }
 

@@ -22,10 +22,15 @@ void RemoveProxyFile(Distribution& d, int file);
 
 /// Removes a type with its source, its rows, its random block and its placements from all tables:
 /// Geo_Kind is the first touched and Geo_Names the last. Placements of higher types go down by one.
-/// Nodes stay in the scene. Opens no undo step. Those who hear of each table hear of the shares in
+/// Display_Type follows the type that it shows, and shows all when that goes. Nodes stay in the
+/// scene. Opens no undo step. Those who hear of each table hear of the shares in
 /// front of the boxes where the user asked for it, and behind the counts where its node went.
 enum class RemovedBecause { Asked, NodeWent };
 void RemoveType(Distribution& d, const TypeRef& type, RemovedBecause why);
+
+/// Shows all types where Display_Type names one that isn't there: it may have been written outside
+/// the step whose undo or redo takes the type away.
+void FitShownType(Distribution& d);
 
 /// Removes every type one of whose nodes went, which its tables show as null; of the two nodes of a
 /// kind 3 type the other one is deleted from the scene. Then refreshes.

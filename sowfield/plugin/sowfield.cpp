@@ -1,5 +1,7 @@
 #include "sowfield/plugin/sowfield.h"
 
+#include <algorithm>
+
 #include "host/interface.h"
 #include "host/scene/mtl.h"
 #include "host/viewport/renderitems.h"
@@ -247,25 +249,29 @@ Mesh* Sowfield::GetRenderMesh(TimeValue, INode*, ViewExp*, bool& needDelete) {
 RefResult Sowfield::NotifyRefChanged(const Interval&, ReferenceTarget* target, PartID&,
                                      RefMessage message) {
   if (target != pblock2 || !pblock2) return REF_SUCCEED;
-  const MessageState state{message,
-                           pblock2->LastNotifyParamID(),
-                           theHold.Holding(),
-                           theHold.RestoreOrRedoing(),
-                           distribution.ListReady(),
-                           pblock2->GetInt(Display_Mode),
-                           RefreshFollows()};
+  MessageState state{message,
+                     pblock2->LastNotifyParamID(),
+                     theHold.Holding(),
+                     theHold.RestoreOrRedoing(),
+                     distribution.ListReady(),
+                     pblock2->GetInt(Display_Mode),
+                     false};
+  state.refreshFollows = RefreshFollows(state);
   for (const Effect e : Decide(state)) CarryOut(e);
   return REF_SUCCEED;
 }
 
-// Either at the table that closes the step, or by the build that runs already.
-bool Sowfield::RefreshFollows() const {
-  const int restoring = theHold.RestoreOrRedoing();
-  if (restoring == 0) return false;
-  const auto comes = [&](Param id) { return theHold->WillTell({pblock2, id}); };
-  const bool ready = distribution.ListReady() != 0;
-  return refreshing_ || (restoring == 1 ? comes(Geo_Kind) || (ready && comes(Ins_Pos))
-                                        : comes(Geo_Names) || (ready && comes(Ins_AnimRand)));
+// By the build that runs already, or in answer to a message of the step that is still to come.
+bool Sowfield::RefreshFollows(MessageState s) const {
+  if (s.restoreOrRedoing == 0 || refreshing_) return refreshing_;
+  s.message = REFMSG_CHANGE;
+  const auto params = AllParams();
+  return std::any_of(params.begin(), params.end(), [&](const ParamEntry& e) {
+    if (!theHold->WillTell({pblock2, e.id})) return false;
+    s.param = e.id;
+    const Effects effects = Decide(s);
+    return std::find(effects.begin(), effects.end(), Effect::RefreshObject) != effects.end();
+  });
 }
 
 void Sowfield::CheckProxyFiles() {
@@ -308,6 +314,9 @@ void Sowfield::CarryOut(Effect effect) {
       break;
     case Effect::TakeBrushMinimum:
       TakeBrushMinimum(d);
+      break;
+    case Effect::FitShownType:
+      FitShownType(d);
       break;
     case Effect::TellTypeList:
       d.Tell(Event::TypeListChanged);

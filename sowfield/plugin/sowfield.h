@@ -89,7 +89,7 @@ class Sowfield : public SimpleObject2, public ObjectSide, public InstanceSource 
  private:
   static void OnNotification(void* param, NotifyInfo* info);
   void CarryOut(Effect effect);
-  bool RefreshFollows() const;
+  bool RefreshFollows(MessageState s) const;
   void CheckProxyFiles();
   void FillMesh();
 

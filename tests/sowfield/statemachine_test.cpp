@@ -36,18 +36,25 @@ constexpr int kShares[] = {12, 6, 5, 20, 10, 10, 8, 3, 6, 2, 4, 12, 8, 1, 2};
 constexpr int kOperations = int(std::size(kNames));
 constexpr size_t kMostTypes = 8, kMostCopies = 2;
 
-// What is compared: the types with their placements, the order in which these were painted, and
-// the global row.
+// What is compared: the types with their placements, the order in which these were painted, the
+// global row, which type is shown alone (0 all), and the shifts of colour variants, table by table.
 struct Model {
   std::vector<TypeRecord> types;
   std::vector<int> order;
   std::vector<float> global;
+  int shown = 0, variants = 12;
+  std::vector<float> shifts;
   bool operator==(const Model&) const = default;
 };
 
 Model ModelOf(const SowfieldScene& s) {
   const IParamBlock2& b = *s.object->pblock2;
-  Model m{Records(s), {b.Ints(Ins_Type).begin(), b.Ints(Ins_Type).end()}, {}};
+  Model m;
+  m.types = Records(s);
+  m.order.assign(b.Ints(Ins_Type).begin(), b.Ints(Ins_Type).end());
+  m.shown = b.GetInt(ParamID(98)), m.variants = b.GetInt(ParamID(34));
+  for (const int id : {39, 40, 41, 42})
+    for (const float v : b.Floats(ParamID(id))) m.shifts.push_back(v);
   for (const int id : {12, 13, 14, 15, 16, 17, 58, 59, 60, 61, 63, 64, 65, 66, 101, 102})
     m.global.push_back(b.GetFloat(ParamID(id), 0, 0));
   for (const int id : {8, 9, 10, 54, 55, 56, 57, 100})
@@ -124,7 +131,8 @@ class Machine {
              std::to_string(model_.types.size());
     for (size_t t = 0; t < actual.types.size(); ++t)
       if (!(actual.types[t] == model_.types[t])) return "type " + std::to_string(t);
-    return actual.order != model_.order ? "painting order" : "global row";
+    if (actual.order != model_.order) return "painting order";
+    return actual.global != model_.global ? "global row" : "shown type or shifts";
   }
 
   void FillPool() {
@@ -171,6 +179,7 @@ class Machine {
       left.push_back(model_.types[t]);
     }
     model_.types = left;
+    if (model_.shown > 0) model_.shown = number[size_t(model_.shown - 1)] + 1;
     std::erase_if(model_.order, [&](int t) { return number[size_t(t)] < 0; });
     for (int& t : model_.order) t = number[size_t(t)];
   }
@@ -230,6 +239,9 @@ class Machine {
         s_.Block().SetValue(Geo_PaintPct, 0, share, type);
         s_.Block().SetValue(Tr_AnimMin, 0, frames, type);
         s_.Block().SetValue(Tr_ZPos_Min, 0, value, type + 1);
+        model_.shown = draw.Int(0, int(model_.types.size()));
+        s_.Block().SetValue(Display_Type, 0, model_.shown);
+        if (draw.Int(0, 1)) DrawShifts(draw);
         theHold.Accept(L"Set");
         step_ = true;
         TypeRecord& r = model_.types[size_t(type)];
@@ -238,6 +250,21 @@ class Machine {
       }
       default:
         return ActOnFilesAndHistory(what, draw);
+    }
+  }
+
+  // As a render does: every variant of every type gets its shifts, by the types that are there now.
+  void DrawShifts(Draws& draw) {
+    IParamBlock2& b = s_.Block();
+    model_.variants = draw.Int(2, 5);
+    b.SetValue(ColorVariation, 0, model_.variants);
+    model_.shifts.clear();
+    for (const int id : {39, 40, 41, 42}) {
+      b.Delete(ParamID(id), 0, b.Count(ParamID(id)));
+      for (size_t i = 0; i < size_t(model_.variants) * model_.types.size(); ++i) {
+        model_.shifts.push_back(draw.Float(-20, 20));
+        b.Append(ParamID(id), 1, &model_.shifts.back());
+      }
     }
   }
 

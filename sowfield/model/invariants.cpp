@@ -164,13 +164,8 @@ std::string FirstBreach(const IParamBlock2& block) {
   return tables.empty() ? FirstOf(block, Role::Editable) : tables;
 }
 
-std::string FirstTableBreachAsStored(const IParamBlock2& block) {
-  return TableBreachIn(block, !LacksNormalRows(block));
-}
-
 std::string FirstBreachAsStored(const IParamBlock2& block) {
-  const std::string tables = FirstTableBreachAsStored(block);
-  return tables.empty() ? FirstOf(block, Role::Editable) : tables;
+  return TableBreachIn(block, !LacksNormalRows(block));
 }
 
 }  // namespace sowfield

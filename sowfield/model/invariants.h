@@ -14,10 +14,9 @@ namespace sowfield {
 /// object that was never set up (all tables empty) too. What nobody reads may hold anything.
 std::string FirstBreach(const IParamBlock2& block);
 /// The same of a block that was read and isn't in use yet, or is about to be stored: the N rows may
-/// all be missing, since UpgradeNormalRows makes them.
+/// all be missing, since UpgradeNormalRows makes them, and the user's settings may hold anything,
+/// since every opening mends them (RepairSettings).
 std::string FirstBreachAsStored(const IParamBlock2& block);
-/// The same without the user's settings, which RepairSettings mends.
-std::string FirstTableBreachAsStored(const IParamBlock2& block);
 
 /// The hard range of a number in this block: an index ends with the table that it points into.
 Range HardRangeIn(const IParamBlock2& block, const ParamEntry& e);

@@ -38,12 +38,13 @@ class Repair {
     RepairPlacements();
     for (const ParamEntry& e : AllParams())
       if (e.role == Role::Kept) RepairValues(e);
-    RepairAllSettings();
     return std::move(lines_);
   }
 
   std::vector<std::string> RunSettings() {
-    if (FirstTableBreachAsStored(block_).empty()) RepairAllSettings();
+    if (FirstBreachAsStored(block_).empty())
+      for (const ParamEntry& e : AllParams())
+        if (e.role == Role::Editable) RepairValues(e);
     return std::move(lines_);
   }
 
@@ -360,11 +361,6 @@ class Repair {
       if (!sound) p = {0, 0, 0};
       return !sound;
     });
-  }
-
-  void RepairAllSettings() {
-    for (const ParamEntry& e : AllParams())
-      if (e.role == Role::Editable) RepairValues(e);
   }
 
   IParamBlock2& block_;

@@ -17,8 +17,8 @@ namespace sowfield {
 /// Messages are sent on the way, while the tables disagree: the owner must not be shown yet.
 std::vector<std::string> RepairTables(IParamBlock2& block);
 
-/// Mends the user's settings alone, as RepairTables does, so that a scene isn't refused for one of
-/// them: opening does it always. Does nothing where the tables disagree.
+/// Mends the user's settings that would do harm, and tells them in the same way: no scene is
+/// refused for one of them. Does nothing where the tables disagree.
 std::vector<std::string> RepairSettings(IParamBlock2& block);
 
 }  // namespace sowfield

@@ -22,6 +22,10 @@ std::string SowfieldClassDesc::FirstFault(const ReferenceTarget& object) {
   return FirstBreachAsStored(*static_cast<const Sowfield&>(object).pblock2);
 }
 
+std::vector<std::string> SowfieldClassDesc::Settle(ReferenceTarget& object) {
+  return RepairSettings(*static_cast<Sowfield&>(object).pblock2);
+}
+
 std::vector<std::string> SowfieldClassDesc::Repair(ReferenceTarget& object) {
   return RepairTables(*static_cast<Sowfield&>(object).pblock2);
 }

@@ -20,6 +20,7 @@ class SowfieldClassDesc : public ClassDesc2 {
   const wchar_t* InternalName() override { return L"Sowfield"; }
   HINSTANCE HInstance() override;
   std::string FirstFault(const ReferenceTarget& object) override;
+  std::vector<std::string> Settle(ReferenceTarget& object) override;
   std::vector<std::string> Repair(ReferenceTarget& object) override;
   ParamBlockDesc2& BlockDesc() { return *blockDesc_; }
 

@@ -42,7 +42,8 @@ struct Told {
   host::OpenOptions Options(bool recover) { return {recover ? &lost : nullptr, &settled}; }
 };
 
-void TellSettled(Stage& stage, const std::string& file, const Lines& lines) {
+void TellSettled(Stage& stage, const std::string& file, const Lines& lines, Outcome& out) {
+  if (!lines.empty()) out.Add("settled", (long long)(lines.size()));
   for (const std::string& line : lines)
     stage.Notices() << "warning: " << file << ": " << line << '\n';
 }
@@ -87,7 +88,7 @@ void OpenSceneFile(Stage& stage, const Call& call, Outcome& out) {
   out.Add("objects", (long long)(objects.size()));
   out.text = fmt::format("{}: {}, {}", file.text, Counted(nodes, "node"),
                          Counted(objects.size(), "Sowfield object"));
-  TellSettled(stage, file.text, told.settled);
+  TellSettled(stage, file.text, told.settled, out);
   if (recover) TellLosses(stage, told.lost, out);
 }
 
@@ -98,7 +99,7 @@ void Merge(Stage& stage, const Call& call, Outcome& out) {
   Told told;
   if (!host::MergeScene(stage.Ip(), stage.Resolve(file.text), told.Options(false), merged, error))
     throw StepFailure{file.place, error};
-  TellSettled(stage, file.text, told.settled);
+  TellSettled(stage, file.text, told.settled, out);
   stage.AddSource(stage.Resolve(file.text), "a scene that was merged into this one", true);
   if (!merged.warning.empty())
     stage.Notices() << "warning: " << file.text << ": " << merged.warning << '\n';

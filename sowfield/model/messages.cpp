@@ -1,17 +1,10 @@
 #include "sowfield/model/messages.h"
 
-#include <algorithm>
-
 #include "sowfield/model/displaymode.h"
 #include "sowfield/model/params.h"
 
 namespace sowfield {
 namespace {
-
-bool IsRow(const ParamEntry& e) {
-  return e.form == IndexForm::Slot ||
-         std::find(kAnimRows.begin(), kAnimRows.end(), e.id) != kAnimRows.end();
-}
 
 void RefreshLists(Effects& out) {
   out.Add(Effect::TakeBrushMinimum)

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cmath>
 
+#include "sowfield/model/typekind.h"
+
 namespace sowfield {
 namespace {
 
@@ -48,8 +50,8 @@ constexpr ParamEntry Kept(Param id, const wchar_t* name, ParamType type, IndexFo
           .meaning = meaning};
 }
 
-constexpr ParamEntry Mirror(Param id, const wchar_t* name, double initial, const char* label,
-                            const char* meaning) {
+constexpr ParamEntry Mirror(Param id, const wchar_t* name, double initial, Param of,
+                            const char* label, const char* meaning) {
   return {.id = id,
           .name = name,
           .type = Bool,
@@ -58,6 +60,7 @@ constexpr ParamEntry Mirror(Param id, const wchar_t* name, double initial, const
           .initial = initial,
           .panel = kSwitch,
           .label = label,
+          .mirrors = of,
           .meaning = meaning};
 }
 
@@ -166,7 +169,7 @@ constexpr ParamEntry kParams[] = {
     Kept(Geo_Nodes, L"Geo_Nodes", Node, NodeType, kNone, "",
          "source nodes of the types that live in the scene"),
     Reserved(Geo_Reserved_A, L"Geo_Reserved_A", Int, Scalar),
-    Kept(Geo_Kind, L"Geo_Kind", Int, Type, {0, 3}, "",
+    Kept(Geo_Kind, L"Geo_Kind", Int, Type, {0, kTypeKinds - 1}, "",
          "source of the type: 0 a node, 1 a Mokset proxy object, 2 a Mokset file, 3 a V-Ray proxy"),
     Reserved(Geo_Reserved_B, L"Geo_Reserved_B", Int, Free),
     Reserved(Geo_Reserved_C, L"Geo_Reserved_C", Int, Type, 0, 100),
@@ -322,11 +325,11 @@ constexpr ParamEntry kParams[] = {
            "the names; one that ends in * stands for all that begin so"),
     Number(Filter_Mode, L"Filter_Mode", Int, 0, kSwitch, kSwitch, 0, "", Variants,
            "Include, Exclude", "0 materials of these names shift, 1 all others"),
-    Mirror(Random_Trans, L"Random_Trans", 0, "Random Transform",
+    Mirror(Random_Trans, L"Random_Trans", 0, Tr_Random, "Random Transform",
            "panel state of the selected row's Tr_Random"),
-    Mirror(Unify_Scale, L"Unify_Scale", 1, "Unify Scale",
+    Mirror(Unify_Scale, L"Unify_Scale", 1, Tr_Unify, "Unify Scale",
            "panel state of the selected row's Tr_Unify"),
-    Mirror(AnimOffset, L"AnimOffset", 0, "Animation Offset",
+    Mirror(AnimOffset, L"AnimOffset", 0, Tr_AnimOn, "Animation Offset",
            "panel state of the selected row's Tr_AnimOn"),
     Reserved(Geo_UserSpacing, L"Geo_UserSpacing", Bool, Scalar),
     Reserved(Z_Pos, L"Z_Pos", Float, Scalar),

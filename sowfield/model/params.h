@@ -188,8 +188,9 @@ struct ParamEntry {
   double step = 0;  // of a spinner; 0 where the spinner chooses it
   /// Empty for a choice, a switch and an index: such a number is no amount, and has no neighbours.
   const char* unit = "";
-  const char* label = "";  // of the panel's control; empty for none
-  Param upper = NoParam;   // of a lower end
+  const char* label = "";   // of the panel's control; empty for none
+  Param upper = NoParam;    // of a lower end
+  Param mirrors = NoParam;  // of a mirrored one, the table that the check box stands for
   bool animatable = false;
   Refreshes refreshes = Refreshes::Nothing;
   const char* meaning = "";  // one line
@@ -241,6 +242,11 @@ inline constexpr std::array kSlotTables = {
     Tr_XScale_Min, Tr_YScale_Min, Tr_ZScale_Min, Tr_ZPos_Max,   Tr_Normal_Max, Tr_XRot_Max,
     Tr_YRot_Max,   Tr_ZRot_Max,   Tr_XScale_Max, Tr_YScale_Max, Tr_ZScale_Max, Tr_Unify};
 inline constexpr std::array kAnimRows = {Tr_AnimOn, Tr_AnimMin, Tr_AnimMax};
+
+/// Whether a parameter is shown and edited by the row of a list: slots, and what only types have.
+constexpr bool IsRow(const ParamEntry& e) {
+  return e.form == IndexForm::Slot || e.id == Tr_AnimOn || e.id == Tr_AnimMin || e.id == Tr_AnimMax;
+}
 
 /// Shifts of the colour variants, in the order in which they are drawn.
 inline constexpr std::array kShiftTables = {HueRand, SatRand, BriRand, ConRand};

@@ -22,7 +22,8 @@ class CommandSteps {
   /// The call points into the step.
   static Call Check(const Value& step);
   Outcome Do(const Value& step);
-  /// Whether nothing was lost, which can be only where a damaged file is recovered.
+  /// Whether nothing was lost, which can be only where a damaged file is recovered, and no setting
+  /// had to be mended.
   bool OpenScene(const std::string& file, bool recover);
   /// Makes an object the edited one: the named one, or the only one.
   void Choose(const std::string& object);

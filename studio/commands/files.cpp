@@ -13,6 +13,7 @@
 #include "host/scenefile/scenefile.h"
 #include "sowfield/model/placement.h"
 #include "studio/commands/commandsteps.h"
+#include "studio/job/paramrules.h"
 
 namespace studio {
 namespace {
@@ -89,6 +90,7 @@ struct FileCommands::Commands {
   CLI::App *info, *check, *stats, *params, *placements, *view, *import, *recover;
   std::string scene, object, picture, model, damaged;
   bool json = false, csv = false, counts = false, recovering = false, force = false;
+  bool markdown = false;
   std::vector<int> size = {960, 540};
   std::vector<double> eye, target;
   double fov = 45, scale = 1;
@@ -122,6 +124,8 @@ FileCommands::Commands::Commands(CLI::App& app) {
         ->check(WhyEmpty);
   params->add_flag("--json", json, "print JSON, as without it");
   params->add_flag("--counts", counts, "only the number of a table's entries");
+  params->get_option("scene")->required(false)->excludes(params->add_flag(
+      "--markdown", markdown, "what each parameter is, as the tables of docs/parameters.md"));
   placements->add_flag("--csv", csv, "print a table, comma separated; JSON without it")
       ->excludes("--json");
 
@@ -178,6 +182,8 @@ int FileCommands::Commands::Run(std::ostream& out, std::ostream& err) const {
 bool FileCommands::Commands::Do(CommandSteps& steps, std::ostream& out) const {
   if (import->parsed()) return Import(steps, out), true;
   if (recover->parsed()) return Recover(steps, out), true;
+  if (markdown) return out << ParamsAsMarkdown(), true;
+  if (scene.empty()) throw Failure{2, "name a scene file, or ask for --markdown"};
   const bool sound = steps.OpenScene(scene, recovering);
   if (info->parsed()) return Info(steps, out), true;
   if (view->parsed()) return View(steps, out), true;
@@ -207,7 +213,7 @@ bool FileCommands::Commands::Check(CommandSteps& steps, bool sound, std::ostream
     const Outcome o = steps.Do(StepOf("check"));
     document.Key("sound").Flag(sound);
     for (const auto& [key, value] : o.fields) document.Key(key).Raw(value);
-    const char* damage = sound ? "" : ", once recovered from damage";
+    const char* damage = sound ? "" : ", once mended";
     out << (json ? document.End().Str() : fmt::format("{}: {}{}", scene, o.text, damage)) << '\n';
     return sound;
   } catch (const Failure& f) {

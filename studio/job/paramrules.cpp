@@ -4,10 +4,10 @@
 
 #include <cmath>
 #include <limits>
-#include <string_view>
 #include <vector>
 
 #include "host/math/wstr.h"
+#include "sowfield/model/paramedit.h"
 #include "sowfield/plugin/entry.h"
 #include "studio/job/steptable.h"
 
@@ -20,14 +20,6 @@ namespace {
 
 constexpr int kModes = 7;
 
-std::string RangeOf(const ParamEntry& entry) {
-  return RangeText({.name = "",
-                    .type = FieldType::Number,
-                    .low = entry.panel.low,
-                    .high = entry.panel.high,
-                    .meaning = ""});
-}
-
 }  // namespace
 
 const ParamEntry* FindParamByName(const std::string& name, std::string& why) {
@@ -39,7 +31,6 @@ const ParamEntry* FindParamByName(const std::string& name, std::string& why) {
 }
 
 std::string WhyNotSettable(const ParamEntry& entry) {
-  const std::string name = ToUtf8(entry.name);
   switch (entry.id) {
     case sowfield::Excl_On:
     case sowfield::Excl_Splines:
@@ -47,25 +38,10 @@ std::string WhyNotSettable(const ParamEntry& entry) {
     case sowfield::CamClip:
     case sowfield::ColorShift:
     case sowfield::Texture_Names:
-      return fmt::format("\"{}\" is not available yet", name);
-    case sowfield::Random_Trans:
-      return "\"Random_Trans\" mirrors the panel's check box: set \"Tr_Random\" of a row";
-    case sowfield::Unify_Scale:
-      return "\"Unify_Scale\" mirrors the panel's check box: set \"Tr_Unify\" of a row";
-    case sowfield::AnimOffset:
-      return "\"AnimOffset\" mirrors the panel's check box: set \"Tr_AnimOn\" of a type";
+      return fmt::format("\"{}\" is not available yet", ToUtf8(entry.name));
     default:
-      break;
+      return sowfield::WhyNotInput(entry);
   }
-  if (entry.role == sowfield::Role::Reserved)
-    return fmt::format("\"{}\" is reserved and can't be set", name);
-  const bool ofRows = entry.form == IndexForm::Slot || entry.id == sowfield::Geo_PaintPct ||
-                      entry.id == sowfield::Tr_AnimOn || entry.id == sowfield::Tr_AnimMin ||
-                      entry.id == sowfield::Tr_AnimMax;
-  if (entry.IsTable() && !ofRows)
-    return fmt::format(
-        "\"{}\" is kept by the object itself: it changes with types, strokes and seeds", name);
-  return {};
 }
 
 int DisplayModeByName(const std::string& name) {
@@ -105,28 +81,91 @@ bool NumberToStore(const ParamEntry& entry, const Value& value, double& number, 
     return false;
   }
 
-  const bool whole = entry.type == ParamType::Int || entry.type == ParamType::Bool;
-  if (whole && number != std::trunc(number)) {
-    why = fmt::format("\"{}\" takes a whole number, this is {}", name, number);
-    return false;
-  }
-  if (!entry.panel.Contains(number)) {
-    why = fmt::format("\"{}\" can't be {}: the range is {}", name, number, RangeOf(entry));
-    return false;
-  }
-  const double most =
-      whole ? double(std::numeric_limits<int>::max()) : double(std::numeric_limits<float>::max());
-  if (std::fabs(number) > most) {
-    why = fmt::format("\"{}\" can't be {}: it is too large to store", name, number);
-    return false;
-  }
-  return true;
+  why = sowfield::WhyNotValue(entry, number, entry.panel);
+  return why.empty();
 }
 
-const ParamEntry* UpperEndOf(const ParamEntry& entry) {
-  const std::wstring_view name = entry.name;
-  if (entry.form != IndexForm::Slot || !name.ends_with(L"_Min")) return nullptr;
-  return sowfield::FindParam(std::wstring(name.substr(0, name.size() - 3)) + L"Max");
+namespace {
+
+std::string EntriesText(const ParamEntry& e) {
+  if (!e.IsTable()) return "";
+  if (e.form == IndexForm::Slot) return ", one for all types and one a type";
+  return e.form == IndexForm::Type ? ", one a type" : ", a list";
+}
+
+std::string KindText(const ParamEntry& e) {
+  if (!e.IsNumber()) {
+    const bool text = e.type == ParamType::String || e.type == ParamType::Filename;
+    return text                          ? "text"
+           : e.type == ParamType::Node   ? "node"
+           : e.type == ParamType::Point3 ? "point"
+                                         : "material";
+  }
+  if (e.panel == sowfield::Range{0, 1} && e.role != sowfield::Role::Kept) return "0 or 1";
+  return e.IsWhole() ? "whole number" : "number";
+}
+
+// The ends that depend on the scene in words.
+std::string InputText(const ParamEntry& e) {
+  if (!e.IsNumber()) return "";
+  switch (e.id) {
+    case sowfield::Tr_ZPos_Min:
+    case sowfield::Tr_ZPos_Max:
+      return "by the unit of the scene: -5000 to 5000 in metres";
+    case sowfield::Brush_Size:
+    case sowfield::Brush_LineSize:
+      return "from what the smallest type takes to " + sowfield::NumberText(e.panel.high);
+    case sowfield::Display_Type:
+      return "0 to the number of types";
+    default:
+      return sowfield::RangeText(e.panel);
+  }
+}
+
+// What a scene file may hold without being mended as it is opened.
+std::string StoredText(const ParamEntry& e) {
+  if (!e.IsNumber() || e.hard == sowfield::Range{}) return "";
+  return e.id == sowfield::Display_Type ? InputText(e) : sowfield::RangeText(e.hard);
+}
+
+std::string DefaultText(const ParamEntry& e) {
+  if (!e.IsNumber()) return "";
+  const std::string own = sowfield::NumberText(e.Default(1));
+  return e.Default(0) == e.Default(1)
+             ? own
+             : fmt::format("{}, a type {}", sowfield::NumberText(e.Default(0)), own);
+}
+
+std::string SetTable() {
+  std::string text =
+      "| parameter | id | holds | unit | default | input takes | a file may hold | in the panel | "
+      "effect |\n|---|---|---|---|---|---|---|---|---|\n";
+  for (const ParamEntry& e : sowfield::AllParams())
+    if (e.role == sowfield::Role::Editable)
+      text += fmt::format("| `{}` | {} | {}{}{} | {} | {} | {} | {} | {} | {} |\n", ToUtf8(e.name),
+                          int(e.id), KindText(e), EntriesText(e),
+                          e.animatable ? ", can be animated" : "", e.unit, DefaultText(e),
+                          InputText(e), StoredText(e), e.label, e.meaning);
+  return text;
+}
+
+std::string ListOf(sowfield::Role role) {
+  std::string text =
+      "| parameter | id | holds | unit | range | meaning |\n|---|---|---|---|---|---|\n";
+  for (const ParamEntry& e : sowfield::AllParams())
+    if (e.role == role)
+      text += fmt::format("| `{}` | {} | {}{} | {} | {} | {} |\n", ToUtf8(e.name), int(e.id),
+                          KindText(e), EntriesText(e), e.unit, StoredText(e), e.meaning);
+  return text;
+}
+
+}  // namespace
+
+std::string ParamsAsMarkdown() {
+  using sowfield::Role;
+  return "## What users set\n\n" + SetTable() + "\n## What the object keeps\n\n" +
+         ListOf(Role::Kept) + "\n## What panels mirror\n\n" + ListOf(Role::Mirrored) +
+         "\n## Reserved\n\n" + ListOf(Role::Reserved);
 }
 
 }  // namespace studio

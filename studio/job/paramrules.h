@@ -23,7 +23,7 @@ bool NumberToStore(const sowfield::ParamEntry& entry, const Value& value, double
 int DisplayModeByName(const std::string& name);
 std::string DisplayModeName(int mode);
 
-/// Of a transform row's lower end: its upper end; null for any other parameter.
-const sowfield::ParamEntry* UpperEndOf(const sowfield::ParamEntry& entry);
+/// All parameters as the tables of docs/parameters.md.
+std::string ParamsAsMarkdown();
 
 }  // namespace studio

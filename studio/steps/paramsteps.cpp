@@ -1,10 +1,9 @@
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cmath>
 #include <optional>
 
-#include "sowfield/model/params.h"
+#include "sowfield/model/paramedit.h"
 #include "studio/job/paramrules.h"
 #include "studio/steps/steps.h"
 
@@ -37,68 +36,19 @@ std::optional<int> EntryOf(Sowfield& object, const ParamEntry& param, const Args
   return std::nullopt;
 }
 
-struct Write {
-  const ParamEntry* param;
-  int index;
-  double number;
-  int order;  // of writing, see OrderOf
-};
+using sowfield::ParamWrite;
 
-// A lower end that is written while its row has no range takes the upper end along; so whether
-// there is a range is settled first, and upper ends come last.
-int OrderOf(const ParamEntry& param) {
-  if (param.id == sowfield::Tr_Random) return 0;
-  return UpperEndOf(param) ? 1 : 2;
-}
-
-Write PlanWrite(Sowfield& object, const Args& args, const std::string& name, Place place,
-                const Value& value) {
+ParamWrite PlanWrite(Sowfield& object, const Args& args, const std::string& name, Place place,
+                     const Value& value) {
   std::string why;
   const ParamEntry* param = FindParamByName(name, why);
   double number = 0;
   if (!param || !NumberToStore(*param, value, number, why)) throw StepFailure{place, why};
-  const sowfield::Distribution& d = object.distribution;
-  const int index = EntryOf(object, *param, args).value_or(0);
-  if (param->IsTable() && index >= d.block->Count(param->id))
-    throw StepFailure{place, fmt::format("\"{}\" has no entry {}", name, index)};
-
-  if (param->id == sowfield::Display_Type) {
-    if (std::isnan(number)) number = value.text == "all" ? 0 : Stage::TypeOf(object, value) + 1;
-    if (number > d.TypeCount())
-      throw StepFailure{value.place,
-                        fmt::format("\"Display_Type\" can't be {}: the range is 0 to {}, "
-                                    "the number of types",
-                                    number, d.TypeCount())};
-  }
-  const bool radius = param->id == sowfield::Brush_Size || param->id == sowfield::Brush_LineSize;
-  if (radius && float(number) < d.brushMinimum)
-    throw StepFailure{value.place,
-                      fmt::format("\"{}\" can't be {}: with these types it is at least {}", name,
-                                  number, d.brushMinimum)};
-  return {param, index, number, OrderOf(*param)};
-}
-
-bool IsBrush(const ParamEntry& param) {
-  const std::wstring_view name = param.name;
-  return name.starts_with(L"Brush_") || name.starts_with(L"Paint_") ||
-         param.id == sowfield::Geo_PaintPct;
-}
-
-void Store(Sowfield& object, TimeValue t, const ParamEntry& param, int index, double number) {
-  if (param.type == ParamType::Float) {
-    object.pblock2->SetValue(param.id, t, float(number), index);
-  } else {
-    object.pblock2->SetValue(param.id, t, int(number), index);
-  }
-}
-
-void Carry(Sowfield& object, TimeValue t, const Write& w) {
-  if (w.param->id == sowfield::Tr_AnimOn && w.number == 1)
-    sowfield::EnsureAnimTable(object.distribution);
-  Store(object, t, *w.param, w.index, w.number);
-  const ParamEntry* upper = UpperEndOf(*w.param);
-  if (upper && object.pblock2->GetInt(sowfield::Tr_Random, t, w.index) == 0)
-    Store(object, t, *upper, w.index, w.number);
+  if (std::isnan(number)) number = value.text == "all" ? 0 : Stage::TypeOf(object, value) + 1;
+  const ParamWrite write{param, EntryOf(object, *param, args).value_or(0), number};
+  if (why = WhyNotWritable(object.distribution, write); !why.empty())
+    throw StepFailure{value.place, why};
+  return write;
 }
 
 // At the present time, where a parameter is animated.
@@ -147,7 +97,7 @@ void Set(Stage& stage, const Call& call, Outcome& out) {
   Sowfield& object = stage.Edited(call.place);
   const TimeValue t = stage.Now();
   // Everything is settled before the first write.
-  std::vector<Write> writes;
+  std::vector<ParamWrite> writes;
   if (const Value* values = call.args.Given("values")) {
     for (const Member& m : values->members)
       writes.push_back(PlanWrite(object, call.args, m.key, m.place, m.value));
@@ -158,22 +108,14 @@ void Set(Stage& stage, const Call& call, Outcome& out) {
   }
 
   std::string names;
-  JsonOut json;
-  json.BeginObject();
-  for (const Write& w : writes) names += (names.empty() ? "" : ", ") + ToUtf8(w.param->name);
-  std::vector<Write> ordered = writes;
-  std::stable_sort(ordered.begin(), ordered.end(),
-                   [](const Write& a, const Write& b) { return a.order < b.order; });
-  bool shows = false;
+  for (const ParamWrite& w : writes) names += (names.empty() ? "" : ", ") + ToUtf8(w.param->name);
   UndoStep step;
-  for (const Write& w : ordered) {
-    Carry(object, t, w);
-    shows = shows || (!IsBrush(*w.param) && w.param->id != sowfield::Display_Mode);
-  }
-  if (shows) object.RefreshObject();
+  WriteParams(object.distribution, t, writes);
   step.Accept(FromUtf8("Set " + names));
 
-  for (const Write& w : writes) {
+  JsonOut json;
+  json.BeginObject();
+  for (const ParamWrite& w : writes) {
     JsonOut value;
     WriteEntry(value, *object.pblock2, *w.param, w.index);
     const std::string name = ToUtf8(w.param->name);
@@ -182,9 +124,9 @@ void Set(Stage& stage, const Call& call, Outcome& out) {
                             w.param->IsTable() ? fmt::format("[{}]", w.index) : "", value.Str());
   }
   out.Add("values", json.End().Str());
-  for (const Write& w : writes)
+  for (const ParamWrite& w : writes)
     if (w.param->id == sowfield::Display_Mode &&
-        object.pblock2->GetInt(sowfield::Display_Mode, t) != int(w.number))
+        object.pblock2->GetInt(sowfield::Display_Mode, t) != int(w.value))
       out.text += fmt::format("; a display budget lowered it to {}",
                               DisplayModeName(object.pblock2->GetInt(sowfield::Display_Mode, t)));
 }

@@ -9,6 +9,7 @@
 #include <set>
 #include <sstream>
 
+#include "sowfield/model/paramedit.h"
 #include "tests/sowfield/fixture.h"
 
 namespace sowfield {
@@ -121,6 +122,81 @@ TEST(Invariants, NameEachBreach) {
   for (const float v : {0.f, -3.f, 1e9f}) s.Set(Logo_size, v), s.Set(Tr_XRot_Max, v, 1);
   for (const Param id : kShiftTables) s.Block().Append(id, 1, std::array{0.5f}.data());
   EXPECT_EQ(s.Breach(), "");
+}
+
+struct Edited : SowfieldScene {
+  Edited() { AddAsType(AddBox(L"box", 4, 4, 4)); }
+  void Write(const std::vector<std::tuple<Param, int, double>>& values) {
+    std::vector<ParamWrite> writes;
+    for (const auto& [id, index, value] : values) {
+      writes.push_back({FindParam(id), index, value});
+      EXPECT_EQ(WhyNotWritable(D(), writes.back()), "");
+    }
+    redraws = 0, log.Clear();
+    WriteParams(D(), 0, writes);
+  }
+  // Lower and upper ends of X, Y and Z in a row.
+  std::vector<float> Scales(int row) {
+    std::vector<float> all;
+    for (const int id : {16, 63, 65, 17, 64, 66})
+      all.push_back(Block().GetFloat(ParamID(id), 0, row));
+    return all;
+  }
+  std::string WhyNot(Param id, double value, int index = 0) {
+    return WhyNotWritable(D(), {FindParam(id), index, value});
+  }
+};
+
+TEST(Edits, TakeAlongWhatBelongsTogetherInAnyOrder) {
+  Edited s;
+  const auto row = [&](Param id) { return s.Block().GetFloat(id, 0, 1); };
+  s.Write({{Tr_ZRot_Max, 1, 360}, {Tr_ZRot_Min, 1, -5}, {Tr_Random, 1, 1}});
+  EXPECT_TRUE(row(Tr_ZRot_Min) == -5 && row(Tr_ZRot_Max) == 360 && s.redraws == 1);
+  EXPECT_EQ(s.log.Count(Event::RowControlsChanged), 1);
+  s.Write({{Tr_ZPos_Min, 1, 3}});
+  EXPECT_EQ(row(Tr_ZPos_Max), 0);
+  s.Write({{Tr_XScale_Min, 0, 150}});
+  EXPECT_EQ(s.Scales(0), (std::vector<float>{150, 150, 150, 150, 150, 150}));
+  s.Write({{Tr_YScale_Max, 1, 120}, {Tr_XScale_Max, 1, 200}});
+  EXPECT_EQ(s.Scales(1), (std::vector<float>{100, 100, 100, 200, 120, 200}));
+  s.Write({{Tr_XScale_Min, 1, 50}, {Tr_Unify, 1, 0}});
+  EXPECT_EQ(s.Scales(1), (std::vector<float>{50, 100, 100, 200, 120, 200}));
+  s.Write({{Tr_AnimOn, 0, 1}});
+  EXPECT_EQ(s.Block().Count(Rnd_Anim), 10000);
+  s.Write({{PointCloud, 0, 40}, {Display_Mode, 0, 3}});
+  EXPECT_EQ(s.Block().GetInt(PointCloud), 40);
+  s.Write({{Display_Mode, 0, 1}});
+  EXPECT_TRUE(s.Block().GetInt(PointCloud) == 1 && s.redraws == 1);
+  for (const int id : {39, 40, 41, 42}) s.Block().Append(ParamID(id), 1, std::array{0.5f}.data());
+  s.Write({{ColorVariation, 0, 5}, {Brush_Amount, 0, 7}});
+  EXPECT_TRUE(s.Block().Count(BriRand) == 1 && s.redraws == 0);
+  s.Write({{HueShift, 0, 9}, {Saturation, 0, 9}});
+  for (const int id : {39, 40, 41, 42}) EXPECT_EQ(s.Block().Count(ParamID(id)), 0);
+  EXPECT_EQ(s.log.events, std::vector{Event::VariationsDropped});
+  EXPECT_EQ(s.Breach(), "");
+}
+
+TEST(Edits, AreBoundByTypesBrushAndUnit) {
+  Edited s;
+  const ParamEntry& height = *FindParam(Tr_ZPos_Max);
+  EXPECT_EQ(InputRange(s.D(), height), (Range{-5000, 5000}));
+  s.host.Services().SetMasterUnit(UNITS_KILOMETERS, 1);
+  EXPECT_EQ(InputRange(s.D(), height), (Range{-500, 500}));
+  EXPECT_TRUE(InputStep(height) == 0.01 && InputStep(*FindParam(Brush_Size)) == 0.5);
+  EXPECT_EQ(s.WhyNot(Tr_ZPos_Min, 501, 1),
+            "\"Tr_ZPos_Min\" can't be 501: the range is -500 to 500");
+  // A quarter of |x| + |y|.
+  EXPECT_EQ(s.WhyNot(Brush_LineSize, 1.5),
+            "\"Brush_LineSize\" can't be 1.5: with these types it is at least 2");
+  EXPECT_EQ(s.WhyNot(Display_Type, 2),
+            "\"Display_Type\" can't be 2: the range is 0 to 1, the number of types");
+  EXPECT_EQ(s.WhyNot(Brush_Amount, 1.5), "\"Brush_Amount\" takes a whole number, this is 1.5");
+  EXPECT_EQ(s.WhyNot(Tr_AnimMin, 1, 1), "\"Tr_AnimMin\" has no entry 1");
+  EXPECT_EQ(s.WhyNot(Brush_Collision, NAN),
+            "\"Brush_Collision\" can't be nan: the range is 0 to 1000000");
+  EXPECT_EQ(s.WhyNot(Unify_Scale, 1),
+            "\"Unify_Scale\" mirrors the panel's check box: set \"Tr_Unify\" of a row");
+  for (const Param id : {X_Scale, Ins_Rand, CamNode}) EXPECT_NE(s.WhyNot(id, 1), "");
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 #include <cmath>
 #include <set>
 
+#include "host/scenefile/scenefile.h"
 #include "studio/job/jsonout.h"
+#include "studio/steps/steps.h"
 #include "tests/studio/jobfixture.h"
 
 namespace studio {
@@ -240,6 +242,21 @@ TEST_F(Files, WhatCanBeReadOfADamagedFileIsSavedAnew) {
   EXPECT_EQ(Read("cut.glb"), broken);
   EXPECT_EQ(Command("recover @cut.glb @new.glb").status, 0);
   EXPECT_EQ(Read("new.glb"), bytes);
+}
+
+TEST_F(Files, ASettingThatWouldDoHarmIsMendedAndTold) {
+  Done(kPainted);
+  std::ostringstream notices;
+  Stage stage("", notices);
+  std::string error;
+  ASSERT_TRUE(host::OpenScene(stage.Ip(), Path("scene.glb").string(), {}, error)) << error;
+  IParamBlock2& block = *Stage::SowfieldOf(stage.SowfieldNodes()[0])->pblock2;
+  block.SetValue(sowfield::PointCloud, 0, -5), block.SetValue(sowfield::Display_Mode, 0, 3);
+  ASSERT_TRUE(host::SaveScene(stage.Ip(), Path("harm.glb").string(), {}, error)) << error;
+  EXPECT_EQ(Command("view @harm.glb @p.png").status, 0);
+  const Result r = Command("check @harm.glb");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(Says(r.err, "PointCloud was -5, allowed is 1 to 100: it is 1 now\n")) << r.err;
 }
 
 TEST_F(Files, AModelBecomesAScene) {

@@ -325,8 +325,8 @@ TEST(Messages, WhatShowsInThePictureComesBackWithOneRefresh) {
   s.D().RefreshObject();
   theHold.Accept(L"Set");
   const auto expect = [&](int vertices, float height) {
-    EXPECT_TRUE(s.object->mesh.getNumVerts() == vertices && s.redraws == 1) << s.redraws;
-    EXPECT_EQ(s.object->mesh.verts.back().z, height);
+    EXPECT_TRUE(s.Seen().getNumVerts() == vertices && s.redraws == 1) << s.redraws;
+    EXPECT_EQ(s.Seen().verts.back().z, height);
   };
   s.redraws = 0, s.Undo().Undo(), expect(786 + 4, 1);
   s.redraws = 0, s.Undo().Redo(), expect(4, 6);

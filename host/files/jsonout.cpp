@@ -59,6 +59,12 @@ JsonOut& JsonOut::Key(std::string_view key) {
   return *this;
 }
 
+JsonOut& JsonOut::Texts(std::span<const std::string> texts) {
+  BeginList();
+  for (const std::string& text : texts) Line().Text(text);
+  return End();
+}
+
 JsonOut& JsonOut::Raw(std::string_view json) {
   Part();
   text_ += json;

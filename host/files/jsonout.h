@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +25,8 @@ class JsonOut {
   JsonOut& Null() { return Raw("null"); }
   /// Bytes that aren't UTF-8, as paths may have them, become U+FFFD.
   JsonOut& Text(std::string_view utf8);
+  /// A list, each on a line of its own.
+  JsonOut& Texts(std::span<const std::string> texts);
   JsonOut& Point(const Point3& p);
   /// A value that is JSON already.
   JsonOut& Raw(std::string_view json);

@@ -89,9 +89,21 @@ bool IsUnknownCommand(const CLI::App& app, int argc, const char* const* argv, st
   std::vector<std::string> names;
   for (const CLI::App* command : app.get_subcommands({})) names.push_back(command->get_name());
   if (std::find(names.begin(), names.end(), argv[1]) != names.end()) return false;
-  why = "there is no command \"" + std::string(argv[1]) + "\"" + DidYouMean(argv[1], names) +
-        ": `sowfield --help` lists them";
+  const std::string meant = DidYouMean(argv[1], names);
+  why = "there is no command \"" + std::string(argv[1]) + "\"" + (meant.empty() ? ":" : meant) +
+        " `sowfield --help` lists them";
   return true;
+}
+
+// One line that names the command and tells where to read more.
+std::string UsageMessage(const CLI::App* app, const CLI::Error& e) {
+  std::string command;
+  for (const CLI::App* at = app; !at->get_subcommands().empty();) {
+    at = at->get_subcommands().front();
+    command += (command.empty() ? "" : " ") + at->get_name();
+  }
+  if (command.empty()) return std::string(e.what()) + ": `sowfield --help` tells more\n";
+  return command + ": " + e.what() + ": `sowfield " + command + " --help` tells more\n";
 }
 
 int ShowSteps(const std::string& name, bool markdown, std::ostream& out, std::ostream& err) {
@@ -119,6 +131,7 @@ int Dispatch(int argc, const char* const* argv, std::ostream& out, std::ostream&
                "sowfield");
   app.set_version_flag("--version", kVersion);
   app.require_subcommand(1);
+  app.failure_message(UsageMessage);
   app.footer("Exit status: 0 done, 1 failed, 2 wrong usage.");
 
   std::string job, step;

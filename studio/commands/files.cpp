@@ -14,6 +14,7 @@
 #include "sowfield/model/placement.h"
 #include "studio/commands/commandsteps.h"
 #include "studio/job/paramrules.h"
+#include "studio/steps/fileuses.h"
 
 namespace studio {
 namespace {
@@ -206,9 +207,19 @@ bool FileCommands::Commands::Do(CommandSteps& steps, std::ostream& out) const {
   return true;
 }
 
+namespace {
+
+void PutMissing(Stage& stage, JsonOut& document) {
+  const std::vector<std::string> missing = MissingFiles(stage.Ip().GetScene());
+  if (!missing.empty()) document.Line().Key("missing").Texts(missing);
+}
+
+}  // namespace
+
 bool FileCommands::Commands::Check(CommandSteps& steps, bool sound, std::ostream& out) const {
   JsonOut document;
   document.BeginObject().Key("file").Text(scene);
+  PutMissing(steps.GetStage(), document);
   try {
     const Outcome o = steps.Do(StepOf("check"));
     document.Key("sound").Flag(sound);
@@ -268,6 +279,7 @@ void FileCommands::Commands::Info(CommandSteps& steps, std::ostream& out) const 
     document.Line().Key("renderer").Text(name.empty() ? "unknown" : ToUtf8(name));
     text += "\nrenderer: " + (name.empty() ? "unknown" : ToUtf8(name));
   }
+  PutMissing(stage, document);
   document.Line().Key("objects").BeginList();
   text += '\n';
   for (INode* node : stage.SowfieldNodes()) {

@@ -49,14 +49,9 @@ void TellSettled(Stage& stage, const std::string& file, const Lines& lines, Outc
 }
 
 void TellLosses(Stage& stage, const Lines& lines, Outcome& out) {
-  JsonOut list;
-  list.BeginList();
-  for (const std::string& line : lines) {
-    stage.Notices() << "lost: " << line << '\n';
-    list.Line().Text(line);
-  }
+  for (const std::string& line : lines) stage.Notices() << "lost: " << line << '\n';
   out.Add("losses", (long long)(lines.size()));
-  out.Add("lost", list.End().Str());
+  out.Add("lost", JsonOut().Texts(lines).Str());
   out.text += lines.empty() ? ", nothing lost"
                             : ", " + fmt::format("{} loss{}", Grouped((long long)(lines.size())),
                                                  lines.size() == 1 ? "" : "es");

@@ -84,10 +84,7 @@ void CheckOutput(Stage& stage, const Call& call) {
 void TellMissing(Stage& stage, Outcome& out) {
   const std::vector<std::string> missing = stage.WarnOfMissing();
   if (missing.empty()) return;
-  JsonOut list;
-  list.BeginList();
-  for (const std::string& line : missing) list.Line().Text(line);
-  out.Add("missing", list.End().Str());
+  out.Add("missing", JsonOut().Texts(missing).Str());
   out.text += fmt::format("; {} missing", Counted(missing.size(), "Mokset file"));
 }
 

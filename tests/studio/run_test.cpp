@@ -35,6 +35,10 @@ TEST_F(Program, TheExitStatusTellsUsageFromFailure) {
     const Result r = Command(words);
     EXPECT_TRUE(r.status == 2 && !r.err.empty() && r.out.empty()) << r.out;
   }
+  EXPECT_EQ(Command("walk").err, "there is no command \"walk\": `sowfield --help` lists them\n");
+  EXPECT_TRUE(Says(Command("vew").err, "did you mean \"view\"?"));
+  EXPECT_EQ(Command("mokset info").err,
+            "mokset info: file is required: `sowfield mokset info --help` tells more\n");
   const Result r = Command("run @none.json");
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(Says(r.err, "none.json"));

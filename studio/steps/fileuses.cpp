@@ -109,11 +109,13 @@ void FileUse::Name(const WStr& other) const {
   }
 }
 
-std::vector<FileUse> FilesOf(const Scene& scene) {
+std::vector<FileUse> FilesOf(std::span<INode* const> nodes) {
   Collector collector;
-  for (INode* node : scene.AllNodes()) collector.Node(node);
+  for (INode* node : nodes) collector.Node(node);
   return std::move(collector.uses);
 }
+
+std::vector<FileUse> FilesOf(const Scene& scene) { return FilesOf(scene.AllNodes()); }
 
 bool IsThere(const FileUse& use) {
   std::error_code code;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -33,7 +34,9 @@ struct FileUse {
   void Name(const WStr& other) const;
 };
 
-/// All of them, in the order of the nodes. Pictures whose bytes the scene holds aren't files.
+/// All that the nodes show and wear, in their order. Pictures whose bytes the scene holds aren't
+/// files.
+std::vector<FileUse> FilesOf(std::span<INode* const> nodes);
 std::vector<FileUse> FilesOf(const Scene& scene);
 
 /// Whether the file is there.

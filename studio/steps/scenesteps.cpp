@@ -12,6 +12,7 @@
 #include "host/scene/shape.h"
 #include "host/scene/texmap.h"
 #include "host/scenefile/scenefile.h"
+#include "studio/steps/fileuses.h"
 #include "studio/steps/steps.h"
 #include "studio/steps/views.h"
 
@@ -91,6 +92,8 @@ void Open(Stage& stage, const Call& call, Outcome& out) {
       host::ImportModel(stage.Ip(), stage.Resolve(args.Text("file")), options, error);
   if (!result) throw StepFailure{args.PlaceOf("file"), error};
   stage.AddSource(stage.Resolve(args.Text("file")), "a model that was opened");
+  for (const FileUse& use : FilesOf(result->nodes))
+    stage.AddSource(ToUtf8(use.path), "a picture of a model that was opened");
   for (const std::string& w : result->warnings) stage.Notices() << "warning: " << w << '\n';
   if (std::any_of(result->nodes.begin(), result->nodes.end(),
                   [](INode* n) { return LosesPictures(n->GetMtl()); }))
@@ -185,10 +188,7 @@ void Delete(Stage& stage, const Call& call, Outcome& out) {
   std::vector<INode*> nodes;
   for (const Value* name : call.args.Texts("nodes")) nodes.push_back(stage.Node(*name));
   if (std::find(nodes.begin(), nodes.end(), stage.EditedNode()) != nodes.end()) stage.StopEditing();
-  for (INode* n : nodes)
-    if (const sowfield::Sowfield* object = Stage::SowfieldOf(n))
-      for (const WStr& file : object->pblock2->Strings(sowfield::Proxy_Files))
-        stage.KeepForUndo(file);
+  for (const FileUse& use : FilesOf(nodes)) stage.KeepForUndo(use.path);
   stage.Ip().DeleteNodes(nodes, true);
   out.Add("deleted", (long long)(nodes.size()));
   out.text = Counted(nodes.size(), "node") + " deleted";

@@ -227,7 +227,7 @@ std::vector<SourceFile> Stage::Sources() {
   for (const FileUse& use : FilesOf(host_.GetScene()))
     all.push_back({sowfield::NativePathOf(use.path), "the file of " + use.who});
   for (const std::string& file : kept_)
-    all.push_back({file, "the file of a type that undo brings back"});
+    all.push_back({file, "a file that undo brings back into use"});
   return all;
 }
 

@@ -98,7 +98,7 @@ class Stage {
   /// A file that is read, as long as the stage stands or as long as the scene does. `what` tells
   /// what it is, as in SourceFile.
   void AddSource(const std::string& path, std::string what, bool ofScene = false);
-  /// An object type lets go of its Mokset file, which undo brings back.
+  /// A file that something lets go of, and that undo brings back into use.
   void KeepForUndo(const WStr& file);
   /// Another scene stands here: what belonged to the one before is forgotten.
   void ForgetScene();

@@ -106,7 +106,7 @@ TEST_F(Outputs, WhatIsInUseStays) {
        {R"({"do": "restore", "type": 0}, )", R"({"do": "remove", "types": ["stone"]},
 {"do": "add", "nodes": "stone"}, )",
         R"({"do": "replace", "type": 0, "node": "stone"}, )"}) {
-    ExpectKept(two + step + convert("s.Vorn"), "s.Vorn", "of a type that undo brings back");
+    ExpectKept(two + step + convert("s.Vorn"), "s.Vorn", "undo brings back into use");
   }
   Done(two + R"({"do": "restore", "type": 0}, {"do": "save", "file": "t.glb"},
 {"do": "open", "file": "t.glb"}, {"do": "select", "object": "sow"}, )" +
@@ -119,7 +119,7 @@ TEST_F(Outputs, WhatIsInUseStays) {
   Write("m.mtl", "newmtl a\nmap_Kd bark.png\n");
   Write("m.obj", "mtllib m.mtl\nusemtl a\nv 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nf 1/1 2/1 3/1\n");
   ExpectKept(R"({"do": "open", "file": "m.obj"}, {"do": "view", "file": "bark.png"})", "bark.png",
-             "it is the file of a material of");
+             "it is a picture of a model");
 }
 
 TEST_F(Outputs, ALimitOnTheSizeOfFilesIsTold) {

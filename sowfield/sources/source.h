@@ -28,11 +28,11 @@ class Source {
 
   int kind;       // as in Geo_Kind
   INode* node;    // stands in Geo_Nodes: the picked one, or the one that was made
-  INode* picked;  // stands in Proxy_Nodes, for kind 3
+  INode* picked;  // stands in Proxy_Nodes, for a V-Ray proxy
   TypeData data;
 
   /// Moves the pivot to the bottom centre of what is seen, in the world, where a placement stands;
-  /// the object stays. For kind 3 the pivots of both nodes move alike, after a reset to the
+  /// the object stays. For a V-Ray proxy the pivots of both nodes move alike, after a reset to the
   /// object's own frame or to the centre.
   enum class Before { Reset, Center };
   void MovePivotToFloor(Before ofKind3) const;

@@ -37,8 +37,9 @@ class RecordTexts {
   explicit RecordTexts(const BinaryParts& parts) : parts_(parts) {}
 
   std::vector<std::string> Of(const json& scene) {
-    json rest = scene;
-    for (const char* own : {"nodes", "things", "jsonCrc"}) rest.erase(own);
+    json rest = json::object();
+    for (const auto& [name, value] : scene.items())
+      if (name != "nodes" && name != "things" && name != "jsonCrc") rest[name] = value;
     scene_ = "\"scene\":" + rest.dump() + ",";
     for (const json& node : scene.at("nodes")) Add(nodes_, node);
     for (const json& thing : scene.at("things")) Add(things_, thing);

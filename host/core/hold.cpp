@@ -1,6 +1,7 @@
 #include "host/core/hold.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 #include "host/core/session.h"
 
@@ -58,8 +59,47 @@ void RecordReference(ReferenceTarget* owner, int i) {
   if (theHold.Holding()) theHold->Put(std::make_unique<ReferenceRecord>(owner, i));
 }
 
-bool Hold::Step::HasTable(const TableKey& key) const {
-  return std::any_of(tables.begin(), tables.end(), [&](const auto& r) { return r->Key() == key; });
+void Hold::Steps::Push(Step& step) {
+  const size_t place = list_.size();
+  if (place == list_.capacity()) list_.reserve(2 * place + 16);
+  try {
+    for (const auto& record : step.tables) {
+      std::vector<size_t>& places = holding_[record->Key()];
+      if (places.empty() || places.back() != place) places.push_back(place);
+    }
+  } catch (...) {
+    Unlist(step, place);
+    throw;
+  }
+  list_.push_back(std::move(step));
+}
+
+// A key goes with its last step, for that one's records keep the block alive.
+void Hold::Steps::Unlist(const Step& step, size_t place) {
+  for (const auto& record : step.tables) {
+    const auto found = holding_.find(record->Key());
+    if (found == holding_.end()) continue;
+    std::vector<size_t>& places = found->second;
+    if (!places.empty() && places.back() == place) places.pop_back();
+    if (places.empty()) holding_.erase(found);
+  }
+}
+
+void Hold::Steps::MoveTo(Steps& others) {
+  others.Push(list_.back());
+  list_.pop_back();
+  Unlist(others.back(), list_.size());
+}
+
+void Hold::Steps::DropNewest() {
+  const Step step = std::move(list_.back());
+  list_.pop_back();
+  Unlist(step, list_.size());
+}
+
+Hold::Step* Hold::Steps::Newest(const TableKey& key) {
+  const auto found = holding_.find(key);
+  return found == holding_.end() ? nullptr : &list_[found->second.back()];
 }
 
 Hold::~Hold() { Clear(); }
@@ -75,11 +115,10 @@ void Hold::Accept(const WStr& name) {
   marks_.pop_back();
   if (depth_ > 0) return;
 
-  Step step = std::move(open_);
+  if (open_.Empty()) return;
+  open_.name = name;
+  undo_.Push(open_);
   open_ = {};
-  if (step.Empty()) return;
-  step.name = name;
-  undo_.push_back(std::move(step));
   DropFrom(redo_);
 }
 
@@ -102,16 +141,14 @@ void Hold::Cancel() {
 
 bool Hold::Undo() {
   if (depth_ > 0 || restoring_ != 0 || undo_.empty()) return false;
-  redo_.push_back(std::move(undo_.back()));
-  undo_.pop_back();
+  undo_.MoveTo(redo_);
   Restore(redo_.back(), Way::Undo);
   return true;
 }
 
 bool Hold::Redo() {
   if (depth_ > 0 || restoring_ != 0 || redo_.empty()) return false;
-  undo_.push_back(std::move(redo_.back()));
-  redo_.pop_back();
+  redo_.MoveTo(undo_);
   Restore(undo_.back(), Way::Redo);
   return true;
 }
@@ -128,11 +165,12 @@ void Hold::Restore(Step& step, Way way) {
 
   // Who is told is settled before the messages: handlers may add to the step's records.
   std::vector<ReferenceTarget*> elements;
+  std::unordered_set<const ReferenceTarget*> known;
   std::vector<Pin<ReferenceTarget>> alive;
   each(step.elements, [&](RestoreObj& r) {
     way == Way::Undo ? r.Restore() : r.Redo();
     ReferenceTarget* target = r.Target();
-    if (std::find(elements.begin(), elements.end(), target) != elements.end()) return;
+    if (!known.insert(target).second) return;
     elements.push_back(target);
     alive.emplace_back(target);
   });
@@ -189,8 +227,8 @@ size_t Hold::NewestStepBytes() const {
   return bytes;
 }
 
-void Hold::DropFrom(std::vector<Step>& steps) {
-  while (!steps.empty()) steps.pop_back();
+void Hold::DropFrom(Steps& steps) {
+  while (!steps.empty()) steps.DropNewest();
 }
 
 void Hold::Clear() {
@@ -238,18 +276,14 @@ bool Hold::TakeIntoOpen(std::unique_ptr<TableRecord>& record) {
 
 void Hold::TakeIntoSteps(std::unique_ptr<TableRecord> record) {
   const TableKey key = record->Key();
-  const auto newest = [&](std::vector<Step>& steps) {
-    return std::find_if(steps.rbegin(), steps.rend(),
-                        [&](const Step& s) { return s.HasTable(key); });
-  };
-  const auto later = newest(redo_), earlier = newest(undo_);
+  Step *later = redo_.Newest(key), *earlier = undo_.Newest(key);
   std::uint64_t pair = 0;
-  if (later != redo_.rend()) {
+  if (later) {
     pair = ++lastPair_;
     later->tables.insert(later->tables.begin(),
                          std::make_unique<FoldedRecord>(record->Copy(), true, pair));
   }
-  if (earlier == undo_.rend()) return;
+  if (!earlier) return;
   auto& tables = earlier->tables;
   const auto before =
       std::find_if(tables.rbegin(), tables.rend(), [&](const auto& r) { return r->Key() == key; });

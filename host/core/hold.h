@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 #include "host/core/reference.h"
@@ -115,7 +116,37 @@ class Hold {
     std::vector<std::unique_ptr<RestoreObj>> elements;
     std::vector<std::unique_ptr<TableRecord>> tables;
     bool Empty() const { return elements.empty() && tables.empty(); }
-    bool HasTable(const TableKey& key) const;
+  };
+  /// Steps, newest last, that know which of them touched a table: an edit outside any step asks for
+  /// the newest one, be it ten thousand steps back. What is put into a step later is of a table
+  /// that the step held before.
+  class Steps {
+   public:
+    bool empty() const { return list_.empty(); }
+    size_t size() const { return list_.size(); }
+    auto begin() { return list_.begin(); }
+    auto end() { return list_.end(); }
+    auto begin() const { return list_.begin(); }
+    auto end() const { return list_.end(); }
+    Step& back() { return list_.back(); }
+    const Step& back() const { return list_.back(); }
+    /// Takes the step, or throws std::bad_alloc and leaves all as it was.
+    void Push(Step& step);
+    /// The newest step goes over to others; throws as Push does.
+    void MoveTo(Steps& others);
+    void DropNewest();
+    /// Null if none holds the table.
+    Step* Newest(const TableKey& key);
+
+   private:
+    void Unlist(const Step& step, size_t place);
+    struct Hash {
+      size_t operator()(const TableKey& key) const {
+        return std::hash<const void*>()(key.block) ^ size_t(key.id) * 0x9E3779B97F4A7C15u;
+      }
+    };
+    std::vector<Step> list_;
+    std::unordered_map<TableKey, std::vector<size_t>, Hash> holding_;  // places in list_, ascending
   };
   struct Mark {
     size_t elements, tables;
@@ -128,9 +159,9 @@ class Hold {
   bool TakeIntoOpen(std::unique_ptr<TableRecord>& record);
   void TakeIntoSteps(std::unique_ptr<TableRecord> record);
   void DropWipedOut(Step& step);
-  static void DropFrom(std::vector<Step>& steps);
+  static void DropFrom(Steps& steps);
 
-  std::vector<Step> undo_, redo_;  // newest last; the last of redo_ is redone next
+  Steps undo_, redo_;  // the last of redo_ is redone next
   Step open_;
   std::vector<Mark> marks_;  // one per Begin
   int depth_ = 0;

@@ -7,19 +7,30 @@
 namespace host {
 
 void NotificationCenter::Register(NOTIFYPROC proc, void* param, int code) {
-  entries_.push_back({proc, param, code});
+  listeners_[code].list.push_back({proc, param});
 }
 
 void NotificationCenter::UnRegister(NOTIFYPROC proc, void* param, int code) {
-  std::erase(entries_, Entry{proc, param, code});
+  const auto of = listeners_.find(code);
+  if (of == listeners_.end()) return;
+  auto& [list, removals] = of->second;
+  // From the end: what was made last mostly goes first.
+  const auto found = std::find(list.rbegin(), list.rend(), Entry{proc, param});
+  if (found == list.rend()) return;
+  list.erase(std::next(found).base());
+  ++removals;
 }
 
 void NotificationCenter::Broadcast(NotifyInfo info) {
-  const std::vector<Entry> list = entries_;
+  const auto of = listeners_.find(info.intcode);
+  if (of == listeners_.end()) return;
+  const Listeners& now = of->second;  // which stays where it is, whoever registers meanwhile
+  const std::vector<Entry> list = now.list;
+  const unsigned removalsAtStart = now.removals;
   for (const Entry& e : list) {
-    if (e.code != info.intcode) continue;
-    if (std::find(entries_.begin(), entries_.end(), e) == entries_.end()) continue;
-    e.proc(e.param, &info);
+    const bool stillThere = now.removals == removalsAtStart ||
+                            std::find(now.list.begin(), now.list.end(), e) != now.list.end();
+    if (stillThere) e.proc(e.param, &info);
   }
 }
 

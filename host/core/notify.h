@@ -1,5 +1,6 @@
 #pragma once
 
+#include <unordered_map>
 #include <vector>
 
 #include "host/math/interval.h"
@@ -29,7 +30,7 @@ enum NotifyCode : int {
 using NOTIFYPROC = void (*)(void* param, NotifyInfo* info);
 
 void RegisterNotification(NOTIFYPROC proc, void* param, int code);
-/// Harmless for what isn't registered.
+/// Takes the newest such registration back; harmless for what isn't registered.
 void UnRegisterNotification(NOTIFYPROC proc, void* param, int code);
 /// Calls in order of registration, over a copy: who is gone by then isn't called any more.
 void BroadcastNotification(NotifyInfo info);
@@ -47,10 +48,15 @@ class NotificationCenter {
   struct Entry {
     NOTIFYPROC proc;
     void* param;
-    int code;
     bool operator==(const Entry&) const = default;
   };
-  std::vector<Entry> entries_;
+  struct Listeners {
+    std::vector<Entry> list;
+    unsigned removals = 0;  // so that a broadcast notices them
+  };
+  // By code: objects that listen to files and renders don't make the coming and going of nodes
+  // slower, of which there are many.
+  std::unordered_map<int, Listeners> listeners_;
 };
 
 }  // namespace host

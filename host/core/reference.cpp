@@ -1,7 +1,6 @@
 #include "host/core/reference.h"
 
 #include <algorithm>
-#include <unordered_set>
 
 ReferenceTarget* RemapDir::FindMapping(const ReferenceTarget* from) const {
   for (const auto& [source, copy] : map_)
@@ -123,15 +122,15 @@ void ReferenceTarget::Tell(const Interval& changeInt, PartID partID, RefMessage 
 }
 
 bool ReferenceTarget::DoEnumDependents(DependentEnumProc* proc) {
-  std::vector<const ReferenceTarget*> seen;
+  std::unordered_set<const ReferenceTarget*> seen;
   return Visit(proc, seen);
 }
 
-bool ReferenceTarget::Visit(DependentEnumProc* proc, std::vector<const ReferenceTarget*>& seen) {
+bool ReferenceTarget::Visit(DependentEnumProc* proc,
+                            std::unordered_set<const ReferenceTarget*>& seen) {
   for (size_t i = 0; i < dependents_.size(); ++i) {
     ReferenceTarget* dependent = dependents_[i];
-    if (std::find(seen.begin(), seen.end(), dependent) != seen.end()) continue;
-    seen.push_back(dependent);
+    if (!seen.insert(dependent).second) continue;
     if (proc->proc(dependent)) return true;
     if (dependent->SuperClassID() == BASENODE_CLASS_ID) continue;
     if (dependent->Visit(proc, seen)) return true;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -116,7 +117,7 @@ class ReferenceTarget {
   };
   void Tell(const Interval& changeInt, PartID partID, RefMessage message, bool propagate,
             const Path* path);
-  bool Visit(DependentEnumProc* proc, std::vector<const ReferenceTarget*>& seen);
+  bool Visit(DependentEnumProc* proc, std::unordered_set<const ReferenceTarget*>& seen);
   void DeleteIfUnused();
 
   std::vector<ReferenceTarget*> dependents_;

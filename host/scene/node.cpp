@@ -4,18 +4,46 @@
 
 #include "host/core/notify.h"
 #include "host/core/session.h"
+#include "host/scene/scene.h"
 #include "host/scene/triobject.h"
 
 INode::~INode() {
   if (host::CoreSession* session = host::CoreSession::InForceOrNull())
     session->notifications.Broadcast({NOTIFY_NODE_DESTROYED, 0, this});
+  if (Scene* scene = parent_ ? HomeScene() : nullptr) scene->NodeWent(this);
+  parent_ = nullptr;
   INode::DeleteAllRefsFromMe();
 }
 
+/// Undo record of a node's name.
+class NameRecord : public RestoreObj {
+ public:
+  explicit NameRecord(INode* node) : node_(node), other_(node->GetName()) {}
+  void Restore() override { Exchange(); }
+  void Redo() override { Exchange(); }
+  ReferenceTarget* Target() const override { return node_.get(); }
+
+ private:
+  void Exchange() {
+    const WStr present = node_->GetName();
+    node_->Rename(other_);
+    other_ = present;
+  }
+  Pin<INode> node_;
+  WStr other_;
+};
+
 void INode::SetName(const WStr& name) {
-  RecordValue(this, &name_);
-  name_ = name;
+  if (theHold.Holding()) theHold->Put(std::make_unique<NameRecord>(this));
+  Rename(name);
   Changed();
+}
+
+void INode::Rename(const WStr& name) {
+  Scene* scene = HomeScene();
+  if (scene) scene->NameGoes(this);
+  name_ = name;
+  if (scene) scene->NameComes(this);
 }
 
 Matrix3 INode::LocalTM(TimeValue t) const {
@@ -228,14 +256,75 @@ RefResult INode::NotifyRefChanged(const Interval&, ReferenceTarget* target, Part
     Interval valid = FOREVER;
     local_ = control_->GetValue(0, valid);
   }
+  if (target && target->SuperClassID() == BASENODE_CLASS_ID) {
+    if (auto* child = static_cast<INode*>(target); child->parent_ == this) ChildChanged(child);
+    return REF_FAIL;
+  }
   // A child's change is no change of its parent, nor is a layer's.
   return target == object_ || target == material_ || target == control_ ? REF_SUCCEED : REF_FAIL;
 }
 
+// Who stands under a node moves with it, and so has changed for whoever looks at that one. Those
+// below are told one after the other, not in depth, and once where references run in a ring.
+// What a telling that runs has marked is left to it.
+void INode::ChildChanged(INode* child) {
+  if (Scene* scene = HomeScene()) scene->NodeChanged(child);
+  if (child->children_.empty() || child->told_) return;
+  std::vector<Pin<INode>> all = {Pin<INode>(child)};
+  for (size_t i = 0; i < all.size(); ++i)
+    for (INode* n : all[i]->children_)
+      if (!n->told_) all.emplace_back(n);
+  struct Marks {
+    explicit Marks(const std::vector<Pin<INode>>& n) : nodes(n) { Set(true); }
+    ~Marks() { Set(false); }
+    void Set(bool told) const {
+      for (const Pin<INode>& n : nodes) n->told_ = told;
+    }
+    const std::vector<Pin<INode>>& nodes;
+  } const marks(all);
+  for (size_t i = 1; i < all.size(); ++i) all[i]->Changed();
+}
+
+Scene* INode::HomeScene() const {
+  const INode* n = this;
+  while (n->parent_) n = n->parent_;
+  return n->scene_;
+}
+
+// A number between those of the neighbours; where there is none left, all get new ones.
+std::uint64_t INode::RankAt(size_t at) {
+  constexpr std::uint64_t kApart = 1 << 20;
+  const std::uint64_t before = at > 0 ? children_[at - 1]->rank_ : 0;
+  if (at == children_.size()) return before + kApart;
+  const std::uint64_t behind = children_[at]->rank_;
+  if (behind - before > 1) return before + (behind - before) / 2;
+  for (size_t i = 0; i < children_.size(); ++i) children_[i]->rank_ = (i + 1 + (i >= at)) * kApart;
+  return (at + 1) * kApart;
+}
+
+bool INode::ComesBefore(const INode* other) const {
+  const auto depth = [](const INode* n) {
+    int steps = 0;
+    for (; n->parent_; n = n->parent_) ++steps;
+    return steps;
+  };
+  const INode *a = this, *b = other;
+  int da = depth(a), db = depth(b);
+  const bool deeper = da > db;
+  for (; da > db; --da) a = a->parent_;
+  for (; db > da; --db) b = b->parent_;
+  if (a == b) return this != other && !deeper;  // one stands under the other
+  for (; a->parent_ != b->parent_; a = a->parent_, b = b->parent_) continue;
+  return a->rank_ < b->rank_;
+}
+
 void INode::InsertChild(INode* child, size_t at) {
-  children_.insert(children_.begin() + long(std::min(at, children_.size())), child);
+  at = std::min(at, children_.size());
+  child->rank_ = RankAt(at);
+  children_.insert(children_.begin() + long(at), child);
   child->parent_ = this;
   ReferTo(child);
+  if (Scene* scene = HomeScene()) scene->NodeCame(child);
 }
 
 size_t INode::RemoveChild(INode* child) {
@@ -243,6 +332,8 @@ size_t INode::RemoveChild(INode* child) {
   if (found == children_.rend()) return 0;
   const size_t at = size_t(std::next(found).base() - children_.begin());
   children_.erase(std::next(found).base());
+  if (child->parent_ == this)
+    if (Scene* scene = HomeScene()) scene->NodeWent(child);
   child->parent_ = nullptr;
   LetGo(child);
   return at;

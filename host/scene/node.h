@@ -10,6 +10,8 @@
 #include "host/scene/mtl.h"
 #include "host/scene/object.h"
 
+class Scene;
+
 namespace host {
 struct SceneAccess;
 }
@@ -79,6 +81,8 @@ class INode : public ReferenceTarget {
   void AttachChild(INode* child, bool keepPos = true);
   /// True if the node hangs under a root.
   bool InScene() const;
+  /// The order of a walk that meets parents before their children. Both in one tree.
+  bool ComesBefore(const INode* other) const;
 
   static constexpr int kObjectRef = 0, kMtlRef = 1, kTMRef = 2, kLayerRef = 6;
   int NumRefs() const override { return 7; }
@@ -94,7 +98,12 @@ class INode : public ReferenceTarget {
  private:
   friend class Scene;
   friend class NodeLinkRecord;
+  friend class NameRecord;
   friend struct host::SceneAccess;
+  Scene* HomeScene() const;
+  void Rename(const WStr& name);
+  std::uint64_t RankAt(size_t at);
+  void ChildChanged(INode* child);
   void InsertChild(INode* child, size_t at);
   size_t RemoveChild(INode* child);
   bool IsKeyed() const { return control_ && control_->IsKeyed(); }
@@ -119,9 +128,12 @@ class INode : public ReferenceTarget {
   bool hidden_ = false;
   bool renderable_ = true;
   bool isRoot_ = false;
+  bool told_ = false;        // that it moved with a parent, by the telling that runs
   unsigned selectedAs_ = 0;  // rises in the order of selection; 0 for a node that isn't selected
   INode* parent_ = nullptr;
   std::vector<INode*> children_;
+  std::uint64_t rank_ = 0;  // rises among the children of one parent
+  Scene* scene_ = nullptr;  // that a root is the root of
 };
 
 /// Undo record of a node that came under a parent or left it.

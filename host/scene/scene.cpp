@@ -6,6 +6,22 @@
 #include "host/core/notify.h"
 #include "host/core/paramblock.h"
 
+namespace {
+
+// A node and all below it, parents before children.
+template <class F>
+void EachFrom(INode* node, const F& act) {
+  std::vector<INode*> open = {node};
+  while (!open.empty()) {
+    INode* n = open.back();
+    open.pop_back();
+    act(n);
+    for (int i = n->NumberOfChildren(); i-- > 0;) open.push_back(n->GetChildNode(i));
+  }
+}
+
+}  // namespace
+
 WStr Scene::Numbered(const WStr& base, int number) {
   WStr digits = std::to_wstring(number);
   if (digits.size() < 3) digits.insert(0, 3 - digits.size(), L'0');
@@ -21,6 +37,18 @@ Scene::Scene() {
 
 Scene::~Scene() { Scene::DeleteAllRefsFromMe(); }
 
+// A record may keep a root beyond its scene.
+void Scene::TakeRoot(INode* root) {
+  if (root_) {
+    for (NodeObserver* o : std::exchange(observers_, {})) o->SceneWent();
+    names_.clear();
+    namesKnown_ = false;
+    root_->scene_ = nullptr;
+  }
+  root_ = root;
+  if (root_) root_->scene_ = this;
+}
+
 ReferenceTarget* Scene::GetReference(int i) const {
   if (i == 0) return root_;
   return i == 1 ? static_cast<ReferenceTarget*>(layers_) : renderer_;
@@ -28,7 +56,7 @@ ReferenceTarget* Scene::GetReference(int i) const {
 
 void Scene::SetReference(int i, ReferenceTarget* t) {
   if (i == 0) {
-    root_ = static_cast<INode*>(t);
+    TakeRoot(static_cast<INode*>(t));
   } else if (i == 1) {
     layers_ = static_cast<ILayerManager*>(t);
   } else {
@@ -147,27 +175,64 @@ void Scene::ClearNodeSelection() {
 
 std::vector<INode*> Scene::AllNodes() const {
   std::vector<INode*> all;
-  std::vector<INode*> open = {root_};
-  while (!open.empty()) {
-    INode* n = open.back();
-    open.pop_back();
+  EachFrom(root_, [&](INode* n) {
     if (n != root_) all.push_back(n);
-    for (int i = n->NumberOfChildren(); i-- > 0;) open.push_back(n->GetChildNode(i));
-  }
+  });
   return all;
+}
+
+void Scene::NodeCame(INode* node) {
+  if (observers_.empty() && !namesKnown_) return;
+  EachFrom(node, [&](INode* n) {
+    NameComes(n);
+    for (NodeObserver* o : observers_) o->NodeCame(n);
+  });
+}
+
+void Scene::NodeWent(INode* node) {
+  if (observers_.empty() && !namesKnown_) return;
+  EachFrom(node, [&](INode* n) {
+    NameGoes(n);
+    for (NodeObserver* o : observers_) o->NodeWent(n);
+  });
+}
+
+void Scene::NodeChanged(INode* node) {
+  for (NodeObserver* o : observers_) o->NodeChanged(node);
+}
+
+void Scene::NameComes(INode* node) {
+  if (namesKnown_) names_.emplace(node->GetName(), node);
+}
+
+void Scene::NameGoes(INode* node) {
+  if (namesKnown_) names_.erase({node->GetName(), node});
+}
+
+const std::set<std::pair<WStr, INode*>>& Scene::Names() const {
+  if (!std::exchange(namesKnown_, true))
+    for (INode* n : AllNodes()) names_.emplace(n->GetName(), n);
+  return names_;
+}
+
+bool Scene::HasNode(const WStr& name) const {
+  const auto first = Names().lower_bound({name, nullptr});
+  return first != names_.end() && first->first == name;
 }
 
 std::vector<INode*> Scene::FindNodes(const WStr& name) const {
   std::vector<INode*> found;
-  for (INode* n : AllNodes())
-    if (n->GetName() == name) found.push_back(n);
+  for (auto n = Names().lower_bound({name, nullptr}); n != names_.end() && n->first == name; ++n)
+    found.push_back(n->second);
+  std::sort(found.begin(), found.end(),
+            [](const INode* a, const INode* b) { return a->ComesBefore(b); });
   return found;
 }
 
 WStr Scene::UniqueName(const WStr& base) const {
-  if (FindNodes(base).empty()) return base;
+  if (!HasNode(base)) return base;
   for (int i = 1;; ++i) {
     const WStr name = Numbered(base, i);
-    if (FindNodes(name).empty()) return name;
+    if (!HasNode(name)) return name;
   }
 }

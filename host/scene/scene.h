@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <span>
 #include <unordered_map>
 #include <vector>
@@ -7,6 +8,20 @@
 #include "host/scene/layer.h"
 #include "host/scene/node.h"
 #include "host/scene/renderer.h"
+
+/// Is told at once of the nodes of a scene, by edits, undo and redo alike, so that a structure
+/// beside the scene can follow it. It takes notes: it doesn't change the scene.
+class NodeObserver {
+ public:
+  virtual ~NodeObserver() = default;
+  /// A node has come under the root, or has left. Called for each node of a subtree.
+  virtual void NodeCame(INode* node) = 0;
+  virtual void NodeWent(INode* node) = 0;
+  /// Its place, what it shows or anything else of it may have changed; also when a parent moved.
+  virtual void NodeChanged(INode* node) = 0;
+  /// The scene ends, and the observer with it is none any more.
+  virtual void SceneWent() = 0;
+};
 
 /// The nodes and layers of a host, what is selected, and the renderer.
 class Scene : public ReferenceTarget {
@@ -43,8 +58,12 @@ class Scene : public ReferenceTarget {
   /// Not recorded for undo.
   void SetRenderer(Renderer* renderer) { ReplaceReference(2, renderer); }
 
+  void AddObserver(NodeObserver* observer) { observers_.push_back(observer); }
+  void RemoveObserver(NodeObserver* observer) { std::erase(observers_, observer); }
+
   /// All nodes below the root, parents before children.
   std::vector<INode*> AllNodes() const;
+  /// Those of a name, in that order.
   std::vector<INode*> FindNodes(const WStr& name) const;
   /// `base`, or base with the lowest number from 001 that makes it unlike all names in use.
   WStr UniqueName(const WStr& base) const;
@@ -58,6 +77,15 @@ class Scene : public ReferenceTarget {
   void SetReference(int i, ReferenceTarget* t) override;
 
  private:
+  friend class INode;
+  void TakeRoot(INode* root);
+  void NodeCame(INode* node);
+  void NodeWent(INode* node);
+  void NodeChanged(INode* node);
+  void NameComes(INode* node);
+  void NameGoes(INode* node);
+  const std::set<std::pair<WStr, INode*>>& Names() const;
+  bool HasNode(const WStr& name) const;
   static bool Noticed(const INode* node);
   void NullAndTell(std::span<INode* const> nodes);
   void TakeOut(INode* node);
@@ -67,4 +95,8 @@ class Scene : public ReferenceTarget {
   Renderer* renderer_ = nullptr;
   unsigned lastSelected_ = 0;
   std::unordered_map<WStr, int> nextNumber_;
+  std::vector<NodeObserver*> observers_;
+  // By name, from the first question on.
+  mutable std::set<std::pair<WStr, INode*>> names_;
+  mutable bool namesKnown_ = false;
 };

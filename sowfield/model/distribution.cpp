@@ -24,6 +24,16 @@ TypeRef Distribution::FindType(int type) const {
   return {};
 }
 
+TypeRef Distribution::LastType() const {
+  TypeRef last;
+  last.type = TypeCount() - 1;
+  last.kind = block->GetInt(Geo_Kind, curTime, last.type);
+  last.node = block->Count(Geo_Nodes) - last.HasNode();
+  last.file = block->Count(Proxy_Files) - !last.HasNode();
+  last.original = block->Count(Proxy_Nodes) - last.HasOriginal();
+  return last;
+}
+
 void Distribution::SetListReady(int ready) {
   listReady_ = ready && changes_ == 0;
   if (!listReady_) return;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "host/core/paramblock.h"
@@ -103,11 +104,20 @@ class Distribution {
   float brushMinimum = 0;
   /// Whether it was said that the exclusion splines, which the block asks for now, do nothing yet.
   mutable bool exclusionTold = false;
+  /// The smallest of what the types' boxes give for it, with the time it holds for; unknown since
+  /// one of what IsOfSources names has changed.
+  struct LeastRadius {
+    float value;
+    TimeValue t;
+  };
+  std::optional<LeastRadius> leastRadius;
 
   int TypeCount() const { return block->Count(Proxy_Files) + block->Count(Geo_Nodes); }
   int PlacementCount() const { return block->Count(Ins_Pos); }
   /// 0 <= type < TypeCount().
   TypeRef FindType(int type) const;
+  /// The last type, without a walk; there must be one.
+  TypeRef LastType() const;
   /// The source node; null for a type from a file and while the host takes a node away.
   INode* SourceNode(const TypeRef& type) const {
     return type.HasNode() ? block->GetINode(Geo_Nodes, curTime, type.node) : nullptr;

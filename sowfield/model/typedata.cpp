@@ -42,24 +42,51 @@ Point3 TurnedBoxSize(const Distribution& d, const TypeRef& type) {
   return node ? VectorTransform(size, node->GetNodeTM(d.curTime)) : size;
 }
 
-float BrushMinimumOf(const Distribution& d) {
-  const auto largest = float(FindParam(Brush_Size)->panel.high);
-  float smallest = std::numeric_limits<float>::infinity();
-  for (const TypeRef& t : TypeWalk(*d.block)) {
-    if (BoxOf(d, t.type).IsEmpty()) continue;
-    const Point3 s = TurnedBoxSize(d, t);
-    smallest = std::min(smallest, (std::fabs(s.x) + std::fabs(s.y)) * 0.25f);  // drops NaN
-  }
-  return smallest <= largest ? smallest : 0;
+bool IsOfSources(ParamID id) {
+  return id == Geo_Kind || id == Geo_Nodes || id == Geo_BoxMin || id == Geo_BoxMax ||
+         id == Proxy_Files;
 }
 
+namespace {
+
+void AddRadiusOf(const Distribution& d, const TypeRef& type, float& smallest) {
+  if (BoxOf(d, type.type).IsEmpty()) return;
+  const Point3 s = TurnedBoxSize(d, type);
+  smallest = std::min(smallest, (std::fabs(s.x) + std::fabs(s.y)) * 0.25f);  // drops NaN
+}
+
+float LeastRadiusOf(const Distribution& d) {
+  float smallest = std::numeric_limits<float>::infinity();
+  for (const TypeRef& t : TypeWalk(*d.block)) AddRadiusOf(d, t, smallest);
+  return smallest;
+}
+
+float MinimumFor(Distribution& d, float leastRadius) {
+  d.leastRadius = {leastRadius, d.curTime};
+  const auto largest = float(FindParam(Brush_Size)->panel.high);
+  return leastRadius <= largest ? leastRadius : 0;
+}
+
+}  // namespace
+
 void TakeBrushMinimum(Distribution& d) {
-  const float minimum = BrushMinimumOf(d);
+  const float minimum = MinimumFor(d, LeastRadiusOf(d));
   if (std::exchange(d.brushMinimum, minimum) != minimum) d.Tell(Event::BrushLimitsChanged);
 }
 
-void RecomputeBrushMinimum(Distribution& d) {
-  d.brushMinimum = BrushMinimumOf(d);
+std::optional<float> KnownLeastRadius(const Distribution& d) {
+  if (d.TypeCount() == 0) return std::numeric_limits<float>::infinity();
+  if (!d.leastRadius || d.leastRadius->t != d.curTime) return std::nullopt;
+  return d.leastRadius->value;
+}
+
+void RecomputeBrushMinimum(Distribution& d, std::optional<float> leastBefore) {
+  if (leastBefore) {
+    AddRadiusOf(d, d.LastType(), *leastBefore);
+  } else {
+    leastBefore = LeastRadiusOf(d);
+  }
+  d.brushMinimum = MinimumFor(d, *leastBefore);
   for (const Param id : {Brush_LineSize, Brush_Size})
     if (d.block->GetFloat(id, d.curTime) < d.brushMinimum)
       d.block->SetValue(id, d.curTime, d.brushMinimum);

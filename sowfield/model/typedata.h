@@ -33,13 +33,20 @@ Point3 TurnedBoxSize(const Distribution& d, const TypeRef& type);
 /// The smallest brush radius for the types: the least quarter of |x| + |y| over them, scene units.
 /// A type whose box is empty, not finite or too large for any brush takes no part; 0 without one
 /// that does.
-float BrushMinimumOf(const Distribution& d);
-
+///
 /// Sets brushMinimum for the types as they are. The brush stays: undo and redo bring back its own.
 void TakeBrushMinimum(Distribution& d);
 
-/// The same, and raises both brush radii to it.
-void RecomputeBrushMinimum(Distribution& d);
+/// The same, and raises both brush radii to it. With `leastBefore`, which KnownLeastRadius gave
+/// before the last type was added, only that type is looked at: the others stand as they did.
+void RecomputeBrushMinimum(Distribution& d, std::optional<float> leastBefore = std::nullopt);
+
+/// What the present types give for the minimum, infinite without one; none if a change has come
+/// between, and all of them must be looked at.
+std::optional<float> KnownLeastRadius(const Distribution& d);
+
+/// Whether a change of a parameter, or of the nodes that it holds, may change that.
+bool IsOfSources(ParamID id);
 
 /// Puts a node on the layer of the object and its sources, which is made if it doesn't exist; the
 /// current layer stays. Not part of any undo step's data.

@@ -93,6 +93,9 @@ bool AddType(Distribution& d, INode* node) {
   if (!WhyNotASource(node, d.curTime).empty()) return false;
   IParamBlock2& block = *d.block;
   const int before = d.TypeCount();
+  // A node that another type shows, or that has children, moves more than itself.
+  const bool alone = !IsInUse(node) && node->NumberOfChildren() == 0;
+  const std::optional<float> least = alone ? KnownLeastRadius(d) : std::nullopt;
   AddToObjectsLayer(node);
 
   ListChange change(d, L"Adding Geo");
@@ -105,7 +108,7 @@ bool AddType(Distribution& d, INode* node) {
     block.Append(Geo_Nodes, 1, &source.node);
     if (source.kind == kFromVRayProxy) block.Append(Proxy_Nodes, 1, &source.picked);
   }
-  RecomputeBrushMinimum(d);
+  RecomputeBrushMinimum(d, least);
   AppendTypeRows(d);
   block.Append(Geo_Names, 1, &node->GetName());
   change.Accept();

@@ -14,7 +14,8 @@
 #include "sowfield/model/typedata.h"
 #include "sowfield/model/typerows.h"
 #include "sowfield/plugin/classdesc.h"
-#include "sowfield/resources/strings.h"
+#include "sowfield/plugin/editcontext.h"
+#include "sowfield/plugin/entry.h"
 #include "sowfield/sources/proxyfiles.h"
 
 namespace sowfield {
@@ -248,6 +249,7 @@ Mesh* Sowfield::GetRenderMesh(TimeValue, INode*, ViewExp*, bool& needDelete) {
 RefResult Sowfield::NotifyRefChanged(const Interval&, ReferenceTarget* target, PartID&,
                                      RefMessage message) {
   if (target != pblock2 || !pblock2) return REF_SUCCEED;
+  if (IsOfSources(pblock2->LastNotifyParamID())) distribution.leastRadius.reset();
   MessageState state{message,
                      pblock2->LastNotifyParamID(),
                      theHold.Holding(),

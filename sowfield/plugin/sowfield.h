@@ -8,7 +8,6 @@
 #include "sowfield/model/distribution.h"
 #include "sowfield/model/messages.h"
 #include "sowfield/paint/paintstate.h"
-#include "sowfield/panels/editcontext.h"
 #include "sowfield/plugin/createcallback.h"
 
 namespace sowfield {
@@ -16,10 +15,7 @@ namespace sowfield {
 /// The geometry object: a distribution of object types and placements held in one parameter block,
 /// which is its only reference and all that is stored. Everything else here lasts while the object
 /// is in memory.
-class Sowfield : public SimpleObject2,
-                 public ObjectSide,
-                 public EditedObject,
-                 public InstanceSource {
+class Sowfield : public SimpleObject2, public ObjectSide, public InstanceSource {
  public:
   Sowfield();
   ~Sowfield() override;
@@ -32,10 +28,8 @@ class Sowfield : public SimpleObject2,
   /// 0 when the file of a type can't be found: the views then say so.
   int proxyFilesFound = 1;
 
-  // EditedObject.
-  Distribution& EditedDistribution() override { return distribution; }
-  PaintState& EditedPaintState() override { return paint; }
-  void InitNewObject() override;
+  /// First set-up of an object that the user has just placed; its node must exist.
+  void InitNewObject();
 
   // ObjectSide.
   void RefreshObject() override;

@@ -12,6 +12,7 @@
 
 #include "host/host.h"
 #include "host/math/wstr.h"
+#include "host/scene/animatedmesh.h"
 #include "host/scene/camera.h"
 #include "host/scene/mesh.h"
 #include "host/scene/primitives.h"
@@ -174,6 +175,67 @@ TEST_F(SceneTest, ADeletedParentComesBackWithItsChildrenInTheirOrder) {
     EXPECT_EQ(root->GetChildNode(0), parent) << "at its old place";
     EXPECT_EQ(root->GetChildNode(1), after);
     theHold->Redo();
+  }
+}
+
+// References may run in a ring: a skin holds a bone that stands under the skin's own node.
+TEST_F(SceneTest, WhoStandsUnderANodeIsToldThatItMoved) {
+  auto* skin = new AnimatedMesh;
+  INode *body = Add(skin), *middle = Add(), *bone = Add();
+  body->AttachChild(middle), middle->AttachChild(bone);
+  skin->SetBones({bone});
+  Link watcher;
+  watcher.ReplaceReference(0, bone);
+  const auto expect = [&](const char* when) {
+    EXPECT_GT(std::exchange(watcher.told, 0), 0) << when;
+  };
+  Step([&] { body->SetNodeTM(0, TransMatrix({1, 2, 3})); });
+  expect("the parent's parent moved");
+  host_.Undo().Undo();
+  expect("it was taken back");
+  bone->SetNodeTM(0, TransMatrix({4, 0, 0}));
+  expect("its own move, which moves the skin that it stands under");
+  watcher.DeleteAllRefsFromMe();
+}
+
+TEST_F(SceneTest, NodesAreFoundByNameInTheOrderOfAWalk) {
+  Scene& scene = ip_.GetScene();
+  std::mt19937 random(5);
+  const auto below = [&](size_t n) { return size_t(random()) % n; };
+  const WStr names[] = {L"a", L"b", L"c"};
+  for (int act = 0; act < 600; ++act) {
+    const std::vector<INode*> all = scene.AllNodes();
+    if (all.size() < 5) Add()->SetName(names[below(3)]);
+    INode *n = all.empty() ? Add() : all[below(all.size())], *to = n;
+    if (!all.empty()) to = all[below(all.size())];
+    const INode* up = to;
+    while (up && up != n) up = up->GetParentNode();
+    const auto work = [&] {
+      switch (below(6)) {
+        case 0:
+        case 1:
+          Add()->SetName(names[below(3)]);
+          break;
+        case 2:
+          n->SetName(names[below(3)]);
+          break;
+        case 3:
+          if (!up) to->AttachChild(n);
+          break;
+        case 4:
+          ip_.DeleteNode(n, false, false);
+          break;
+        default:
+          scene.GetRootNode()->AttachChild(n);
+      }
+    };
+    Step(work);
+    for (size_t k = below(4); k > 0; --k) random() % 2 ? host_.Undo().Undo() : host_.Undo().Redo();
+    for (const WStr& name : names) {
+      std::vector<INode*> plain = scene.AllNodes();
+      std::erase_if(plain, [&](INode* node) { return node->GetName() != name; });
+      ASSERT_EQ(scene.FindNodes(name), plain) << "act " << act;
+    }
   }
 }
 

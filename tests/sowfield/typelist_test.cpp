@@ -133,6 +133,23 @@ TEST(BrushMinimum, IsThatOfTheTypesAsTheyAre) {
   EXPECT_EQ(copy->distribution.brushMinimum, 0.5f);
 }
 
+// A quarter of 4 and 4, of 12 and 12, of 1 and 1; a node is turned by what it stands under too.
+TEST(BrushMinimum, OfATypeThatIsAddedMindsWhatTheOthersDidMeanwhile) {
+  SowfieldScene s;
+  INode *a = s.AddBox(L"a", 4, 4, 1), *b = s.AddBox(L"b", 12, 12, 1), *group = s.AddNode(L"g", {});
+  group->AttachChild(a);
+  s.AddAsType(a), s.AddAsType(b);
+  EXPECT_EQ(s.D().brushMinimum, 2);
+  Matrix3 larger;
+  larger.Scale({4, 4, 4});
+  group->SetNodeTM(0, larger);
+  s.AddAsType(s.AddBox(L"wide", 100, 100, 1));
+  EXPECT_EQ(s.D().brushMinimum, 6) << "of b, now that a has grown with its parent";
+  s.Set(Geo_BoxMax, Point3(-5.5f, -5.5f, 1), 1);
+  s.AddAsType(s.AddBox(L"wide", 100, 100, 1));
+  EXPECT_EQ(s.D().brushMinimum, 0.25f) << "of b, whose stored box was changed";
+}
+
 TEST(BrushMinimum, TakesNoTypeThatIsLargerThanAnyBrush) {
   SowfieldScene s;
   const IParamBlock2& b = s.Block();

@@ -67,7 +67,8 @@ class IPainterInterface_V7 {
   /// Replaces the nodes that rays are cast against; an empty list is legal. A node that leaves the
   /// scene or is destroyed is no target any more.
   virtual void InitializeNodes(int flags, int count, INode* const* nodes) = 0;
-  /// Takes the meshes of the targets anew where they changed.
+  /// Takes the meshes of the targets anew where they changed. With point data the newest entries of
+  /// the record that met nothing are cast again, back to the last one that met something.
   virtual void UpdateMeshes(bool pointData) = 0;
   virtual void SetBrushRadius(float radius) = 0;
   virtual float GetBrushRadius() const = 0;

@@ -21,6 +21,7 @@ constexpr std::uint64_t kRandomSeed = 5489;
 /// A point of the pointer's way. It outlives nodes, so it names none.
 struct WayPoint {
   IPoint2 mouse;
+  Ray ray;  // of the view in which it was taken; without a direction where there was none
   bool hit = false;
   Point3 world{0, 0, 0};
   Point3 normal{0, 0, 1};
@@ -87,6 +88,7 @@ class PaintSystem : public ReferenceTarget, public IPainterInterface_V7, public 
   static void NodeGone(void* system, NotifyInfo* info);
 
   const WayPoint& At(int i) const;
+  PainterHit Meet(WayPoint& point);
   PainterHit Follow(const IPoint2& mouse);
   void SendEvent(const IPoint2& at);
   void DropStroke();
@@ -172,8 +174,10 @@ void PaintSystem::InitializeNodes(int, int count, INode* const* nodes) {
   OrSay([&] { caster_.SetTargets({nodes, n}, GetCOREInterface()->GetTime()); });
 }
 
-void PaintSystem::UpdateMeshes(bool) {
+void PaintSystem::UpdateMeshes(bool pointData) {
   OrSay([&] { caster_.Update(GetCOREInterface()->GetTime()); });
+  if (!pointData) return;
+  for (size_t i = way_.size(); i-- > 0 && !way_[i].hit;) Meet(way_[i]);
 }
 
 PainterHit PaintSystem::RandomHit(int pointIndex) {
@@ -198,12 +202,20 @@ const WayPoint& PaintSystem::At(int i) const {
   return i >= 0 && i < int(way_.size()) ? way_[size_t(i)] : none;
 }
 
-PainterHit PaintSystem::Follow(const IPoint2& mouse) {
+PainterHit PaintSystem::Meet(WayPoint& point) {
   PainterHit hit;
+  OrSay([&] { hit = caster_.Cast(point.ray); });
+  point.hit = hit.hit, point.world = hit.worldPoint, point.normal = hit.worldNormal;
+  return hit;
+}
+
+PainterHit PaintSystem::Follow(const IPoint2& mouse) {
+  WayPoint point{.mouse = mouse, .ray = {{0, 0, 0}, {0, 0, 0}}};
   const ViewExp* view = GetCOREInterface()->GetActiveViewExp();
   if (view && view->IsAlive())
-    OrSay([&] { hit = caster_.Cast(view->MapScreenToWorldRay(float(mouse.x), float(mouse.y))); });
-  way_.push_back({mouse, hit.hit, hit.worldPoint, hit.worldNormal});
+    point.ray = view->MapScreenToWorldRay(float(mouse.x), float(mouse.y));
+  const PainterHit hit = Meet(point);
+  way_.push_back(point);
   if (way_.size() > kMostPoints) way_.pop_front();
   return hit;
 }

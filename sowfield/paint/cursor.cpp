@@ -59,21 +59,32 @@ void Paint_Cursor::proc(Interface* ip) {
 
   const int newest = host->GetStrokePointCount() - 1;
   if (newest < 0) return;
-  const bool hit = host->GetStrokeHit(newest);
   Point3 current(0, 0, 0);
-  if (hit) {
-    current = host->GetStrokePointWorld(newest);
-  } else if (!GroundPoint(*view, host->GetStrokeMouse(newest), current)) {
-    return;
+  bool found = PointOfRecord(*view, newest, current);
+  // The record is cast against the targets of before. A surface that has just come under the
+  // pointer must count for the entries that led to it, or the first placements would look from the
+  // ground below it, towards the eye; and one above the horizon, where no ground lies behind, must
+  // count at all.
+  if (moved && painter_.UpdateTargetsAtCursor(*view, mouse, found ? &current : nullptr)) {
+    host->UpdateMeshes(true);
+    found = PointOfRecord(*view, newest, current);
   }
-  if (moved) painter_.UpdateTargetsAtCursor(*view, mouse, current);
+  if (!found) return;
 
   const Matrix3 normalMatrix =
-      hit ? MatrixFromNormal(host->GetStrokeNormalWorld(newest)) : Matrix3();
+      host->GetStrokeHit(newest) ? MatrixFromNormal(host->GetStrokeNormalWorld(newest)) : Matrix3();
   ChangeSize(ip->GetKeys());
   if (painter_.State().paintTool == kLineTool && !ip->GetKeys().ctrl && moved)
     UpdateLineDirection(*view, current, normalMatrix);
   Draw(*view->getGW(), current, normalMatrix);
+}
+
+// Where an entry of the record lies, on a surface or the ground; false where it meets neither.
+bool Paint_Cursor::PointOfRecord(const ViewExp& view, int entry, Point3& point) const {
+  const IPainterInterface_V7* host = painter_.Host();
+  if (!host->GetStrokeHit(entry)) return GroundPoint(view, host->GetStrokeMouse(entry), point);
+  point = host->GetStrokePointWorld(entry);
+  return true;
 }
 
 void Paint_Cursor::ChangeSize(const host::Modifiers& keys) {
@@ -83,7 +94,10 @@ void Paint_Cursor::ChangeSize(const host::Modifiers& keys) {
   const float r = d.block->GetFloat(id, d.curTime);
   const float changed = keys.alt ? r - r * kShrink : r * kGrowth;
   const auto most = float(FindParam(id)->panel.high);
+  // A setting of the tool, not a part of what an eraser's stroke removes: its step may be open.
+  theHold->Suspend();
   d.block->SetValue(id, d.curTime, std::min(std::max(changed, d.brushMinimum), most));
+  theHold->Resume();
   d.Tell(Event::BrushSizeChanged);
 }
 
@@ -91,11 +105,10 @@ void Paint_Cursor::UpdateLineDirection(const ViewExp& view, const Point3& curren
                                        const Matrix3& normalMatrix) {
   IPainterInterface_V7* host = painter_.Host();
   const int count = host->GetStrokePointCount();
-  const int index = count <= kDirectionSpan ? 0 : count - kDirectionSpan;
-  IPoint2 snapped;
-  const Point3 from = host->GetStrokeHit(index)
-                          ? host->GetStrokePointWorld(index)
-                          : view.SnapPoint(host->GetStrokeMouse(index), snapped, nullptr, 1);
+  int index = count <= kDirectionSpan ? 0 : count - kDirectionSpan;
+  // Entries before the sky tell no place: the next one counts.
+  Point3 from = current;
+  while (index < count && !PointOfRecord(view, index, from)) ++index;
   if (!(from == current)) lineDirection_ = current - from;
   lineDirection_ = VectorTransform(lineDirection_, Inverse(normalMatrix));
 

@@ -21,6 +21,7 @@ class Paint_Cursor : public RedrawViewsCallback {
   void Restart() { lastMouse_ = {INT_MIN, INT_MIN}; }
 
  private:
+  bool PointOfRecord(const ViewExp& view, int entry, Point3& point) const;
   void ChangeSize(const host::Modifiers& keys);
   void UpdateLineDirection(const ViewExp& view, const Point3& current, const Matrix3& normalMatrix);
   void Draw(GraphicsWindow& gw, const Point3& current, const Matrix3& normalMatrix) const;

@@ -75,6 +75,8 @@ void SowfieldPainter::SetPaintTool() {
     }
     rightClick.painter = this;
     FillSourceNodes();
+    index_ =
+        std::make_unique<TargetIndex>([this](const INode* n) { return isPreview_.contains(n); });
     cursor_.Restart();
     GetCOREInterface()->RegisterRedrawViewsCallback(&cursor_);
   } else if (state_.paintTool == kEraseTool) {
@@ -108,6 +110,7 @@ void SowfieldPainter::EndPaint() {
   CommitPending();
   selectedTypes_.clear();
   targetNodes_.ZeroCount();
+  index_.reset();
   tellEnd();
 }
 
@@ -148,47 +151,52 @@ void SowfieldPainter::OnEvent(Event event) {
 void SowfieldPainter::NodeLeft(void* param, NotifyInfo* info) {
   auto* self = static_cast<SowfieldPainter*>(param);
   auto* node = static_cast<INode*>(info->subject);
+  if (self->isPreview_.erase(node) > 0) {
+    std::erase(self->strokeNodes_, node);
+    return;
+  }
   Tab<INode*>& targets = self->targetNodes_;
   for (int i = targets.Count(); i-- > 0;)
     if (targets[i] == node) targets.Delete(i, 1);
   for (INode*& source : self->sourceNodes_)
     if (source == node) source = nullptr;
   std::erase(self->fileNodes_, node);
-  if (self->isPreview_.erase(node) > 0) std::erase(self->strokeNodes_, node);
 }
 
-TargetRule SowfieldPainter::Rule() const {
+TargetQuery SowfieldPainter::QueryAlong(const SightLine& line, const Reach& reach) const {
   const IParamBlock2& block = *d_.block;
-  return {SowfieldObjectsAreTargets(block.GetInt(Paint_On_Self, d_.curTime) != 0, state_.paintTool,
-                                    block.GetInt(Display_Mode, d_.curTime)),
-          [this](const INode* n) { return isPreview_.contains(n); }};
+  Interface* ip = GetCOREInterface();
+  const bool onSelf = block.GetInt(Paint_On_Self, d_.curTime) != 0;
+  const int mode = block.GetInt(Display_Mode, d_.curTime);
+  return {SowfieldObjectsAreTargets(onSelf, state_.paintTool, mode), ip->GetTime(),
+          ip->GetActiveViewExp(), line, reach};
 }
 
-void SowfieldPainter::TakeTargets(const Tab<INode*>& found) {
+bool SowfieldPainter::TakeTargets(const Tab<INode*>& found) {
   for (INode* n : found) {
     if (targetNodes_.Contains(n)) continue;
     targetNodes_ = found;
     painter_->InitializeNodes(0, targetNodes_.Count(), &targetNodes_[0]);
-    return;
+    return true;
   }
+  return false;
 }
 
-void SowfieldPainter::UpdateTargetsAtCursor(const ViewExp& view, const IPoint2& mouse,
-                                            const Point3& worldPoint) {
-  Interface* ip = GetCOREInterface();
+bool SowfieldPainter::UpdateTargetsAtCursor(const ViewExp& view, const IPoint2& mouse,
+                                            const Point3* towards) {
   const Ray ray = view.MapScreenToWorldRay(float(mouse.x), float(mouse.y));
+  const SightLine line = SightLineThrough(ray.p, towards ? *towards : ray.p + ray.dir);
   Tab<INode*> found;
-  CollectTargetsForCursor(Rule(), ip->GetRootNode(), ip->GetTime(), ip->GetActiveViewExp(),
-                          SightLineThrough(ray.p, worldPoint), found);
-  TakeTargets(found);
+  index_->Collect(GetCOREInterface()->GetScene(), QueryAlong(line, {.scaled = true}), found);
+  return TakeTargets(found);
 }
 
 void SowfieldPainter::WidenTargets(const PainterEvent& event, const ViewExp& view) {
-  Interface* ip = GetCOREInterface();
   const Ray ray = view.MapScreenToWorldRay(float(event.mouse.x), float(event.mouse.y));
+  const SightLine line = SightLineThrough(ray.p, event.worldPoint);
   Tab<INode*> found = targetNodes_;
-  CollectTargetsForStroke(Rule(), ip->GetRootNode(), ip->GetTime(), ip->GetActiveViewExp(),
-                          SightLineThrough(ray.p, event.worldPoint), event.radius, found);
+  index_->Collect(GetCOREInterface()->GetScene(), QueryAlong(line, {.radius = event.radius}),
+                  found);
   TakeTargets(found);
 }
 

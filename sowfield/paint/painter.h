@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <unordered_set>
 #include <vector>
@@ -12,7 +13,7 @@
 #include "sowfield/model/placement.h"
 #include "sowfield/paint/cursor.h"
 #include "sowfield/paint/paintstate.h"
-#include "sowfield/paint/targets.h"
+#include "sowfield/paint/targetindex.h"
 
 namespace sowfield {
 
@@ -57,7 +58,9 @@ class SowfieldPainter : public ReferenceTarget, public IPainterCanvasInterface_V
   Distribution& Dist() { return d_; }
   PaintState& State() { return state_; }
   IPainterInterface_V7* Host() { return painter_; }
-  void UpdateTargetsAtCursor(const ViewExp& view, const IPoint2& mouse, const Point3& worldPoint);
+  /// Makes what lies under the mouse the targets, if one of it is none yet; true then. `towards` is
+  /// a world point under the mouse; null where there is none, and the view ray itself is followed.
+  bool UpdateTargetsAtCursor(const ViewExp& view, const IPoint2& mouse, const Point3* towards);
   const Tab<INode*>& TargetNodes() const { return targetNodes_; }
   const std::vector<INode*>& StrokeNodes() const { return strokeNodes_; }
   size_t PendingCount() const { return pendingPos_.size(); }
@@ -97,8 +100,8 @@ class SowfieldPainter : public ReferenceTarget, public IPainterCanvasInterface_V
 
   // Sessions (painter.cpp).
   void FillSourceNodes();
-  TargetRule Rule() const;
-  void TakeTargets(const Tab<INode*>& found);
+  TargetQuery QueryAlong(const SightLine& line, const Reach& reach) const;
+  bool TakeTargets(const Tab<INode*>& found);
   void WidenTargets(const PainterEvent& event, const ViewExp& view);
   static void NodeLeft(void* param, NotifyInfo* info);
 
@@ -115,6 +118,7 @@ class SowfieldPainter : public ReferenceTarget, public IPainterCanvasInterface_V
   std::vector<INode*> strokeNodes_;  // previews, in order of making
   std::unordered_set<const INode*> isPreview_;
   Tab<INode*> targetNodes_;
+  std::unique_ptr<TargetIndex> index_;  // while a session runs
 
   // Pending placements, the same length all.
   std::vector<Point3> pendingPos_;

@@ -83,13 +83,13 @@ void SowfieldPainter::DeletePreviews(bool redraw) {
   if (strokeNodes_.empty()) return;
   std::vector<INode*> nodes = std::move(strokeNodes_);
   strokeNodes_.clear();
-  isPreview_.clear();
   // The newest first: they stand at the end of every list that holds them.
   std::reverse(nodes.begin(), nodes.end());
   Interface* ip = GetCOREInterface();
   theHold->Suspend();
   ip->DeleteNodes(nodes, false);
   theHold->Resume();
+  isPreview_.clear();
   if (redraw) ip->RedrawViews(ip->GetTime());
 }
 

@@ -16,46 +16,28 @@ SightLine SightLineThrough(const Point3& eye, const Point3& point) {
   return {eye, Normalize(point - eye) * std::numeric_limits<float>::max()};
 }
 
-namespace {
-
-bool IsPaintable(const TargetRule& rule, Object* object) {
-  if (object->SuperClassID() != GEOMOBJECT_CLASS_ID) return false;
+Object* PaintableObject(INode* node, TimeValue t, Interval* valid) {
+  if (node->IsHidden()) return nullptr;
+  const ObjectState state = node->EvalWorldState(t, true);
+  Object* object = state.obj;
+  if (!object) return nullptr;
+  if (valid) *valid = Overlap(*valid, state.valid);
+  if (object->SuperClassID() != GEOMOBJECT_CLASS_ID) return nullptr;
   const Class_ID id = object->ClassID();
-  if (id == kMoksetProxyClassID || id == kForeignClassA || id == kForeignClassB) return false;
-  if (id == kSowfieldClassID && !rule.sowfieldObjects) return false;
-  return object->CanConvertToType(triObjectClassID) && object->CanConvertToType(polyObjectClassID);
+  if (id == kMoksetProxyClassID || id == kForeignClassA || id == kForeignClassB) return nullptr;
+  const bool converts =
+      object->CanConvertToType(triObjectClassID) && object->CanConvertToType(polyObjectClassID);
+  return converts ? object : nullptr;
 }
 
-template <class Widen>
-void Walk(const TargetRule& rule, INode* node, TimeValue t, ViewExp* view, const SightLine& line,
-          const Widen& widen, Tab<INode*>& found) {
-  const bool candidate = !node->IsHidden() && !(rule.isPreview && rule.isPreview(node));
-  Object* object = candidate ? node->EvalWorldState(t, true).obj : nullptr;
-  if (object && IsPaintable(rule, object)) {
-    Box3 box;
-    object->GetWorldBoundBox(t, node, view, box);
-    widen(box);
-    Point3 hit;
-    if (!box.IsEmpty() && CheckLineBox(box.Min(), box.Max(), line.l1, line.l2, hit) &&
-        !found.Contains(node))
-      found.Append(node);
-  }
-  for (int i = 0; i < node->NumberOfChildren(); ++i)
-    Walk(rule, node->GetChildNode(i), t, view, line, widen, found);
-}
-
-}  // namespace
-
-void CollectTargetsForCursor(const TargetRule& rule, INode* node, TimeValue t, ViewExp* view,
-                             const SightLine& line, Tab<INode*>& found) {
-  Walk(
-      rule, node, t, view, line, [](Box3& box) { box.Scale(1.2f); }, found);
-}
-
-void CollectTargetsForStroke(const TargetRule& rule, INode* node, TimeValue t, ViewExp* view,
-                             const SightLine& line, float radius, Tab<INode*>& found) {
-  Walk(
-      rule, node, t, view, line, [&](Box3& box) { box.EnlargeBy(radius); }, found);
+bool IsTarget(const TargetQuery& query, INode* node) {
+  Object* object = PaintableObject(node, query.t);
+  if (!object || (object->ClassID() == kSowfieldClassID && !query.sowfieldObjects)) return false;
+  Box3 box;
+  object->GetWorldBoundBox(query.t, node, query.view, box);
+  query.reach.Widen(box);
+  Point3 hit;
+  return !box.IsEmpty() && CheckLineBox(box.Min(), box.Max(), query.line.l1, query.line.l2, hit);
 }
 
 bool LineDistanceHit(double d1, double d2, const Point3& l1, const Point3& l2, Point3& hit) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "host/math/quat.h"
+#include "host/scene/modifier.h"
 #include "tests/sowfield/paint_fixture.h"
 #include "tests/sowfield/placement_twin.h"
 
@@ -12,6 +13,23 @@ namespace sowfield {
 namespace {
 
 using Nodes = std::vector<INode*>;
+
+/// A walk over all nodes from one downward: what the index answers without it.
+void Walk(const TargetQuery& query, INode* node, const INode* preview, Nodes& found) {
+  if (node != preview && IsTarget(query, node)) found.push_back(node);
+  for (int i = 0; i < node->NumberOfChildren(); ++i)
+    Walk(query, node->GetChildNode(i), preview, found);
+}
+
+/// The index against the walk, and what both say.
+Nodes Targets(TargetIndex& index, PaintScene& s, const TargetQuery& query, const INode* preview) {
+  Nodes plain;
+  Walk(query, s.host.Services().GetRootNode(), preview, plain);
+  Tab<INode*> found;
+  for (int twice = 0; twice < 2; ++twice) index.Collect(s.host.GetScene(), query, found);
+  EXPECT_EQ(Nodes(found.begin(), found.end()), plain);
+  return plain;
+}
 
 // Slabs in double: the open box has a point of the line iff the three open intervals overlap.
 TEST(PaintTargets, LinesAgainstSlabs) {
@@ -86,13 +104,10 @@ struct OddObject : BoxObject {
 TEST(PaintTargets, WalkByClassVisibilityAndReach) {
   PaintScene s(0);
   INode* preview = s.AddBox(L"preview", 2, 2, 2);
+  TargetIndex index([&](const INode* n) { return n == preview; });
   const auto under = [&](float x, float y) {
-    const TargetRule rule{false, [&](const INode* n) { return n == preview; }};
-    Tab<INode*> found;
-    for (int twice = 0; twice < 2; ++twice)
-      CollectTargetsForCursor(rule, s.host.Services().GetRootNode(), 0, &s.View(),
-                              SightLineThrough({x, y, 50}, {x, y, 0}), found);
-    return Nodes(found.begin(), found.end());
+    const SightLine line = SightLineThrough({x, y, 50}, {x, y, 0});
+    return Targets(index, s, {false, 0, &s.View(), line, {.scaled = true}}, preview);
   };
   const Class_ID plain{0x1234, 0x5678};
   s.AddNode(L"odd", new OddObject(SHAPE_CLASS_ID, plain));
@@ -112,6 +127,86 @@ TEST(PaintTargets, WalkByClassVisibilityAndReach) {
   box->Hide(true);
   EXPECT_EQ(under(0, 0), Nodes{});
   EXPECT_EQ(under(0, 40), Nodes{child}) << "the child of a hidden parent counts";
+}
+
+/// Changes a scene of boxes at random, as a person might.
+struct Unrest {
+  INode* Any() {
+    const Nodes all = s.host.GetScene().AllNodes();
+    return all[size_t(draw.Int(0, int(all.size()) - 1))];
+  }
+  void Act() {
+    INode *n = Any(), *to = Any();
+    const INode* up = to;
+    while (up && up != n) up = up->GetParentNode();
+    auto* box = dynamic_cast<BoxObject*>(n->GetObjectRef());
+    auto* stack = dynamic_cast<DerivedObject*>(n->GetObjectRef());
+    switch (draw.Int(0, 11)) {
+      case 0:
+        return void(s.AddBox(L"box", draw.Float(0, 4), draw.Float(0, 4), 1, draw.Point(-9, 9)));
+      case 1:
+        return n->SetNodeTM(time, TransMatrix(draw.Point(-9, 9)));
+      case 2:
+        return n->Hide(!n->IsHidden());
+      case 3:
+        return void(up || (to->AttachChild(n, draw.Int(0, 1)), 0));
+      case 4:
+        return n == s.node ? void() : s.host.Services().DeleteNode(n, false, false);
+      case 5:
+        return box ? box->SetSize(draw.Float(0, 4), draw.Float(0, 4), 2) : void();
+      case 6:
+        return n->SetObjOffsetPos(draw.Point(-3, 3));
+      case 7: {
+        host::TransformParts parts = host::PartsOf(TransMatrix(draw.Point(-9, 9)));
+        return n->GetTMController()->SetKeys(400 * draw.Int(0, 3), parts,
+                                             TransformControl::kPosition);
+      }
+      case 8:
+        if (n == s.node || stack) return;
+        stack = new DerivedObject(n->GetObjectRef());
+        stack->AddModifier(modifiers.emplace_back(new XFormModifier).get());
+        return n->SetObjectRef(stack);
+      case 9:
+        return modifiers.empty() ? void()
+                                 : modifiers.back()->SetMatrix(TransMatrix(draw.Point(-5, 5)));
+      case 10:
+        return s.host.Services().SetTime(time = 400 * draw.Int(0, 3));
+      default:
+        return n == s.node ? void() : n->SetObjectRef(to->GetObjectRef());
+    }
+  }
+  PaintScene& s;
+  Draws draw;
+  TimeValue time = 0;
+  std::vector<Pin<XFormModifier>> modifiers;
+};
+
+TEST(PaintTargets, TheIndexAnswersAsTheWalkThroughAllChanges) {
+  size_t met = 0;
+  for (std::uint32_t seed = 1; seed <= 4; ++seed) {
+    PaintScene s(1);
+    INode* preview = s.AddBox(L"preview", 9, 9, 9);
+    const Pin<INode> kept(preview);
+    s.AppendPlacements({{{2, 2, 0}}, {{-6, 3, 0}}});
+    Unrest unrest{s, Draws(seed), 0, {}};
+    for (int i = 0; i < 60; ++i) s.AddBox(L"box", 1, 2, 1, unrest.draw.Point(-9, 9));
+    TargetIndex index([&](const INode* n) { return n == preview; });
+    for (int act = 0; act < 250; ++act) {
+      theHold.Begin();
+      unrest.Act();
+      theHold.Accept(L"act");
+      for (int k = unrest.draw.Int(0, 3); k > 0; --k)
+        unrest.draw.Int(0, 1) ? s.Undo().Undo() : s.Undo().Redo();
+      const Point3 eye = unrest.draw.Point(-30, 30), to = unrest.draw.Point(-9, 9);
+      for (const Reach reach : {Reach{.scaled = true}, Reach{.radius = 0.5f}})
+        met += Targets(index, s,
+                       {act % 3 == 0, unrest.time, &s.View(), SightLineThrough(eye, to), reach},
+                       preview)
+                   .size();
+      ASSERT_FALSE(testing::Test::HasFailure()) << "seed " << seed << ", act " << act;
+    }
+  }
+  EXPECT_GT(met, 200u);
 }
 
 TEST(PaintTargets, TheListFollowsTheCursor) {
@@ -203,6 +298,46 @@ TEST(PaintCursor, OffTheSurfacesTheGroundCounts) {
       EXPECT_LT(Length(p - Point3(3, 0, 0)), 1e-4f);
     }
   EXPECT_LT(Length(Arrow(s.object->paint.brushAngle) - Point3(0, 1, 0)), 1e-4f);
+}
+
+// Ground 4 units up, seen aslant, and a wall up to 20 that stands before the sky: nothing of both
+// is known when the session starts, and the ground Z 0 behind a pixel is elsewhere or nowhere.
+TEST(PaintCursor, ASurfaceCountsFromTheFirstEventOn) {
+  PaintScene s(1);
+  s.AddPlane(L"raised", 40, 40, 1, 1, {0, 0, 4});
+  s.AddBox(L"wall", 40, 1, 20, {0, 20, 0});
+  s.Look(ViewExp::Perspective({0, -20, 9}, {0, 0, 9}, 1.2f, 400, 400));
+  s.Brush(1, 0);
+  for (const Point3& from : {Point3(-3, 0, 4), Point3(-3, 19.5f, 15)}) {
+    const size_t first = s.Count();
+    s.host.Views().Move(s.Pixel(from));
+    ASSERT_TRUE(PressToolButton(kLineTool));
+    s.host.Views().Press(s.Pixel(from));
+    for (const float x : {1.0f, 4.0f}) s.host.Views().Move(s.Pixel(from + Point3(x, 0, 0)));
+    s.host.Views().Release(s.host.Views().MousePosition());
+    ASSERT_EQ(s.Count(), first + 3);
+    for (size_t i = first; i < s.Count(); ++i) {
+      const Placement p = s.Rows()[i];
+      EXPECT_NEAR(p.position.z, from.z, 0.2f) << i;
+      EXPECT_NEAR(p.position.y, from.y, 0.4f) << i;
+      // On the ground the angle about Z is the line's own: the way went along +X.
+      const bool follows = i > first && from.z == 4;
+      EXPECT_TRUE(!follows || Length(Arrow(p.angles.z) - Point3(1, 0, 0)) < 0.2f) << i;
+    }
+    s.Painter().EndPaint();
+  }
+}
+
+TEST(PaintCursor, ANewSessionLooksForTargetsWhereThePointerIs) {
+  PaintScene s(1);
+  INode* ground = s.AddPlane(L"ground", 18, 18);
+  s.MoveTo(1, 1);
+  for (int session = 0; session < 2; ++session) {
+    ASSERT_TRUE(PressToolButton(kLineTool));
+    s.host.Services().RedrawViews(0);
+    EXPECT_EQ(s.Targets(), Nodes{ground}) << session;
+    s.Painter().EndPaint();
+  }
 }
 
 struct CursorScene : PaintScene {

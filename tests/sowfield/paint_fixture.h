@@ -37,7 +37,7 @@ class ScriptedPaintSystem : public ReferenceTarget, public IPainterInterface_V7 
   bool InPaintMode() const override { return session; }
   void EndPaintSession() override { session = false; }
   void InitializeNodes(int, int n, INode* const* all) override { sent.emplace_back(all, all + n); }
-  void UpdateMeshes(bool) override {}
+  void UpdateMeshes(bool) override { calls += 'u'; }
   void SetBrushRadius(float r) override { radius = r; }
   float GetBrushRadius() const override { return radius; }
   PainterHit RandomHit(int) override {
@@ -45,6 +45,7 @@ class ScriptedPaintSystem : public ReferenceTarget, public IPainterInterface_V7 
     return nextHit < hits.size() ? hits[nextHit++] : PainterHit{};
   }
   void AddToStroke(const IPoint2& mouse, bool, bool) override {
+    calls += 'a';
     way.push_back(cast ? cast(mouse) : WayPoint{mouse});
   }
   int GetStrokePointCount() const override { return int(way.size()); }
@@ -60,6 +61,7 @@ class ScriptedPaintSystem : public ReferenceTarget, public IPainterInterface_V7 
   std::vector<WayPoint> way;
   std::function<WayPoint(const IPoint2&)> cast;
   std::vector<std::vector<INode*>> sent;
+  std::string calls;      // u and a, for updates of the meshes and additions to the record
   int narrowQueries = 0;  // queries by another radius than 4
 };
 

@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
 
 #include "host/viewport/picture.h"
 #include "sowfield/model/palette.h"
 #include "sowfield/model/placement.h"
+#include "sowfield/objects/proxylife.h"
 #include "tests/sowfield/paint_fixture.h"
 
 namespace sowfield {
@@ -178,6 +182,57 @@ TEST(PaintMode, BitForBitInOneStepAndOneRefreshEach) {
     s.host.Views().SetPainter(nullptr);
     while (s.Undo().Undo()) continue;
   }
+}
+
+// A setting of the tool: undo of a stroke takes back what the stroke laid or took, no more.
+TEST(PaintMode, KeysForTheSizeAreNoPartOfAStroke) {
+  const host::Modifiers grow{true, false, true};
+  for (const int tool : {kLineTool, kMultiTool, kEraseTool})
+    for (const float at : {0.0f, 8.0f}) {  // over the placement and off it
+      PaintScene s(1);
+      s.AppendPlacements({{{0, 0, 0}}});
+      s.Undo().Clear();
+      ASSERT_TRUE(PressToolButton(tool));
+      const Param id = tool == kLineTool ? Brush_LineSize : Brush_Size;
+      const float before = s.Block().GetFloat(id);
+      const IPoint2 pixel = s.Pixel({at, 0, 0});
+      s.host.Views().Press(pixel, grow);
+      for (int i = 1; i < 3; ++i) s.host.Views().Move({pixel.x, pixel.y + i}, grow);
+      s.host.Views().Release(s.host.Views().MousePosition(), grow);
+      s.host.Views().Move(s.host.Views().MousePosition());  // and lets the keys go
+      const float after = s.Block().GetFloat(id);
+      EXPECT_GT(after, before * 1.05f) << "by 1.02 a redraw, four of them at least";
+      EXPECT_EQ(s.Undo().UndoCount() == 0, s.Count() == 1) << "a step for what changed alone";
+      s.Undo().Undo();
+      EXPECT_EQ(s.Count(), 1u);
+      EXPECT_EQ(s.Block().GetFloat(id), after);
+    }
+}
+
+TEST(PaintMode, ATypeInAFileIsShownByAHiddenNodeOrByItsBox) {
+  const auto folder = std::filesystem::path(testing::TempDir()) / std::to_string(getpid());
+  std::filesystem::create_directories(folder);
+  for (const int vertices : {8, 899'999, 900'000}) {
+    PaintScene s(1);
+    bool written = false;
+    ASSERT_TRUE(ConvertType(s.D(), 0, (folder / "type.Vorn").wstring(), written) && written);
+    s.Block().SetValue(Geo_VertCount, 0, vertices, 0);
+    const size_t nodes = s.NodeCount();
+    ASSERT_TRUE(PressToolButton(kLineTool));
+    s.Give(PaintScene::Row(2), true);
+    ASSERT_EQ(s.Painter().StrokeNodes().size(), 2u);
+    ASSERT_EQ(s.NodeCount(), nodes + 3) << "two previews and what they share";
+    INode* source = s.Painter().SourceNodes()[0];
+    EXPECT_TRUE(source->IsHidden());
+    const EvaluatedMesh shown = EvalMesh(s.Painter().StrokeNodes()[1], 0);
+    EXPECT_EQ(s.Painter().StrokeNodes()[1]->GetObjectRef(), source->GetObjectRef());
+    // The box of 0.2 by 0.3 by 0.5, or a pyramid of these sizes.
+    EXPECT_EQ(shown.mesh->verts.size(), vertices < 900'000 ? 8u : 4u);
+    EXPECT_LT(Length(shown.mesh->getBoundingBox().Width() - Point3(0.2f, 0.3f, 0.5f)), 1e-5f);
+    s.Painter().EndPaint();
+    EXPECT_EQ(s.NodeCount(), nodes);
+  }
+  std::filesystem::remove_all(folder);
 }
 
 TEST(PaintMode, PreviewsStandWherePlacementsWillAndLeaveNoTrace) {

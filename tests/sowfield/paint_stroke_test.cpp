@@ -224,6 +224,36 @@ TEST(PaintStroke, TheMultiToolLaysAsManyAsTheWayPaysFor) {
   EXPECT_EQ(s.listener, (std::vector<WStr>(1, L"Invalid viewport!\n")));
 }
 
+// The object's own mesh may be among the targets, and what was laid may be painted on at once. The
+// statistics follow in any case; a light mode draws from the tables and rebuilds nothing.
+TEST(PaintStroke, TellsOfWhatItChanged) {
+  struct Case {
+    int tool, onSelf, mode;
+    const char *start, *event, *end;
+  };
+  for (const auto& [tool, onSelf, mode, start, event, end] :
+       {Case{kLineTool, 0, 2, "u", "", ""}, Case{kLineTool, 1, 4, "u", "", "ua"},
+        Case{kMultiTool, 1, 2, "u", "", "ua"}, Case{kEraseTool, 0, 2, "u", "", ""},
+        Case{kEraseTool, 0, 4, "u", "u", ""}, Case{kEraseTool, 1, 4, "u", "u", "ua"}}) {
+    SCOPED_TRACE("tool " + std::to_string(tool) + ", mode " + std::to_string(mode));
+    PaintScene s(1, PaintScene::kScripted);
+    s.AppendPlacements({{{0, 0, 0}}, {{9, 0, 0}}});
+    s.Set(Paint_On_Self, onSelf), s.Set(Display_Mode, mode);
+    s.object->RefreshObject();
+    ASSERT_TRUE(PressToolButton(tool));
+    s.host.Services().RedrawViews(0);  // the cursor's own additions end with the pointer's rest
+    const auto calls = [&] { return std::exchange(s.Scripted().calls, ""); };
+    const std::uint64_t mesh = s.object->mesh.Stamp();
+    calls(), s.log.Clear();
+    EXPECT_EQ((s.Canvas().StartStroke(), calls()), start);
+    EXPECT_EQ((s.Canvas().PaintStroke(PaintScene::On({0, 0.7f, 0})), calls()), event);
+    EXPECT_EQ((s.Canvas().EndStroke(), calls()), end);
+    EXPECT_GT(s.log.Count(Event::StatsChanged), 0);
+    EXPECT_NE(s.Count(), 2u);
+    EXPECT_EQ(s.object->mesh.Stamp() != mesh, mode >= 4) << "rebuilt";
+  }
+}
+
 bool Scan(const std::vector<Point3>& all, const Point3& p, float distance) {
   return std::any_of(all.begin(), all.end(),
                      [&](const Point3& q) { return Length(p - q) < distance; });

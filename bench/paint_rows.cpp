@@ -5,6 +5,7 @@
 
 #include "bench/painted.h"
 #include "bench/rows.h"
+#include "host/scene/primitives.h"
 #include "host/scene/triobject.h"
 
 namespace bench {
@@ -201,6 +202,79 @@ void EmbreeRays(benchmark::State& state) {
   if (hits == 0) state.SkipWithError("no hit");
 }
 
+// A stroke of the mouse back and forth over ground of 60 by 60 units, with so many placements laid
+// before the timing starts.
+Body LongStroke(int laid, int amount, int nodesBeside) {
+  return [=](benchmark::State& state) {
+    DropScene();
+    Painted scene(0, 1);
+    auto* ground = new PlaneObject;
+    ground->SetSize(60, 60, 1, 1);
+    scene.host.GetScene().CreateObjectNode(ground);
+    for (int i = 0; i < nodesBeside; ++i) {
+      auto* box = new BoxObject;
+      box->SetSize(1, 1, 1);
+      scene.host.GetScene().CreateObjectNode(box)->SetNodeTM(
+          0, TransMatrix({100.0f + 3 * float(i % 100), 3 * float(i / 100), 0}));
+    }
+    scene.Set(Brush_Amount, amount), scene.Set(Brush_Falloff, 0), scene.Set(Brush_Size, 3.0f);
+    scene.Set(Brush_Collision, 1e-4f);
+    host::Viewports& views = scene.host.Views();
+    views.SetActive(
+        std::make_shared<ViewExp>(ViewExp::Orthographic({0, 0, 10}, {0, 0, 0}, 60, 600, 600)));
+    // A brush width of 6 units, 60 pixels, an event: each pays for the whole amount.
+    int event = 0;
+    const auto at = [&] { return IPoint2{60 + 60 * (event % 9), 60 + 60 * (event / 9 % 9)}; };
+    const auto move = [&] {
+      ++event;
+      views.Move(at());
+    };
+    views.Move(at());
+    SowfieldPainter& painter = PainterOf(scene, kMultiTool);
+    views.Press(at());
+    while (painter.PendingCount() < size_t(laid)) move();
+    for (auto _ : state) move();
+    if (painter.PendingCount() == 0) state.SkipWithError("nothing was laid");
+    painter.EndPaint();
+  };
+}
+
+Body TypesAdded(int types) {
+  return [=](benchmark::State& state) {
+    DropScene();
+    for (auto _ : state) {
+      state.PauseTiming();
+      auto scene = std::make_unique<Painted>(0, 1);
+      std::vector<INode*> nodes;
+      for (int i = 0; i < types; ++i) {
+        auto* box = new BoxObject;
+        box->SetSize(1, 1, 1);
+        nodes.push_back(scene->host.GetScene().CreateObjectNode(box));
+      }
+      state.ResumeTiming();
+      for (INode* n : nodes) AddType(scene->object->distribution, n);
+      state.PauseTiming();
+      scene.reset();
+      state.ResumeTiming();
+    }
+  };
+}
+
+Body ObjectsCreated(int count) {
+  return [=](benchmark::State& state) {
+    DropScene();
+    for (auto _ : state) {
+      Painted scene(0, 1);
+      for (int i = 0; i < count; ++i) {
+        auto* made =
+            static_cast<Sowfield*>(CreateInstance(GEOMOBJECT_CLASS_ID, Painted::kSowfield));
+        scene.host.GetScene().CreateObjectNode(made);
+        made->InitNewObject();
+      }
+    }
+  };
+}
+
 }  // namespace
 
 void AddPaintRows() {
@@ -212,6 +286,13 @@ void AddPaintRows() {
   AddRow("1,000 accepted candidates on 1,000,000", Strokes(kMillion, kNone), "on 10,000",
          Strokes(10000, kNone));
   AddRow("start and end of a stroke on 1,000,000", Starts(kMillion), "on 10,000", Starts(10000));
+  AddRow("event of a stroke that has laid 198,000", LongStroke(198000, 200, 0), "2,000",
+         LongStroke(2000, 200, 0), AtMost(1.5));
+  AddRow("event of a stroke beside 20,000 nodes", LongStroke(0, 1, 20000), "beside 10",
+         LongStroke(0, 1, 10), AtMost(1.5));
+  AddRow("10,000 types added, ten times", TypesAdded(10000), "1,000", TypesAdded(1000), AtMost(13));
+  AddRow("10,000 objects created and gone, ten times", ObjectsCreated(10000), "1,000",
+         ObjectsCreated(1000), AtMost(13));
   AddRow("random hit of a dab, 80,000 faces", RandomHits, "Embree's own ray", EmbreeRays,
          AtMost(2));
   AddRow("erase event on 1,000,000 that removes 100", EraseEvent(0), "a pass, the tables written",

@@ -10,8 +10,8 @@ find_package(ZLIB REQUIRED)  # comes with libpng
 find_package(fmt REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)
-find_package(GTest)
-find_package(benchmark)
+find_package(GTest QUIET)
+find_package(benchmark QUIET)
 
 # assimp's own CMake target drags in what its shared library already holds (Draco, minizip).
 pkg_check_modules(assimp REQUIRED IMPORTED_TARGET assimp)

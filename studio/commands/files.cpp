@@ -214,6 +214,27 @@ void PutMissing(Stage& stage, JsonOut& document) {
   if (!missing.empty()) document.Line().Key("missing").Texts(missing);
 }
 
+// The files that the scene names, all of them in the document.
+std::string TellFiles(Stage& stage, JsonOut& document) {
+  constexpr size_t kMostShown = 20;
+  const std::vector<FileUse> uses = FilesOf(stage.Ip().GetScene());
+  if (uses.empty()) return "";
+  std::string text = "\nfiles:";
+  document.Line().Key("files").BeginList();
+  for (size_t i = 0; i < uses.size(); ++i) {
+    const std::string path = ToUtf8(uses[i].path);
+    const bool there = IsThere(uses[i]);
+    document.Line().BeginObject().Key("what").Text(uses[i].who).Key("path").Text(path);
+    document.Key("there").Flag(there).End();
+    if (i < kMostShown)
+      text += fmt::format("\n  {}: \"{}\"{}", uses[i].who, path, there ? "" : " (missing)");
+  }
+  document.End();
+  if (uses.size() > kMostShown)
+    text += fmt::format("\n  and {} more", Grouped((long long)(uses.size() - kMostShown)));
+  return text;
+}
+
 }  // namespace
 
 bool FileCommands::Commands::Check(CommandSteps& steps, bool sound, std::ostream& out) const {
@@ -279,7 +300,7 @@ void FileCommands::Commands::Info(CommandSteps& steps, std::ostream& out) const 
     document.Line().Key("renderer").Text(name.empty() ? "unknown" : ToUtf8(name));
     text += "\nrenderer: " + (name.empty() ? "unknown" : ToUtf8(name));
   }
-  PutMissing(stage, document);
+  text += TellFiles(stage, document);
   document.Line().Key("objects").BeginList();
   text += '\n';
   for (INode* node : stage.SowfieldNodes()) {

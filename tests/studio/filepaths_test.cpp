@@ -77,7 +77,9 @@ TEST_F(FilePaths, MissingFilesAreNamed) {
     EXPECT_EQ(r.status, line == "check" ? 1 : 0);
     EXPECT_TRUE(Says(r.err, "warning: " + first + "\nwarning: " + second)) << line;
   }
-  EXPECT_EQ(json::parse(Command("info --json @a/s.glb").out).at("missing").size(), 2u);
+  const json files = json::parse(Command("info --json @a/s.glb").out).at("files");
+  EXPECT_TRUE(files.size() == 4 && files[0]["there"] == true && files[1]["there"] == false);
+  EXPECT_TRUE(Says(Command("info @a/s.glb").out, Path("lib/f.Vorn").string() + "\" (missing)\n"));
   const Result told = Command("check --json @a/s.glb");
   EXPECT_TRUE(json::parse(told.out).at("sound") == false && Says(told.out, "type 1"));
   // Each is told once as long as it is missing, and behind each step that concerns them.

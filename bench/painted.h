@@ -9,7 +9,7 @@
 #include "host/scene/primitives.h"
 #include "sowfield/model/generator.h"
 #include "sowfield/objects/typelist.h"
-#include "sowfield/plugin/editcontext.h"
+#include "sowfield/panels/editcontext.h"
 #include "sowfield/plugin/entry.h"
 #include "sowfield/plugin/sowfield.h"
 

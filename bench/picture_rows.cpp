@@ -91,8 +91,9 @@ class BareLoop {
 
   void Send(const Mesh& mesh) {
     host::MeshStaging staging(mesh);
+    const auto ends = staging.PieceEnds(0, mesh.faces.size());
     size_t first = 0;
-    for (const size_t end : *staging.PieceEnds(0, mesh.faces.size())) {
+    for (const size_t end : ends.value()) {
       for (const host::StagedChunk& c : staging.Stage(first, end).chunks) {
         constexpr GLsizei stride = sizeof(host::StagedVertex);
         const size_t size = c.vertices.size() * stride;

@@ -4,8 +4,8 @@
 #include "sowfield/model/invariants.h"
 #include "sowfield/model/params.h"
 #include "sowfield/model/repair.h"
-#include "sowfield/plugin/entry.h"
 #include "sowfield/plugin/sowfield.h"
+#include "sowfield/resources/strings.h"
 
 namespace sowfield {
 

@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "host/interface.h"
-#include "sowfield/plugin/editcontext.h"
+#include "sowfield/panels/editcontext.h"
 #include "sowfield/plugin/sowfield.h"
 
 namespace sowfield {
@@ -25,7 +25,7 @@ int SowfieldCreateCallBack::proc(ViewExp* vpt, int msg, int point, int, IPoint2 
       mat.SetTrans(p0_);
       const TimeValue t = GetCOREInterface()->GetTime();
       ob_->pblock2->SetValue(Logo_size, t, 0.0f);
-      if (Sowfield* current = TheEditContext().currentObject) current->InitNewObject();
+      if (EditedObject* current = TheEditContext().currentObject) current->InitNewObject();
       return CREATE_CONTINUE;
     }
     case 1: {

@@ -14,8 +14,7 @@
 #include "sowfield/model/typedata.h"
 #include "sowfield/model/typerows.h"
 #include "sowfield/plugin/classdesc.h"
-#include "sowfield/plugin/editcontext.h"
-#include "sowfield/plugin/entry.h"
+#include "sowfield/resources/strings.h"
 #include "sowfield/sources/proxyfiles.h"
 
 namespace sowfield {

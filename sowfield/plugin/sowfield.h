@@ -8,6 +8,7 @@
 #include "sowfield/model/distribution.h"
 #include "sowfield/model/messages.h"
 #include "sowfield/paint/paintstate.h"
+#include "sowfield/panels/editcontext.h"
 #include "sowfield/plugin/createcallback.h"
 
 namespace sowfield {
@@ -15,7 +16,10 @@ namespace sowfield {
 /// The geometry object: a distribution of object types and placements held in one parameter block,
 /// which is its only reference and all that is stored. Everything else here lasts while the object
 /// is in memory.
-class Sowfield : public SimpleObject2, public ObjectSide, public InstanceSource {
+class Sowfield : public SimpleObject2,
+                 public ObjectSide,
+                 public EditedObject,
+                 public InstanceSource {
  public:
   Sowfield();
   ~Sowfield() override;
@@ -28,8 +32,10 @@ class Sowfield : public SimpleObject2, public ObjectSide, public InstanceSource 
   /// 0 when the file of a type can't be found: the views then say so.
   int proxyFilesFound = 1;
 
-  /// First set-up of an object that the user has just placed; its node must exist.
-  void InitNewObject();
+  // EditedObject.
+  Distribution& EditedDistribution() override { return distribution; }
+  PaintState& EditedPaintState() override { return paint; }
+  void InitNewObject() override;
 
   // ObjectSide.
   void RefreshObject() override;

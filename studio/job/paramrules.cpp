@@ -8,7 +8,7 @@
 
 #include "host/math/wstr.h"
 #include "sowfield/model/paramedit.h"
-#include "sowfield/plugin/entry.h"
+#include "sowfield/resources/strings.h"
 #include "studio/job/steptable.h"
 
 namespace studio {

@@ -1,7 +1,7 @@
 #include <fmt/format.h>
 
 #include "sowfield/paint/paintstate.h"
-#include "sowfield/plugin/editcontext.h"
+#include "sowfield/panels/editcontext.h"
 #include "studio/steps/steps.h"
 #include "studio/steps/views.h"
 

@@ -9,7 +9,7 @@
 
 #include "host/files/file.h"
 #include "sowfield/model/classids.h"
-#include "sowfield/plugin/editcontext.h"
+#include "sowfield/panels/editcontext.h"
 #include "sowfield/plugin/entry.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "studio/job/steptable.h"

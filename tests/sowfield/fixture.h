@@ -15,9 +15,10 @@
 #include "host/scenefile/scenefile.h"
 #include "sowfield/model/invariants.h"
 #include "sowfield/objects/typelist.h"
-#include "sowfield/plugin/editcontext.h"
+#include "sowfield/panels/editcontext.h"
 #include "sowfield/plugin/entry.h"
 #include "sowfield/plugin/sowfield.h"
+#include "sowfield/resources/strings.h"
 #include "tests/host/apart.h"
 
 namespace sowfield {
@@ -94,7 +95,7 @@ struct SowfieldScene {
     return made;
   }
   void CloseEdit() {
-    Sowfield* current = TheEditContext().currentObject;
+    auto* current = static_cast<Sowfield*>(TheEditContext().currentObject);
     if (current && current->PanelsOpen()) current->EndEditParams(&host.Services(), 0, nullptr);
   }
 

@@ -6,12 +6,20 @@
 
 namespace sowfield {
 
-class Sowfield;
+/// What panels and the creation by mouse need of the object that they act on.
+class EditedObject {
+ public:
+  virtual ~EditedObject() = default;
+  virtual Distribution& EditedDistribution() = 0;
+  virtual PaintState& EditedPaintState() = 0;
+  /// First set-up of an object that the user has just placed; its node must exist.
+  virtual void InitNewObject() = 0;
+};
 
 /// Whose panels are in use, and the painter of that object. One set of panels exists at a time.
 struct EditContext {
   /// Not cleared when panels close; cleared when the object dies.
-  Sowfield* currentObject = nullptr;
+  EditedObject* currentObject = nullptr;
   std::unique_ptr<SowfieldPainter> currentPainter;
 
   /// The painter of the current object, made at the first need; null without a current object.

@@ -1,7 +1,6 @@
-#include "sowfield/plugin/editcontext.h"
+#include "sowfield/panels/editcontext.h"
 
 #include "host/interface.h"
-#include "sowfield/plugin/sowfield.h"
 
 namespace sowfield {
 
@@ -12,8 +11,8 @@ EditContext& TheEditContext() {
 
 SowfieldPainter* EditContext::NeedPainter() {
   if (!currentPainter && currentObject)
-    currentPainter =
-        std::make_unique<SowfieldPainter>(currentObject->distribution, currentObject->paint);
+    currentPainter = std::make_unique<SowfieldPainter>(currentObject->EditedDistribution(),
+                                                       currentObject->EditedPaintState());
   return currentPainter.get();
 }
 
@@ -31,9 +30,10 @@ bool PressToolButton(int tool) {
     painter->EndPaint();
     return true;
   }
-  context.currentObject->paint.paintTool = tool;
+  PaintState& state = context.currentObject->EditedPaintState();
+  state.paintTool = tool;
   painter->SetPaintTool();
-  return context.currentObject->paint.paintTool == tool;
+  return state.paintTool == tool;
 }
 
 }  // namespace sowfield

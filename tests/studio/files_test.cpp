@@ -288,27 +288,6 @@ TEST_F(Files, AModelBecomesAScene) {
   EXPECT_EQ(Command("stats @model.glb").status, 1);
 }
 
-TEST_F(Files, OnlyScenesMakeWay) {
-  Write("m.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
-  Write("model.glb", "glTF of somebody else");
-  Done(kField + R"(, {"do": "save", "file": "scene.glb"}, {"do": "save", "file": "scene.glb"})");
-  const std::string scene = Read("scene.glb"),
-                    said =
-                        "model.glb\" is no scene that this program saved: it won't be replaced\n";
-  for (const std::string from : {"import @m.obj", "recover @scene.glb"}) {
-    Write("old.glb", scene + " ");
-    ExpectRefusal(1, from + " @old.glb", "old.glb\" is there already: --force replaces it\n");
-    EXPECT_EQ(Read("old.glb"), scene + " ");
-    EXPECT_EQ(Command(from + " @old.glb --force").status, 0);
-    EXPECT_EQ(Read("old.glb") == scene, from[0] == 'r');
-    ExpectRefusal(1, from + " @model.glb --force", said);
-  }
-  ExpectFault(
-      R"({"do": "open", "file": "m.obj"}, {"do": "save", "file": "model.glb", "backup": true})",
-      said);
-  EXPECT_EQ(Read("model.glb"), "glTF of somebody else");
-}
-
 TEST_F(Files, PathsLeadWhereTheSystemTakesThem) {
   std::filesystem::create_directories(Path("real/sub"));
   std::filesystem::create_directory_symlink("real/sub", Path("link"));

@@ -57,6 +57,8 @@ TEST_F(Outputs, OnlyTheirOwnKindMakesWay) {
   std::filesystem::copy(Path("note"), Path("s.glb.bak"));
   ExpectKept(open + R"({"do": "save", "file": "s.glb", "backup": true})", "s.glb.bak", "no scene");
   ExpectKept("mokset import @m.obj @x.Vorn --force", "x.Vorn", "is no Mokset file" + none);
+  for (const std::string from : {"import @m.obj", "recover @s.glb"})
+    ExpectKept(from + " @x.glb --force", "x.glb", "is no scene that this program saved" + none);
   ExpectKept("mokset export @s.Vorn @s.glb --force", "s.glb", "is no model of that format");
   ExpectKept("mokset export @s.Vorn @x.gltf --force", "x.gltf", "is no model");
   // What has no bytes is nobody's.
@@ -73,6 +75,12 @@ TEST_F(Outputs, WhatOthersMayLiveOnNeedsAWord) {
   Done(again);
   EXPECT_EQ(RunText("{\"steps\": [" + kScene + "]}", {.force = true}).status, 0);
   ExpectKept("mokset import @m.obj @s.Vorn", "s.Vorn", there + "--force replaces it");
+  std::filesystem::copy(Path("s.glb"), Path("o.glb"));
+  for (const std::string from : {"recover @s.glb", "import @m.obj"}) {
+    ExpectKept(from + " @o.glb", "o.glb", "o.glb\" " + there + "--force replaces it\n");
+    EXPECT_EQ(Command(from + " @o.glb --force").status, 0);
+    EXPECT_EQ(Read("o.glb") == Read("s.glb"), from[0] == 'r');
+  }
   EXPECT_EQ(Command("mokset export @s.Vorn @x.obj").status, 0);
   ExpectKept("mokset export @s.Vorn @x.obj", "x.obj", there + "--force replaces it");
   for (const std::string ending : {"obj", "gltf", "glb"})

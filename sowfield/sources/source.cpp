@@ -162,8 +162,8 @@ Source::~Source() {
 void Source::MovePivotToFloor(Before ofKind3) const {
   const Box3 box = SeenBox(node, t_, kind);
   const auto prepare = [&](INode* n) {
-    kind == kFromVRayProxy&& ofKind3 == Before::Reset ? n->ResetPivot(t_)
-                                                      : n->CenterPivot(t_, false);
+    const bool reset = kind == kFromVRayProxy && ofKind3 == Before::Reset;
+    reset ? n->ResetPivot(t_) : n->CenterPivot(t_, false);
   };
   prepare(node);
   if (kind == kFromVRayProxy) prepare(picked);

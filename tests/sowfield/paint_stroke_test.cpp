@@ -243,14 +243,14 @@ TEST(PaintStroke, TellsOfWhatItChanged) {
     ASSERT_TRUE(PressToolButton(tool));
     s.host.Services().RedrawViews(0);  // the cursor's own additions end with the pointer's rest
     const auto calls = [&] { return std::exchange(s.Scripted().calls, ""); };
-    const std::uint64_t mesh = s.object->mesh.Stamp();
+    const std::uint64_t mesh = s.Seen().Stamp();
     calls(), s.log.Clear();
     EXPECT_EQ((s.Canvas().StartStroke(), calls()), start);
     EXPECT_EQ((s.Canvas().PaintStroke(PaintScene::On({0, 0.7f, 0})), calls()), event);
     EXPECT_EQ((s.Canvas().EndStroke(), calls()), end);
     EXPECT_GT(s.log.Count(Event::StatsChanged), 0);
     EXPECT_NE(s.Count(), 2u);
-    EXPECT_EQ(s.object->mesh.Stamp() != mesh, mode >= 4) << "rebuilt";
+    EXPECT_EQ(s.Seen().Stamp() != mesh, mode >= 4) << "rebuilt";
   }
 }
 

@@ -1,5 +1,7 @@
 // Parameter blocks in scene files: by id, types by name, tables as their bytes.
 #include "host/core/tablerecords.h"
+
+#include <nlohmann/json.hpp>
 #include "host/scene/node.h"
 #include "host/scenefile/sceneclasses.h"
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <nlohmann/json.hpp>
 #include <unordered_map>
 
 #include "host/core/session.h"
@@ -127,8 +128,8 @@ class SceneBuilder {
     if (!thing) return;
     if (auto* unknown = dynamic_cast<UnknownThing*>(thing); unknown && !unknown->kept) {
       auto kept = std::make_shared<KeptValues>();
-      kept->tree = {{"super", HexValue(thing->SuperClassID())},
-                    {"class", ClassValue(thing->ClassID())}};
+      *kept->tree = {{"super", HexValue(thing->SuperClassID())},
+                     {"class", ClassValue(thing->ClassID())}};
       unknown->kept = std::move(kept);
     }
     nursery_.Drop(thing);

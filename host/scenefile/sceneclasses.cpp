@@ -1,6 +1,7 @@
 #include "host/scenefile/sceneclasses.h"
 
 #include <cmath>
+#include <nlohmann/json.hpp>
 
 #include "host/exchange/importplan.h"
 #include "host/scene/animatedmesh.h"

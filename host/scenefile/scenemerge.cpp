@@ -1,5 +1,6 @@
 #include "host/scenefile/scenemerge.h"
 
+#include <nlohmann/json.hpp>
 #include <unordered_map>
 #include <unordered_set>
 

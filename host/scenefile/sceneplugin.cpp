@@ -1,5 +1,7 @@
 // Things of plug-ins' classes in scene files: their parameter blocks, and what they refer to.
 #include "host/scene/triobject.h"
+
+#include <nlohmann/json.hpp>
 #include "host/scenefile/sceneclasses.h"
 
 namespace host {

@@ -1,4 +1,5 @@
 #include <climits>
+#include <nlohmann/json.hpp>
 
 #include "host/core/notify.h"
 #include "host/core/session.h"
@@ -84,19 +85,19 @@ json RecoverDescription(const ByteSource& source, GlbContent& content, Losses& l
   const bool foreign =
       readable && NamesItsChecksum(root) && content.json.find(kCrcMark) == std::string::npos;
   RecordedScene recorded = foreign ? RecordedScene() : FindRecords(source);
-  if (!recorded.found || (readable && !recorded.lack.empty())) {
+  if (!recorded.root || (readable && !recorded.lack.empty())) {
     if (!readable) throw SceneFault(why + ", and its bytes don't tell of a scene");
     losses.Add(why);
     return root;
   }
-  json& scene = recorded.root["extensions"][kSceneExtension];
+  json& scene = (*recorded.root)["extensions"][kSceneExtension];
   if (!content.json.empty())
     losses.Add(why + ". Its bytes tell of the scene" +
                (readable ? Differences(root["extensions"][kSceneExtension], scene) : ""));
   if (!recorded.lack.empty()) losses.Add(recorded.lack);
   content.binOffset = 0;
   content.binSize = source.Size();
-  return std::move(recorded.root);
+  return std::move(*recorded.root);
 }
 
 // A file to read, and what is known to be wrong with it where it is recovered all the same.

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <map>
 #include <new>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <vector>
 
@@ -291,7 +292,6 @@ RecordedScene FindRecords(const ByteSource& source) {
   for (Record& r : records)
     if (r.head.tag == outer.head.tag && r.head.count == outer.head.count)
       its.emplace(r.head.index, &r);
-  scene.found = true;
   const size_t count = outer.head.count, nodes = outer.head.nodes;
   Assembly assembly(source.Size());
   json rest = assembly.Run(its);
@@ -304,7 +304,7 @@ RecordedScene FindRecords(const ByteSource& source) {
       scene.lack +=
           ": empty nodes stand for " + std::to_string(made) + " of " + std::to_string(nodes);
   }
-  scene.root = assembly.Root(std::move(rest));
+  scene.root = std::make_shared<nlohmann::json>(assembly.Root(std::move(rest)));
   return scene;
 }
 

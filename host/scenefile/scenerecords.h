@@ -1,7 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <span>
 #include <string>
 #include <string_view>
@@ -41,9 +42,10 @@ void AddRecords(const nlohmann::json& scene, BinaryParts& parts);
 
 /// A scene as records describe it.
 struct RecordedScene {
-  nlohmann::json root;  // to be read as a text is, with places counted from the source's beginning
-  bool found = false;   // any record
-  std::string lack;     // which records are missing, and what stands for their nodes
+  /// To be read as a text is, with places counted from the source's beginning; null if there is no
+  /// record.
+  std::shared_ptr<nlohmann::json> root;
+  std::string lack;  // which records are missing, and what stands for their nodes
 };
 
 /// Whether there is any record that is whole.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "host/scenefile/scenevalues.h"

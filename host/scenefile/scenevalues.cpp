@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <nlohmann/json.hpp>
 
 #include "host/scene/node.h"
 
@@ -47,6 +48,9 @@ constexpr struct {
                    {"uint32", 4}, {"float", 4},  {"point3", 12}};
 
 }  // namespace
+
+KeptValues::KeptValues() : tree(std::make_unique<json>()) {}
+KeptValues::~KeptValues() = default;
 
 json FloatValue(float value) {
   if (std::isfinite(value)) return double(value);
@@ -199,7 +203,7 @@ json SceneOut::Texts(std::span<const WStr> values) {
   return table;
 }
 
-json SceneOut::Kept(const KeptValues& kept) { return Release(kept.tree, kept); }
+json SceneOut::Kept(const KeptValues& kept) { return Release(*kept.tree, kept); }
 
 json SceneOut::Release(const json& tree, const KeptValues& kept) {
   if (!tree.is_structured()) return tree;
@@ -391,7 +395,7 @@ std::vector<WStr> SceneIn::Texts(const json& table, const char* what) const {
 
 std::shared_ptr<const KeptValues> SceneIn::Keep(const json& tree) const {
   auto kept = std::make_shared<KeptValues>();
-  kept->tree = Capture(tree, *kept);
+  *kept->tree = Capture(tree, *kept);
   return kept;
 }
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -41,7 +41,9 @@ class SceneFault : public std::runtime_error {
 /// {"view": i} for blobs[i].
 class KeptValues {
  public:
-  nlohmann::json tree;
+  KeptValues();
+  ~KeptValues();
+  std::unique_ptr<nlohmann::json> tree;  // never null
   std::vector<Pin<ReferenceTarget>> targets;
   std::vector<std::vector<std::byte>> blobs;
 };
@@ -84,7 +86,7 @@ class SceneOut {
 
   /// A table, borrowed until the file is written. `type` is one of the table types.
   template <class T>
-  nlohmann::json Table(const char* type, std::span<const T> values) {
+  auto Table(const char* type, std::span<const T> values) {
     return Described(type, values.size() * (sizeof(T) / ElementSize(type)), std::as_bytes(values));
   }
   nlohmann::json Texts(std::span<const WStr> values);

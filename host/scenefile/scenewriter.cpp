@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "host/core/session.h"
 #include "host/exchange/sceneplan.h"

@@ -5,6 +5,7 @@
 #include <bit>
 #include <cmath>
 #include <map>
+#include <nlohmann/json.hpp>
 
 #include "host/core/control.h"
 #include "host/scenefile/scenevalues.h"

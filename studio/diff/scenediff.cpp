@@ -4,6 +4,7 @@
 #include <cstring>
 #include <deque>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <unordered_map>
 #include <unordered_set>
 

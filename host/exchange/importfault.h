@@ -1,13 +1,13 @@
 #pragma once
 
-#include <stdexcept>
+#include "host/core/errors.h"
 
 namespace host {
 
 /// Ends the reading of a model; its text is one line. Caught where the import was asked for.
-class ImportFault : public std::runtime_error {
+class ImportFault : public Error {
  public:
-  using std::runtime_error::runtime_error;
+  using Error::Error;
 };
 
 }  // namespace host

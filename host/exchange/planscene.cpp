@@ -4,6 +4,7 @@
 #include <memory>
 #include <span>
 
+#include "host/core/progress.h"
 #include "host/interface.h"
 #include "host/math/wstr.h"
 #include "host/scene/animatedmesh.h"
@@ -184,6 +185,7 @@ class PlannedObjects {
 
 void CheckMotion(const ImportPlan& plan) {
   for (size_t i = 0; i < plan.meshes.size(); ++i) {
+    TheProgress().At(i, plan.meshes.size());
     const PlannedMesh& mesh = plan.meshes[i];
     const std::string who = "mesh " + std::to_string(i);
     const size_t verts = mesh.mesh.verts.size();

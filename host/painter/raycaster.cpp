@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <stdexcept>
 #include <string>
 #include <unordered_set>
 
+#include "host/core/errors.h"
 #include "host/scene/simpleobject.h"
 
 // Embree's distances differ in their last bits between instruction sets, and so does the triangle
@@ -141,8 +141,8 @@ RTCDeviceTy* RayCaster::Device() {
 void RayCaster::CheckDevice() const {
   const RTCError error = rtcGetDeviceError(device_.get());
   if (error != RTC_ERROR_NONE)
-    throw std::runtime_error("the meshes can't be made ready for painting: Embree reports error " +
-                             std::to_string(int(error)));
+    throw Error("the meshes can't be made ready for painting: Embree reports error " +
+                std::to_string(int(error)));
 }
 
 void RayCaster::SetTargets(std::span<INode* const> nodes, TimeValue t) {

@@ -32,7 +32,7 @@ class RayCaster {
   RayCaster& operator=(const RayCaster&) = delete;
 
   /// Replaces the targets, null and repeated ones left out, and looks at their meshes at t. A node
-  /// without a mesh is never hit. Throws std::runtime_error when Embree can't hold the meshes.
+  /// without a mesh is never hit. Throws Error when Embree can't hold the meshes.
   void SetTargets(std::span<INode* const> nodes, TimeValue t);
   /// Looks at the meshes of the targets at t. Throws as SetTargets does.
   void Update(TimeValue t);

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <unordered_map>
 
+#include "host/core/progress.h"
 #include "host/core/session.h"
 #include "host/scene/modifier.h"
 #include "host/scene/node.h"
@@ -208,6 +209,7 @@ class SceneBuilder {
   void MakeNodes() {
     std::unordered_map<const INode*, int> depths;
     for (const json& value : ListOf(value_, "nodes")) {
+      TheProgress().At(nodes_.size(), value_["nodes"].size());
       if (!value.is_object()) {
         in_.Fault("a node is dropped: it is no object in braces");
         continue;
@@ -240,6 +242,7 @@ class SceneBuilder {
 
   void MakeThings() {
     for (const json& value : ListOf(value_, "things")) {
+      TheProgress().At(things_.size(), value_["things"].size());
       if (!value.is_object()) {
         in_.Fault("a thing is dropped: it is no object in braces");
         continue;

@@ -5,12 +5,12 @@
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "host/core/errors.h"
 #include "host/core/paramblock.h"
 #include "host/gltf/glb.h"
 #include "host/math/matrix3.h"
@@ -31,9 +31,9 @@ inline constexpr int kDeepestText = 64;
 inline constexpr int kDeepestSceneNode = 4096;
 
 /// Ends the saving or the opening of a scene; its text is one line that names the thing at fault.
-class SceneFault : public std::runtime_error {
+class SceneFault : public Error {
  public:
-  using std::runtime_error::runtime_error;
+  using Error::Error;
 };
 
 /// Values that this program can't interpret, kept as they were read: unknown parameters, and

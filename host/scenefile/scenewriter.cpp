@@ -4,6 +4,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "host/core/progress.h"
 #include "host/core/session.h"
 #include "host/exchange/sceneplan.h"
 #include "host/gltf/gltfwriter.h"
@@ -96,7 +97,10 @@ json SceneValue(Interface& ip, SceneOut& out, const std::vector<INode*>& nodes) 
   for (const ILayer* l : layers.Layers())
     layerList.push_back({{"name", ToUtf8(l->GetName())}, {"hidden", l->IsHidden()}});
   json nodeList = json::array();
-  for (INode* n : nodes) nodeList.push_back(NodeValue(out, *n));
+  for (size_t i = 0; i < nodes.size(); ++i) {
+    TheProgress().At(i, nodes.size());
+    nodeList.push_back(NodeValue(out, *nodes[i]));
+  }
   json selection = json::array();
   for (INode* n : ip.GetScene().Selection()) selection.push_back(out.Ref(n));
   const json renderer = out.Ref(ip.GetCurrentRenderer());

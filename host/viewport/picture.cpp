@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/core/progress.h"
 #include "host/interface.h"
 #include "host/math/elementary.h"
 #include "host/viewport/glcontext.h"
@@ -198,6 +199,7 @@ class PictureDrawing {
     painter_.emplace(store, view_.Width(), view_.Height(), lens_, frame_.Turned({0, 0, 1}));
     std::vector<PaintedMesh> painted(meshes.size());
     for (size_t i = 0; i < meshes.size(); ++i) {
+      TheProgress().At(i, meshes.size());
       painted[i].mesh = meshes[i].mesh;
       painted[i].colors = FaceColors(meshes[i].node->node.get());
       frame_.ToView(meshes[i].node->tm, painted[i].toView);

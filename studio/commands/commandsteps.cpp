@@ -3,8 +3,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <ostream>
 
 namespace studio {
+
+int TellFailure(const std::string& command, const std::exception& e, std::ostream& err) {
+  err << command << ": " << host::TextOf(e) << '\n';
+  if (const auto* f = dynamic_cast<const Failure*>(&e)) return f->status;
+  return dynamic_cast<const host::Cancelled*>(&e) ? kInterrupted : 1;
+}
 
 Call CommandSteps::Check(const Value& step) {
   std::vector<Fault> faults;
@@ -16,10 +23,12 @@ Call CommandSteps::Check(const Value& step) {
 Outcome CommandSteps::Do(const Value& step) {
   const Call call = Check(step);
   Outcome outcome;
+  ProgressLine line(ProgressLine::allowed, err_, call.decl->name);
+  const host::ProgressScope told(line);
   try {
     DoStep(stage_, call, outcome);
   } catch (const StepFailure& f) {
-    throw Failure{1, f.text};
+    throw Failure{1, f.what()};
   }
   return outcome;
 }

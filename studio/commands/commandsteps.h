@@ -1,22 +1,27 @@
 #pragma once
 
+#include <exception>
 #include <iosfwd>
 #include <string>
 
+#include "studio/commands/progressline.h"
 #include "studio/steps/steps.h"
 
 namespace studio {
 
 /// What ends a command, with its exit status.
-struct Failure {
+struct Failure : host::Error {
+  Failure(int exitStatus, const std::string& text) : Error(text), status(exitStatus) {}
   int status;
-  std::string text;
 };
+
+/// Tells what ended a command, and gives its exit status.
+int TellFailure(const std::string& command, const std::exception& e, std::ostream& err);
 
 /// Does single steps as a job would, on one stage. Paths start from the working folder.
 class CommandSteps {
  public:
-  explicit CommandSteps(std::ostream& err) : stage_("", err) {}
+  explicit CommandSteps(std::ostream& err) : stage_("", err), err_(err) {}
   Stage& GetStage() { return stage_; }
 
   /// The call points into the step.
@@ -29,7 +34,9 @@ class CommandSteps {
   void Choose(const std::string& object);
 
  private:
+  Interruptible interruptible_;
   Stage stage_;
+  std::ostream& err_;
 };
 
 }  // namespace studio

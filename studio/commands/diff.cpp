@@ -19,21 +19,21 @@ constexpr size_t kMostShown = 10;
 constexpr size_t kMostEntriesShown = 3;
 
 /// Ends the command with status 2.
-struct Trouble {
-  std::string text;
+struct Trouble : host::Error {
+  using Error::Error;
 };
 
 void OpenScene(Stage& stage, const std::string& file) {
-  if (const std::string why = WhyNoScene(file); !why.empty()) throw Trouble{why};
+  if (const std::string why = WhyNoScene(file); !why.empty()) throw Trouble(why);
   std::vector<Fault> faults;
   const Value step = StepOf("open").With("file", Value::Text(file));
   const std::optional<Call> call = CallOf(step, faults);
-  if (!call) throw Trouble{faults.front().text};
+  if (!call) throw Trouble(faults.front().text);
   try {
     Outcome outcome;
     OpenSceneFile(stage, *call, outcome);
   } catch (const StepFailure& f) {
-    throw Trouble{f.text};
+    throw Trouble(f.what());
   }
   // Two objects can't both have the panels.
   stage.StopEditing();
@@ -232,7 +232,7 @@ int DiffCommand::Run(std::ostream& out, std::ostream& err) const {
     Stage b("", err);
     OpenScene(b, b_);
     if (!object_.empty() && !HasObject(a, object_) && !HasObject(b, object_))
-      throw Trouble{fmt::format("no Sowfield object is named \"{}\"", object_)};
+      throw Trouble(fmt::format("no Sowfield object is named \"{}\"", object_));
     const SceneChange change =
         CompareScenes(a, b, object_.empty() ? std::nullopt : std::optional<std::string>(object_));
     const bool same = change.Nothing();
@@ -259,12 +259,8 @@ int DiffCommand::Run(std::ostream& out, std::ostream& err) const {
     }
     if (json_) out << json.End().Line().End().Str() << '\n';
     return same ? 0 : 1;
-  } catch (const Trouble& t) {
-    err << "diff: " << t.text << '\n';
-  } catch (const std::bad_alloc&) {
-    err << "diff: there isn't enough memory\n";
   } catch (const std::exception& e) {
-    err << "diff: " << e.what() << '\n';
+    err << "diff: " << host::TextOf(e) << '\n';
   }
   return 2;
 }

@@ -169,15 +169,9 @@ int FileCommands::Commands::Run(std::ostream& out, std::ostream& err) const {
   try {
     CommandSteps steps(err);
     return Do(steps, out) ? 0 : 1;
-  } catch (const Failure& f) {
-    err << name << ": " << f.text << '\n';
-    return f.status;
-  } catch (const std::bad_alloc&) {
-    err << name << ": there isn't enough memory\n";
   } catch (const std::exception& e) {
-    err << name << ": " << e.what() << '\n';
+    return TellFailure(name, e, err);
   }
-  return 1;
 }
 
 bool FileCommands::Commands::Do(CommandSteps& steps, std::ostream& out) const {
@@ -249,7 +243,7 @@ bool FileCommands::Commands::Check(CommandSteps& steps, bool sound, std::ostream
     out << (json ? document.End().Str() : fmt::format("{}: {}{}", scene, o.text, damage)) << '\n';
     return sound;
   } catch (const Failure& f) {
-    document.Key("sound").Flag(false).Key("error").Text(f.text);
+    document.Key("sound").Flag(false).Key("error").Text(f.what());
     if (json) out << document.End().Str() << '\n';
     throw;
   }

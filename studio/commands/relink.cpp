@@ -249,17 +249,9 @@ int PathCommands::Run(std::ostream& out, std::ostream& err) const {
       if (stays(m)) err << fmt::format("{}: {}: \"{}\": {}\n", name, m.who, m.from, m.why);
     out << (json_ ? AsJson(scene_, moves, any && !dryRun_) : AsText(moves, dryRun_));
     return all ? 0 : 1;
-  } catch (const Failure& f) {
-    err << name << ": " << f.text << '\n';
-    return f.status;
-  } catch (const StepFailure& f) {
-    err << name << ": " << f.text << '\n';
-  } catch (const std::bad_alloc&) {
-    err << name << ": there isn't enough memory\n";
   } catch (const std::exception& e) {
-    err << name << ": " << e.what() << '\n';
+    return TellFailure(name, e, err);
   }
-  return 1;
 }
 
 }  // namespace studio

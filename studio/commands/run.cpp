@@ -7,6 +7,7 @@
 #include <ostream>
 
 #include "host/files/file.h"
+#include "studio/commands/progressline.h"
 #include "studio/steps/steps.h"
 
 namespace studio {
@@ -19,31 +20,6 @@ double MillisecondsSince(Clock::time_point start) {
 }
 
 constexpr size_t kMostFaultsShown = 20;
-constexpr double kProgressEvery = 200;  // milliseconds
-
-/// The line on a terminal that tells how far long work is.
-class ProgressLine {
- public:
-  ProgressLine(bool on, std::ostream& err) : on_(on), err_(err) {}
-  ~ProgressLine() { Clear(); }
-  void Show(const std::string& text) {
-    if (!on_ || (shown_ > 0 && MillisecondsSince(last_) < kProgressEvery)) return;
-    Clear();
-    err_ << text << std::flush;
-    shown_ = text.size();
-    last_ = Clock::now();
-  }
-  void Clear() {
-    if (shown_ > 0) err_ << '\r' << std::string(shown_, ' ') << '\r' << std::flush;
-    shown_ = 0;
-  }
-
- private:
-  bool on_;
-  std::ostream& err_;
-  size_t shown_ = 0;
-  Clock::time_point last_;
-};
 
 class Runner {
  public:
@@ -51,6 +27,7 @@ class Runner {
       : file_(std::move(file)), options_(options), out_(out), err_(err) {}
 
   int Run() {
+    const Interruptible interruptible;
     const Clock::time_point start = Clock::now();
     json_.BeginObject().Line().Key("job").Text(file_).Line().Key("steps").BeginList();
     const bool done = ReadAndRun();
@@ -58,7 +35,7 @@ class Runner {
     if (!done) json_.Key("error").Text(error_);
     json_.Key("ms").Double(MillisecondsSince(start)).Line().End();
     if (options_.json) out_ << json_.Str() << '\n';
-    return done ? 0 : 1;
+    return done ? 0 : interrupted_ ? kInterrupted : 1;
   }
 
  private:
@@ -92,7 +69,7 @@ class Runner {
     try {
       return RunSteps(*job);
     } catch (const StepFailure& f) {
-      Error(f.place, f.text);
+      Error(f.place, f.what());
     } catch (const std::exception& e) {
       Error({}, e.what());
     }
@@ -125,27 +102,21 @@ class Runner {
 
   bool RunStep(Stage& stage, const Call& call, size_t steps) {
     const Clock::time_point start = Clock::now();
-    ProgressLine progress(options_.progress, err_);
-    const std::string what = fmt::format("[{}/{}] {}", call.number, steps, call.decl->name);
-    progress.Show(what);
-    stage.progress = [&](double part) {
-      progress.Show(fmt::format("{} {:.0f} %", what, 100 * part));
-    };
+    ProgressLine progress(options_.progress, err_,
+                          fmt::format("[{}/{}] {}", call.number, steps, call.decl->name));
+    const host::ProgressScope told(progress);
+    progress.Show();
     Outcome outcome;
     try {
       if (!call.decl->keepsPainting) stage.LeavePaintMode();
       DoStep(stage, call, outcome);
-    } catch (const StepFailure& f) {
-      progress.Clear();
-      Error(f.place, StepPrefix(call.number, call.decl->name) + f.text);
-      return false;
-    } catch (const std::bad_alloc&) {
-      progress.Clear();
-      Error(call.place, StepPrefix(call.number, call.decl->name) + "there isn't enough memory");
-      return false;
     } catch (const std::exception& e) {
       progress.Clear();
-      Error(call.place, StepPrefix(call.number, call.decl->name) + e.what());
+      const auto* failure = dynamic_cast<const StepFailure*>(&e);
+      interrupted_ = dynamic_cast<const host::Cancelled*>(&e) != nullptr;
+      Error(failure ? failure->place : call.place,
+            StepPrefix(call.number, call.decl->name) + host::TextOf(e) +
+                (interrupted_ ? "; no file was left half written" : ""));
       return false;
     }
     progress.Clear();
@@ -174,6 +145,7 @@ class Runner {
   std::ostream &out_, &err_;
   JsonOut json_;
   std::string error_;
+  bool interrupted_ = false;
 };
 
 }  // namespace

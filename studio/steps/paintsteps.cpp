@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include "host/core/progress.h"
 #include "sowfield/paint/paintstate.h"
 #include "sowfield/panels/editcontext.h"
 #include "studio/steps/steps.h"
@@ -72,7 +73,7 @@ void Stroke(Stage& stage, const Call& call, Outcome& out) {
   views.Press(events.front(), keys);
   for (size_t i = 1; i < events.size(); ++i) {
     views.Move(events[i], keys);
-    stage.progress(double(i) / double(events.size()));
+    host::TheProgress().At(i, events.size());
   }
   views.Release(events.back(), keys);
 

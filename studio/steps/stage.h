@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/core/errors.h"
 #include "host/host.h"
 #include "sowfield/plugin/sowfield.h"
 #include "studio/job/job.h"
@@ -15,9 +16,9 @@
 namespace studio {
 
 /// Why a step couldn't be done. The place is that of the field at fault, or the step's.
-struct StepFailure {
+struct StepFailure : host::Error {
+  StepFailure(Place at, const std::string& text) : Error(text), place(at) {}
   Place place;
-  std::string text;
 };
 
 /// The colour of a "#rrggbb".
@@ -114,8 +115,6 @@ class Stage {
   bool tellsMissing = true;
 
   std::ostream& Notices() { return notices_; }
-  /// Told of long work, 0 to 1.
-  std::function<void(double)> progress = [](double) {};
 
  private:
   std::string folder_;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "host/core/progress.h"
 #include "sowfield/proxy/moksetfile.h"
 
 namespace studio {
@@ -91,6 +92,7 @@ void TellMissing(Stage& stage, Outcome& out) {
 }  // namespace
 
 void DoStep(Stage& stage, const Call& call, Outcome& out) {
+  host::TheProgress().At(0);
   CheckOutput(stage, call);
   FunctionOf(call.decl->name)(stage, call, out);
   if (!stage.tellsMissing) return;

@@ -27,7 +27,8 @@ void HandOut(Stage& stage, const Call& call, const char* name, const std::string
              Outcome& out);
 
 /// Does a step as a job does it: what it writes is checked before, and Mokset files that are
-/// missing are told behind what reads or keeps them. Throws StepFailure.
+/// missing are told behind what reads or keeps them. Throws StepFailure; and host::Cancelled where
+/// the work was asked to end.
 void DoStep(Stage& stage, const Call& call, Outcome& out);
 
 using StepFunction = void (*)(Stage& stage, const Call& call, Outcome& out);

@@ -1,3 +1,6 @@
+#include <csignal>
+
+#include "studio/commands/progressline.h"
 #include "studio/job/steptable.h"
 #include "studio/steps/steps.h"
 #include "studio/steps/views.h"
@@ -45,6 +48,38 @@ TEST_F(Program, TheExitStatusTellsUsageFromFailure) {
   EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1);
   for (const char* words : {"--help", "run --help", "--version"})
     EXPECT_TRUE(Command(words).status == 0 && Command(words).err.empty()) << words;
+}
+
+TEST_F(Program, AnInterruptedJobSaysSoAndLeavesNoFile) {
+  const Interruptible here;
+  std::raise(SIGINT);
+  const Result r =
+      RunText("{\"steps\": [" + kField + ", {\"do\": \"save\", \"file\": \"s.glb\"}]}");
+  EXPECT_EQ(r.status, 130);
+  EXPECT_TRUE(Says(r.err, "step 1 (primitive): interrupted"));
+  EXPECT_FALSE(std::filesystem::exists(Path("s.glb")));
+}
+
+TEST_F(Program, ASaveThatIsEndedHalfWayLeavesTheOldFile) {
+  // Asked to end once the first of two nodes is gathered.
+  struct Ended : host::Progress {
+    void Report(double) override { ++reports; }
+    bool Asked() const override { return reports > 0; }
+    int reports = 0;
+  };
+  ASSERT_EQ(
+      RunText("{\"steps\": [" + kField + ", {\"do\": \"save\", \"file\": \"s.glb\"}]}").status, 0);
+  const std::string before = Read("s.glb");
+  std::ostringstream notices;
+  Stage stage("", notices);
+  stage.Ip().CreateObjectNode(nullptr), stage.Ip().CreateObjectNode(nullptr);
+  Ended progress;
+  const host::ProgressScope told(progress);
+  std::string error;
+  for (const std::string& name : {std::string("s.glb"), std::string("new.glb")})
+    EXPECT_THROW(host::SaveScene(stage.Ip(), Path(name).string(), {}, error), host::Cancelled);
+  EXPECT_EQ(Read("s.glb"), before);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 2) << "job and scene";
 }
 
 // Each can be done and is listed, the document's second half is the table of them, and the example

@@ -2,6 +2,8 @@
 
 #include "sowfield/model/listchange.h"
 
+#include <new>
+
 #include "tests/sowfield/typelist_fixture.h"
 
 namespace sowfield {
@@ -28,6 +30,21 @@ TEST(ListChange, IsTakenBackUnlessAccepted) {
   EXPECT_EQ(Differences(before, TakeSnapshot(s.Block())), "");
   EXPECT_TRUE(s.D().ListReady() == 1 && !theHold.Holding() && s.Undo().UndoCount() == 0);
   EXPECT_GT(s.redraws, 0);
+}
+
+TEST(ListChange, EndsWhoeverFailsToHearOfIt) {
+  struct Deaf : Listener {
+    void OnEvent(Event) override { throw std::bad_alloc(); }
+  } deaf;
+  OneType s;
+  s.D().AddListener(&deaf);
+  {
+    ListChange change(s.D(), L"Told");
+    s.D().Tell(Event::StatsChanged);
+    change.Accept();
+  }
+  s.D().RemoveListener(&deaf);
+  EXPECT_TRUE(s.D().ListReady() == 1 && !theHold.Holding());
 }
 
 TEST(ListChange, ThatStandsInAnotherEndsWithIt) {

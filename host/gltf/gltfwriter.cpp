@@ -45,16 +45,6 @@ TransformParts FrameOf(double metres) {
   return {{metres, metres, metres}, {-half, 0, 0, half}, {0, 0, 0}};
 }
 
-// The same for a node that nothing is above. The turn is applied last: from the left.
-TransformParts Turned(const TransformParts& p, double metres) {
-  const double h = std::sqrt(0.5);
-  const auto [x, y, z, w] = p.rotation;
-  const auto at = [&](double v) { return float(v * metres); };
-  return {{p.scale[0] * metres, p.scale[1] * metres, p.scale[2] * metres},
-          {h * (x - w), h * (y + z), h * (z - y), h * (w + x)},
-          {at(double(p.position.x)), at(double(p.position.z)), at(-double(p.position.y))}};
-}
-
 template <class Numbers>
 void PutNumbers(JsonOut& out, const char* name, const Numbers& numbers) {
   out.Key(name).BeginList();
@@ -66,6 +56,18 @@ void PutPlace(JsonOut& out, const TransformParts& p) {
   if (!(p.position == Point3(0, 0, 0))) out.Key("translation").Point(p.position);
   if (!(p.rotation == std::array<double, 4>{0, 0, 0, 1})) PutNumbers(out, "rotation", p.rotation);
   if (!(p.scale == std::array<double, 3>{1, 1, 1})) PutNumbers(out, "scale", p.scale);
+}
+
+// For a node that nothing is above: upright and in metres, to the bit, as by no quaternion.
+void PutTurned(JsonOut& out, const TransformParts& p, double metres) {
+  const Matrix3 m = MatrixOf(p);
+  out.Key("matrix").BeginList();
+  for (int row = 0; row < 4; ++row) {
+    const Point3& r = m.GetRow(row);
+    for (const float v : {r.x, r.z, -r.y}) out.Double(double(v) * metres + 0.0);  // no -0
+    out.Int(row == 3 ? 1 : 0);
+  }
+  out.End();
 }
 
 void PutIndices(JsonOut& out, const char* name, std::span<const size_t> indices) {
@@ -143,7 +145,7 @@ class PlanWriter {
       const ExportNode& node = plan_->nodes[index - frames_];
       if (!node.name.empty()) out.Key("name").Text(node.name);
       const bool turned = frames_ == 0 && node.parent < 0;
-      PutPlace(out, turned ? Turned(node.place, plan_->metres) : node.place);
+      turned ? PutTurned(out, node.place, plan_->metres) : PutPlace(out, node.place);
       if (node.mesh >= 0) out.Key("mesh").Int(node.mesh);
       if (node.skin >= 0) out.Key("skin").Int(node.skin);
       if (node.fov) out.Key("camera").Int((long long)(CameraOf(*node.fov)));

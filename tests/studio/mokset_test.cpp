@@ -100,6 +100,9 @@ TEST_F(Mokset, AModelThatWasExportedComesBack) {
       const auto near = [&](auto& v) { return Length(v - corner * unit) < 1e-5f; };
       EXPECT_EQ(std::count_if(back.verts.begin(), back.verts.end(), near), 1);
     }
+    const auto level = [](auto& v) { return v.y == 0; };
+    EXPECT_EQ(std::count_if(back.verts.begin(), back.verts.end(), level), 2)
+        << "upright to the bit";
     EXPECT_NE(back.faces[0].smGroup & back.faces[1].smGroup, 0u);
     EXPECT_NE(back.faces[0].getMatID(), back.faces[1].getMatID());
     const auto middle = [](auto& v) { return v == Point3(0.5f, 0.25f, 0); };

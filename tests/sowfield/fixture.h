@@ -155,7 +155,8 @@ struct SowfieldScene {
   std::vector<std::byte> SaveBytes() {
     std::vector<std::byte> bytes;
     std::string why;
-    EXPECT_TRUE(host::SaveSceneBytes(host.Services(), "/s.glb", bytes, why)) << why;
+    // Beside no file, so that all paths stay whole.
+    EXPECT_TRUE(host::SaveSceneBytes(host.Services(), "/beside no file/s.glb", bytes, why)) << why;
     return bytes;
   }
   /// As in scenes from before the rows of N.

@@ -268,21 +268,30 @@ RefResult INode::NotifyRefChanged(const Interval&, ReferenceTarget* target, Part
 // below are told one after the other, not in depth, and once where references run in a ring.
 // What a telling that runs has marked is left to it.
 void INode::ChildChanged(INode* child) {
-  if (Scene* scene = HomeScene()) scene->NodeChanged(child);
-  if (child->children_.empty() || child->told_) return;
+  if (child->told_ == Told::Now) return;
+  Scene* scene = HomeScene();
+  if (scene) scene->NodeChanged(child);
+  if (child->children_.empty() || child->told_ != Told::No) return;
   std::vector<Pin<INode>> all = {Pin<INode>(child)};
   for (size_t i = 0; i < all.size(); ++i)
     for (INode* n : all[i]->children_)
-      if (!n->told_) all.emplace_back(n);
+      if (n->told_ == Told::No) all.emplace_back(n);
   struct Marks {
-    explicit Marks(const std::vector<Pin<INode>>& n) : nodes(n) { Set(true); }
-    ~Marks() { Set(false); }
-    void Set(bool told) const {
+    explicit Marks(const std::vector<Pin<INode>>& n) : nodes(n) { Set(Told::InTurn); }
+    ~Marks() { Set(Told::No); }
+    void Set(Told told) const {
       for (const Pin<INode>& n : nodes) n->told_ = told;
     }
     const std::vector<Pin<INode>>& nodes;
   } const marks(all);
-  for (size_t i = 1; i < all.size(); ++i) all[i]->Changed();
+  for (size_t i = 1; i < all.size(); ++i) {
+    INode& below = *all[i];
+    if (scene) scene->NodeChanged(&below);
+    if (below.Dependents().size() == 1) continue;  // its parent alone
+    below.told_ = Told::Now;
+    below.Changed();
+    below.told_ = Told::InTurn;
+  }
 }
 
 Scene* INode::HomeScene() const {

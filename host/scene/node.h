@@ -103,6 +103,8 @@ class INode : public ReferenceTarget {
   Scene* HomeScene() const;
   void Rename(const WStr& name);
   std::uint64_t RankAt(size_t at);
+  /// That it moved with a parent, by the telling that runs.
+  enum class Told : std::uint8_t { No, InTurn, Now };
   void ChildChanged(INode* child);
   void InsertChild(INode* child, size_t at);
   size_t RemoveChild(INode* child);
@@ -128,7 +130,7 @@ class INode : public ReferenceTarget {
   bool hidden_ = false;
   bool renderable_ = true;
   bool isRoot_ = false;
-  bool told_ = false;        // that it moved with a parent, by the telling that runs
+  Told told_ = Told::No;
   unsigned selectedAs_ = 0;  // rises in the order of selection; 0 for a node that isn't selected
   INode* parent_ = nullptr;
   std::vector<INode*> children_;

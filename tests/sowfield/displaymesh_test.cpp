@@ -143,12 +143,12 @@ TEST(DisplayMesh, VerticesWaitForAReader) {
     EXPECT_EQ(s.object->mesh.Stamp(), stamp);
     read();
     EXPECT_NE(s.object->mesh.Stamp(), stamp);
-    // A reader among appends that aren't finished, and in the middle of a change, keeps the mesh.
+    // A reader among edits that aren't finished, and in the middle of a change, keeps the mesh.
     const auto filled = s.object->mesh.Stamp();
-    const Point3 zero(0, 0, 0);
-    s.D().RefreshObject(), s.Block().Append(Ins_Pos, 1, &zero), read();
+    const Point3 first = s.Block().GetPoint3(Ins_Pos);
+    s.D().RefreshObject(), s.Block().Delete(Ins_Pos, 0, 1), read();
     EXPECT_EQ(s.object->mesh.Stamp(), filled);
-    s.Block().Delete(Ins_Pos, s.D().PlacementCount() - 1, 1);
+    s.Block().Insert(Ins_Pos, 0, 1, &first);
     s.D().SetListReady(0), s.Set(Ins_Pos, Point3(9, 9, 9)), read(), s.D().SetListReady(1);
     EXPECT_EQ(s.object->mesh.Stamp(), filled);
   }

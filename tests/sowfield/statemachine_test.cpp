@@ -375,7 +375,7 @@ class Machine {
     const Snapshot tables = TakeSnapshot(s_.Block());
     const std::vector<std::byte> bytes = s_.SaveBytes();
     std::string error;
-    ASSERT_TRUE(host::OpenSceneBytes(s_.host.Services(), bytes, "it", {}, error)) << error;
+    ASSERT_TRUE(host::OpenSceneBytes(s_.host.Services(), bytes, "/s.glb", {}, error)) << error;
     const std::vector<INode*> after = s_.host.GetScene().AllNodes();
     ASSERT_EQ(after.size(), before.size());
     s_.node = after[size_t(place - before.begin())];

@@ -500,7 +500,8 @@ TEST_F(Shapes, ViewersSeeLines) {
       const json& view = root_["bufferViews"][accessor["bufferView"].get<size_t>()];
       for (size_t i = 0; i < splines[s].Knots().size(); ++i) {
         Point3 at, knot = splines[s].Knots()[i];
-        std::memcpy(&at, &chunk_[8 + view["byteOffset"].get<size_t>() + 12 * i], 12);
+        const size_t first = view["byteOffset"].get<size_t>() + accessor.value("byteOffset", 0u);
+        std::memcpy(&at, &chunk_[8 + first + 12 * i], 12);
         EXPECT_EQ(at, mesh == 0 ? knot : Point3(knot.x + 2 * knot.y, 3 * knot.y, knot.z));
       }
     }

@@ -1,6 +1,4 @@
 // What other programs see of a scene.
-#include <array>
-#include <fstream>
 #include <set>
 
 #include "host/files/png.h"

@@ -8,7 +8,7 @@
 #include "host/host.h"
 #include "host/scene/primitives.h"
 #include "host/scene/simpleobject.h"
-#include "host/viewport/viewexp.h"
+#include "host/viewport/scenedrawing.h"
 
 /// An object without a mesh of its own that draws by a function given to it.
 class Extras : public SimpleObject2 {
@@ -74,6 +74,11 @@ class Staged : public testing::Test {
     auto* plane = new PlaneObject;
     plane->SetSize(side, side, segments, segments);
     return Add(plane, middle, color);
+  }
+  using Nodes = std::vector<INode*>;
+  /// At a point, or in the rectangle of two.
+  Nodes Pick(ViewExp view, std::vector<IPoint2> p, bool crossing = true) {
+    return host::PickNodes(ip_, view, HitType(p.size() - 1), crossing, p.data());
   }
   /// Does some work as one step of undo.
   static void Step(const std::function<void()>& work) {

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <limits>
 #include <random>
 #include <string>
 
@@ -17,11 +16,9 @@
 #include "host/viewport/graphicswindow.h"
 #include "host/viewport/meshstaging.h"
 #include "host/viewport/picturestore.h"
-#include "host/viewport/scenedrawing.h"
 #include "host/viewport/snap.h"
 #include "host/viewport/viewports.h"
 #include "tests/host/extras.h"
-#include "tests/host/splicing.h"
 
 namespace {
 
@@ -152,6 +149,66 @@ TEST_F(Drawing, WhatIsDrawnOverAllIsHiddenByNothingBeforeOrAfterIt) {
   }
 }
 
+float Uniform(float low, float high, std::mt19937& random) {
+  return low + (high - low) * float(random() >> 8) * 0x1p-24f;
+}
+Point3 Within(float far, std::mt19937& random) {
+  const auto any = [&] { return Uniform(-far, far, random); };
+  return {any(), any(), any()};
+}
+
+/// A mesh of parts that share no vertices: fans of 3 to 6 corners round a random place, within 4 of
+/// the origin, smoothed or not, in one of four materials.
+class Parts {
+ public:
+  explicit Parts(unsigned seed) : random_(seed) {}
+
+  size_t Count() const { return parts_.size(); }
+  /// Puts `come` new parts in the place of up to `go`, from the part `at` on, and tells the mesh.
+  void Replace(size_t at, size_t go, size_t come) {
+    at = std::min(at, parts_.size()), go = std::min(go, parts_.size() - at);
+    MeshSplice told;
+    for (size_t i = 0; i < at + go; ++i) {
+      (i < at ? told.verts.first : told.verts.removed) += parts_[i].size();
+      (i < at ? told.faces.first : told.faces.removed) += parts_[i].size() - 2;
+    }
+    const auto place = parts_.erase(parts_.begin() + long(at), parts_.begin() + long(at + go));
+    std::vector<std::vector<Point3>> fresh(come);
+    for (std::vector<Point3>& part : fresh) {
+      part = Fan();
+      told.verts.added += part.size(), told.faces.added += part.size() - 2;
+    }
+    parts_.insert(place, fresh.begin(), fresh.end());
+    Fill();
+    mesh.Spliced(told);
+  }
+  /// Any change.
+  void Change() { Replace(random_() % (Count() + 1), random_() % 4, random_() % 4); }
+
+  Mesh mesh;
+
+ private:
+  std::vector<Point3> Fan() {
+    const Point3 middle = Within(3, random_);
+    std::vector<Point3> fan(3 + random_() % 4);
+    for (Point3& p : fan) p = middle + Within(1, random_);
+    return fan;
+  }
+  // Straight into the tables: sizes set through the mesh would tell that all has changed.
+  void Fill() {
+    mesh.verts.clear(), mesh.faces.clear();
+    for (const std::vector<Point3>& part : parts_) {
+      const auto first = std::uint32_t(mesh.verts.size()), n = std::uint32_t(part.size());
+      for (std::uint32_t k = 2; k < n; ++k)
+        mesh.faces.push_back({{first, first + k - 1, first + k}, n % 2, (n % 4) << 16 | EDGE_ALL});
+      mesh.verts.insert(mesh.verts.end(), part.begin(), part.end());
+    }
+  }
+
+  std::mt19937 random_;
+  std::vector<std::vector<Point3>> parts_;
+};
+
 /// The picture of some meshes from the front, with what the store keeps.
 std::vector<std::uint8_t> Paint(host::PictureStore& store, const std::vector<const Mesh*>& meshes) {
   const host::GlScope scope;
@@ -206,8 +263,10 @@ TEST(KeptPictures, AreThoseFromScratchAfterAnyChange) {
   broken.InvalidateTopologyCache();
   const host::GlScope scope;
   EXPECT_FALSE(kept.Of(broken).Drawable());
+  broken = parts.mesh;
+  broken.setNumFaces(0);
   parts.Replace(0, parts.Count(), 0);
-  EXPECT_FALSE(kept.Of(parts.mesh).Drawable()) << "nothing is left";
+  for (const Mesh* none : {&broken, &parts.mesh}) EXPECT_FALSE(kept.Of(*none).Drawable());
 }
 
 TEST(MeshStaging, GivesEachCornerItsPlaceMaterialAndNormal) {
@@ -344,12 +403,8 @@ std::vector<IPoint2> Changed(ViewExp& view, const Extras::Draw& draw) {
 
 TEST(GraphicsWindow, WhatIsDrawnIsHitAndNothingFarFromIt) {
   std::mt19937 random(3);
-  const auto uniform = [&](float low, float high) {
-    return low + (high - low) * float(random() >> 8) * 0x1p-24f;
-  };
-  const auto point = [&](float far) {
-    return Point3(uniform(-far, far), uniform(-far, far), uniform(-far, far));
-  };
+  const auto uniform = [&](float low, float high) { return Uniform(low, high, random); };
+  const auto point = [&](float far) { return Within(far, random); };
   int seen = 0, unseen = 0;
   for (int round = 0; round < 48; ++round) {
     const Point3 eye = point(12), target = point(3);
@@ -403,14 +458,7 @@ TEST(GraphicsWindow, NothingAtTheEyeOrBehindItIsHit) {
   EXPECT_FALSE(Hits(view, before, {{50, 40}, {60, 60}}, false)) << "half of the dot";
 }
 
-class Picking : public Staged {
- protected:
-  using Nodes = std::vector<INode*>;
-  /// At a point, or in the rectangle of two.
-  Nodes Pick(ViewExp view, std::vector<IPoint2> p, bool crossing = true) {
-    return host::PickNodes(ip_, view, HitType(p.size() - 1), crossing, p.data());
-  }
-};
+class Picking : public Staged {};
 
 TEST_F(Picking, FacesAreHitWhereTheyAreSeenInTheOrderOfTheScene) {
   const float inf = std::numeric_limits<float>::infinity();
@@ -477,43 +525,6 @@ TEST_F(Picking, AVertexIsSnappedToBeforeAnEdgeAndTheNearerOfEachKind) {
   square->SetNodeTM(0, TransMatrix({0, -50, -2}));
   snap = {.strength = 1000};
   EXPECT_FALSE(host::SnapNodes(ip_, view, {50, 50}, snap)) << "all of it behind";
-}
-
-/// Where a mesh has its corners, face by face.
-std::vector<Point3> Corners(const Mesh& mesh) {
-  std::vector<Point3> corners;
-  for (const Face& f : mesh.faces)
-    for (const std::uint32_t v : f.v) corners.push_back(mesh.verts[v]);
-  return corners;
-}
-
-TEST(Splices, LeadFromAnyEarlierMeshToThePresentOne) {
-  Parts parts(5);
-  std::vector<std::pair<std::uint64_t, std::vector<Point3>>> earlier;
-  for (int round = 0; round < 40; ++round) {
-    earlier.push_back({parts.mesh.Stamp(), Corners(parts.mesh)});
-    parts.Change();
-  }
-  const std::vector<Point3> now = Corners(parts.mesh);
-  for (auto& [stamp, corners] : earlier) {
-    const auto splices = parts.mesh.SplicesSince(stamp);
-    ASSERT_TRUE(splices);
-    // What comes is unknown here; what stays must be at its place in the end.
-    const Point3 fresh(99, 99, 99);
-    for (const MeshSplice& s : *splices) {
-      const auto at = corners.begin() + long(s.faces.first * 3);
-      const auto behind = corners.erase(at, at + long(s.faces.removed * 3));
-      corners.insert(behind, s.faces.added * 3, fresh);
-    }
-    ASSERT_EQ(corners.size(), now.size());
-    for (size_t i = 0; i < now.size(); ++i)
-      ASSERT_TRUE(corners[i] == fresh || corners[i] == now[i]);
-  }
-  EXPECT_TRUE(parts.mesh.SplicesSince(parts.mesh.Stamp())->empty());
-  const Mesh copy = parts.mesh;
-  parts.mesh.setNumFaces(0);
-  EXPECT_FALSE(parts.mesh.SplicesSince(copy.Stamp()));
-  EXPECT_EQ(copy.SplicesSince(earlier[0].first)->size(), earlier.size());
 }
 
 }  // namespace

@@ -21,7 +21,6 @@ namespace {
 
 using nlohmann::json;
 
-constexpr Class_ID kTableClass{0x71, 0x72};
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInf = std::numeric_limits<float>::infinity();
 
@@ -37,8 +36,10 @@ ParamBlockDesc2& Desc(int id) {
 }
 
 // References: the blocks first, then whatever the class has.
-template <class Base, int kBlocks, int kOthers = 0>
+template <class Base, std::uint32_t kId, int kBlocks, int kOthers = 0>
 struct Plug : Base {
+  static constexpr Class_ID kClassID{0x71, kId};
+  Class_ID ClassID() const override { return kClassID; }
   Plug() {
     for (int i = 0; i < kBlocks; ++i) this->ReplaceReference(i, new IParamBlock2(Desc(i), this));
   }
@@ -74,7 +75,7 @@ struct AskedClass : host::BuiltinClass<T> {
 };
 
 // A plug-in's object. Ids from 4 on are declared by its newer version alone.
-struct TableObject : Plug<Object, 1> {
+struct TableObject : Plug<Object, 0, 1> {
   enum : ParamID { kNodes, kInts, kFloats, kNumber, kStrings, kMtls, kCamera, kPoints, kKeyed };
   explicit TableObject(bool newer = true) : Plug(Desc(newer)) {}
   static ParamBlockDesc2& Desc(bool newer) {
@@ -92,7 +93,6 @@ struct TableObject : Plug<Object, 1> {
     return newer ? complete : old;
   }
   SClass_ID SuperClassID() const override { return GEOMOBJECT_CLASS_ID; }
-  Class_ID ClassID() const override { return kTableClass; }
   void GetClassName(WStr& name) const override { name = L"Tables"; }
   ObjectState Eval(TimeValue) override { return ObjectState(this); }
   void GetLocalBoundBox(TimeValue, INode*, ViewExp*, Box3& box) override { box = {}; }
@@ -110,18 +110,22 @@ struct OldTableObject : TableObject {
 
 enum class Knows { Nothing, Old, New };
 
-struct TableHost : host::Host {
-  explicit TableHost(Knows knows = Knows::New) {
-    static AskedClass<TableObject> newer(GEOMOBJECT_CLASS_ID, kTableClass, L"Tables");
-    static host::BuiltinClass<OldTableObject> old(GEOMOBJECT_CLASS_ID, kTableClass, L"Tables");
-    if (knows == Knows::New) Classes().Add(&newer);
-    if (knows == Knows::Old) Classes().Add(&old);
-  }
+struct TestHost : host::Host {
   INode* Add(const WStr& name, Object* object, const Matrix3& tm = {}) {
     INode* node = Services().CreateObjectNode(object);
     node->SetName(name);
     node->SetNodeTM(0, tm);
     return node;
+  }
+};
+
+struct TableHost : TestHost {
+  explicit TableHost(Knows knows = Knows::New) {
+    static AskedClass<TableObject> newer(GEOMOBJECT_CLASS_ID, TableObject::kClassID, L"Tables");
+    static host::BuiltinClass<OldTableObject> old(GEOMOBJECT_CLASS_ID, TableObject::kClassID,
+                                                  L"Tables");
+    if (knows == Knows::New) Classes().Add(&newer);
+    if (knows == Knows::Old) Classes().Add(&old);
   }
 };
 
@@ -331,7 +335,7 @@ TEST_F(SceneFile, WhatIsUnknownIsKept) {
   for (const Knows knows : {Knows::Nothing, Knows::Old}) {
     TableHost less(knows), again(knows);
     ASSERT_TRUE(Open(less, bytes)) << error_;
-    EXPECT_EQ(less.GetScene().AllNodes().back()->GetObjectRef()->ClassID(), kTableClass);
+    EXPECT_EQ(less.GetScene().AllNodes().back()->GetObjectRef()->ClassID(), TableObject::kClassID);
     old = Saved(less, "b.glb");
     EXPECT_TRUE(knows == Knows::Old || old == bytes);
     ASSERT_TRUE(Open(again, old)) << error_;
@@ -487,17 +491,13 @@ TEST_F(SceneFile, DamageOfTheTextAloneLosesNothing) {
   EXPECT_TRUE(Open(other, WithoutRecords(held)) && Bytes(other) == held) << error_;
 }
 
-struct PaintMap : Plug<Texmap, 1, 1> {
-  static constexpr Class_ID kClassID{0x81, 1};
-  Class_ID ClassID() const override { return kClassID; }
+struct PaintMap : Plug<Texmap, 1, 1, 1> {
   int NumSubTexmaps() const override { return 1; }
   Texmap* GetSubTexmap(int) const override { return static_cast<Texmap*>(refs[1]); }
   void SetSubTexmap(int, Texmap* map) override { ReplaceReference(1, map); }
 };
 
-struct PaintMtl : Plug<Mtl, 2, 3> {
-  static constexpr Class_ID kClassID{0x81, 2};
-  Class_ID ClassID() const override { return kClassID; }
+struct PaintMtl : Plug<Mtl, 2, 2, 3> {
   void GetClassName(WStr& name) const override { name = L"Paint"; }
   int NumSubMtls() const override { return 2; }
   Mtl* GetSubMtl(int i) const override { return static_cast<Mtl*>(refs[size_t(2 + i)]); }
@@ -509,21 +509,16 @@ struct PaintMtl : Plug<Mtl, 2, 3> {
   void SetDiffuse(const Color&, TimeValue) override {}
 };
 
-struct LiftModifier : Plug<Modifier, 1> {
-  static constexpr Class_ID kClassID{0x81, 3};
-  Class_ID ClassID() const override { return kClassID; }
+struct LiftModifier : Plug<Modifier, 3, 1> {
   const wchar_t* GetObjectName() override { return L"Lift"; }
   void ModifyMesh(TimeValue, Mesh& mesh) const override {
     for (Point3& p : mesh.verts) p.z += static_cast<IParamBlock2*>(refs[0])->GetFloat(kNumbers);
   }
 };
 
-struct PaintRenderer : Plug<Renderer, 1> {
-  static constexpr Class_ID kClassID{0x81, 4};
-  Class_ID ClassID() const override { return kClassID; }
-};
+struct PaintRenderer : Plug<Renderer, 4, 1> {};
 
-struct PluginHost : host::Host {
+struct PluginHost : TestHost {
   explicit PluginHost(bool knowing = true) {
     static host::BuiltinClass<PaintMap> map(TEXMAP_CLASS_ID, PaintMap::kClassID, L"Map");
     static host::BuiltinClass<PaintMtl> mtl(MATERIAL_CLASS_ID, PaintMtl::kClassID, L"Paint");
@@ -534,20 +529,15 @@ struct PluginHost : host::Host {
     for (ClassDesc2* c : std::initializer_list<ClassDesc2*>{&map, &mtl, &lift, &renderer})
       Classes().Add(c);
   }
+  INode* AddBox(const WStr& name) { return Add(name, new BoxObject); }
   INode* Node(int i) { return GetScene().AllNodes()[size_t(i)]; }
 };
 
 const float kFloats[] = {-0.0f, 2.5f, 1e-45f};
 
-INode* AddBox(PluginHost& host, const WStr& name) {
-  INode* node = host.Services().CreateObjectNode(new BoxObject);
-  node->SetName(name);
-  return node;
-}
-
 // Nodes a, b, c: b wears the material, c is lifted by 2.5; c and a are selected.
 void Fill(PluginHost& host) {
-  INode *a = AddBox(host, L"a"), *b = AddBox(host, L"b"), *c = AddBox(host, L"c");
+  INode *a = host.AddBox(L"a"), *b = host.AddBox(L"b"), *c = host.AddBox(L"c");
   auto* mtl = new PaintMtl;
   mtl->SetName(L"coat");
   b->SetMtl(mtl);
@@ -697,7 +687,7 @@ TEST_F(ScenePlugin, DamageIsNamedAndTheRestRecovered) {
 // Whatever is saved can be opened: what can't be is named before the file is touched.
 TEST_F(ScenePlugin, NothingIsSavedThatCannotBeOpened) {
   PluginHost host;
-  INode* node = AddBox(host, L"a");
+  INode* node = host.AddBox(L"a");
   const auto refused = [&](const std::string& why) {
     EXPECT_FALSE(host::SaveScene(host.Services(), Path("a.glb"), {}, error_)) << why;
     EXPECT_NE(error_.find(why), std::string::npos) << error_;
@@ -741,7 +731,13 @@ TEST_F(ScenePlugin, NothingIsSavedThatCannotBeOpened) {
   mesh->mesh.setNumFaces(1);
   mesh->mesh.faces[0].setVerts(0, 1, 4);
   refused("\"a\": its mesh can't be kept: face 0 uses vertex 0, but there are only 0");
-  mesh->mesh.setNumFaces(0);
+  mesh->mesh = Tetrahedron(true);
+  std::vector<TVFace>& mapped = mesh->mesh.maps[1].faces;
+  mapped[1].t[0] = 3;
+  refused("face 1 of map channel 1 uses vertex 3, but there are only 3");
+  mapped.pop_back();
+  refused("map channel 1 has 3 faces, the mesh 4");
+  mesh->mesh = Mesh();
 
   for (int depth = 1; depth < 4096; ++depth) {
     INode* parent = std::exchange(node, host.Services().CreateObjectNode(nullptr));
@@ -766,7 +762,7 @@ TEST_F(ScenePlugin, ASelectionIsOfTheScenesOwnNodes) {
   EXPECT_EQ(selected(), (std::vector<INode*>{nodes[2], nodes[0], nodes[1]}));
   theHold.Begin();
   ip.DeleteNode(nodes[0], false, false);
-  AddBox(host, L"d");
+  host.AddBox(L"d");
   ip.SelectNode(host.GetScene().FindNodes(L"d")[0], false);
   theHold.Accept(L"exchange");
   EXPECT_EQ(selected().size(), 3u);

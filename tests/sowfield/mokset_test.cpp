@@ -1,10 +1,7 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <array>
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <numeric>
 #include <set>
 #include <sstream>
@@ -14,12 +11,11 @@
 #include "sowfield/model/sampleorder.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "sowfield/proxy/sceneproxy.h"
+#include "tests/host/tempfolder.h"
 #include "tests/sowfield/moksetbytes.h"
 
 namespace sowfield {
 namespace {
-
-namespace fs = std::filesystem;
 
 Mesh Small(bool texture = true) {
   Mesh mesh;
@@ -73,18 +69,12 @@ std::vector<std::uint32_t> ToldOrder(int n, host::SystemRandom random, bool newT
   return order;
 }
 
-struct MoksetFiles : ::testing::Test {
-  MoksetFiles() { fs::create_directories(folder); }
-  ~MoksetFiles() override { fs::remove_all(folder); }
-  WStr Path(const char* name) const { return (folder / name).wstring(); }
+struct MoksetFiles : TempFolder {
+  WStr Path(const char* name) const { return FromUtf8(TempFolder::Path(name)); }
   WStr Write(const char* name, const std::string& bytes) const {
-    std::ofstream(folder / name, std::ios::binary) << bytes;
-    return Path(name);
+    return FromUtf8(Put(name, bytes));
   }
-  std::string Read(const char* name) const {
-    std::ifstream in(folder / name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
+  std::string Read(const char* name) const { return Content(TempFolder::Path(name)); }
   /// Writes a mesh and holds the file against what the generators' present states lead to.
   void ExpectToldFile(const Mesh& mesh, int m) {
     const auto order = ToldOrder(mesh.getNumVerts(), host.Core().systemRandom);
@@ -95,7 +85,6 @@ struct MoksetFiles : ::testing::Test {
     ASSERT_EQ(Checked(Read("a.Vorn")), "");
   }
 
-  const fs::path folder = fs::path(testing::TempDir()) / ("mokset-" + std::to_string(getpid()));
   host::Host host;
   Generator generator;
 };
@@ -243,19 +232,10 @@ std::string With(std::string bytes, size_t at, T value) {
   return bytes.replace(at, sizeof value, reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-TEST_F(MoksetFiles, WhatWritersMakeIsSound) {
-  for (const int vertices : {0, 1, 2999, 3000, 3001}) {
-    std::vector<std::uint32_t> order(std::min(size_t(vertices), size_t(3000)));
-    std::iota(order.rbegin(), order.rend(), 0u);
-    for (int generation = 1; generation <= 3; ++generation)
-      EXPECT_EQ(Checked(FileOf(generation, Points(vertices), 9, order)), "") << vertices;
-  }
-  // No vertices have no box that could be told.
-  EXPECT_EQ(Checked(With(FileOf(3, {}, 1, {}), 15, Box3({0, 0, 0}, {0, 0, 0}))), "");
-}
-
 TEST_F(MoksetFiles, ACheckTellsWhatNoWriterMakes) {
   using Order = std::vector<std::uint32_t>;
+  // No vertices have no box that could be told.
+  EXPECT_EQ(Checked(With(FileOf(3, {}, 1, {}), 15, Box3({0, 0, 0}, {0, 0, 0}))), "");
   Order tooMany(3001);
   std::iota(tooMany.begin(), tooMany.end(), 0u);
   // Box, number of samples, bytes of a sample, and faces with 5 + 3 points and 5 samples.

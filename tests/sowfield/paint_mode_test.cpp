@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <filesystem>
 
 #include "host/viewport/picture.h"
 #include "sowfield/model/palette.h"
 #include "sowfield/model/placement.h"
 #include "sowfield/objects/proxylife.h"
+#include "tests/host/tempfolder.h"
 #include "tests/sowfield/paint_fixture.h"
 
 namespace sowfield {
@@ -209,13 +207,13 @@ TEST(PaintMode, KeysForTheSizeAreNoPartOfAStroke) {
     }
 }
 
-TEST(PaintMode, ATypeInAFileIsShownByAHiddenNodeOrByItsBox) {
-  const auto folder = std::filesystem::path(testing::TempDir()) / std::to_string(getpid());
-  std::filesystem::create_directories(folder);
+using PaintFiles = TempFolder;
+
+TEST_F(PaintFiles, ATypeInAFileIsShownByAHiddenNodeOrByItsBox) {
   for (const int vertices : {8, 899'999, 900'000}) {
     PaintScene s(1);
     bool written = false;
-    ASSERT_TRUE(ConvertType(s.D(), 0, (folder / "type.Vorn").wstring(), written) && written);
+    ASSERT_TRUE(ConvertType(s.D(), 0, FromUtf8(Path("type.Vorn")), written) && written);
     s.Block().SetValue(Geo_VertCount, 0, vertices, 0);
     const size_t nodes = s.NodeCount();
     ASSERT_TRUE(PressToolButton(kLineTool));
@@ -232,7 +230,6 @@ TEST(PaintMode, ATypeInAFileIsShownByAHiddenNodeOrByItsBox) {
     s.Painter().EndPaint();
     EXPECT_EQ(s.NodeCount(), nodes);
   }
-  std::filesystem::remove_all(folder);
 }
 
 TEST(PaintMode, PreviewsStandWherePlacementsWillAndLeaveNoTrace) {

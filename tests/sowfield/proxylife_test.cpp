@@ -1,10 +1,7 @@
 #include "sowfield/objects/proxylife.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <numeric>
 #include <set>
 
@@ -14,6 +11,7 @@
 #include "sowfield/model/repair.h"
 #include "sowfield/proxy/moksetfile.h"
 #include "sowfield/sources/proxyfiles.h"
+#include "tests/host/tempfolder.h"
 #include "tests/sowfield/moksetbytes.h"
 #include "tests/sowfield/typelist_fixture.h"
 
@@ -22,10 +20,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct ProxyLife : testing::Test, SowfieldScene {
-  ProxyLife() { fs::create_directories(folder); }
-  ~ProxyLife() override { fs::remove_all(folder); }
-  WStr File(const char* name) const { return (folder / name).wstring(); }
+struct ProxyLife : TempFolder, SowfieldScene {
+  WStr File(const char* name) const { return FromUtf8(Path(name)); }
   WStr Write(const char* name, const Mesh& mesh) {
     EXPECT_TRUE(WriteMoksetFile(mesh, File(name), D().rng));
     return File(name);
@@ -34,7 +30,6 @@ struct ProxyLife : testing::Test, SowfieldScene {
     bool written = false;
     return ConvertType(D(), type, File(name), written) && written;
   }
-  const fs::path folder = fs::path(testing::TempDir()) / ("proxylife_" + std::to_string(getpid()));
 };
 
 // Sources of every making: plain, a proxy object, under a modifier, animated, without faces.
@@ -103,7 +98,7 @@ TEST_F(ProxyLife, MissingAndBrokenFilesChangeNothing) {
   EXPECT_EQ(Records(*this)[0].samples.size(), 8u);
   EXPECT_EQ(Records(*this)[1].samples, samples) << "the run behind stays whole";
 
-  fs::resize_file(folder / "a.Vorn", 200);
+  fs::resize_file(Path("a.Vorn"), 200);
   const Snapshot before = TakeSnapshot(Block());
   EXPECT_FALSE(PointTypeAtFile(D(), 0, File("a.Vorn")));
   EXPECT_FALSE(PointTypeAtFile(D(), 1, few)) << "a scene type";
@@ -117,18 +112,18 @@ TEST_F(ProxyLife, MissingAndBrokenFilesChangeNothing) {
   ASSERT_TRUE(PointTypeAtFile(D(), 0, Write("few.Vorn", BoxMeshOf(1, 2, 3))));
   Mesh other = BoxMeshOf(5, 5, 5);
   other.faces.back().v[2] = 99;
-  std::ofstream(folder / "few.Vorn", std::ios::binary) << FileOf(3, other, 1, {0, 1});
+  Put("few.Vorn", FileOf(3, other, 1, {0, 1}));
   UpdateAllTypes(D());
   EXPECT_TRUE(Records(*this)[0].high.x == 0.5f && Records(*this)[0].samples.size() == 8u);
 }
 
 TEST_F(ProxyLife, PathsHaveEitherSeparatorAndAreToldToTheHost) {
   ASSERT_TRUE(AddAsType(AddSphere(L"a", 1, 12)));
-  fs::create_directory(folder / "in");
+  fs::create_directory(Path("in"));
   const WStr path = File("in") + L"\\a.Vorn";
   bool written = false;
   ASSERT_TRUE(ConvertType(D(), 0, path, written) && written);
-  EXPECT_TRUE(fs::exists(folder / "in" / "a.Vorn"));
+  EXPECT_TRUE(fs::exists(Path("in/a.Vorn")));
   EXPECT_EQ(Block().GetStr(Proxy_Files, 0, 0), path);
   const auto& assets = MaxSDK::AssetManagement::IAssetManager::GetInstance()->Assets();
   ASSERT_EQ(assets.size(), 1u);
@@ -145,26 +140,26 @@ TEST_F(ProxyLife, PathsHaveEitherSeparatorAndAreToldToTheHost) {
 
 TEST_F(ProxyLife, ABackslashIsPartOfANameThatIsThere) {
   const WStr plain = File("a\\b.Vorn");
-  fs::create_directory(folder / "a"), fs::create_directories(folder / "x" / "y");
+  fs::create_directory(Path("a")), fs::create_directories(Path("x/y"));
   const auto vertices = [&] { return ReadMoksetInfo(plain).vertices; };
   Write("a/b.Vorn", BoxMeshOf(1, 1, 1));
   EXPECT_EQ(vertices(), 8);
   Mesh one;
   one.verts = {{1, 2, 3}};
-  std::ofstream(folder / "a\\b.Vorn", std::ios::binary) << FileOf(3, one, 1, {0});
+  Put("a\\b.Vorn", FileOf(3, one, 1, {0}));
   EXPECT_EQ(vertices(), 1);
   EXPECT_TRUE(MoksetFileExists(plain));
-  fs::remove(folder / "a" / "b.Vorn");
+  fs::remove(Path("a/b.Vorn"));
   EXPECT_EQ(vertices(), 1);
   EXPECT_TRUE(WriteMoksetFile(BoxMeshOf(1, 1, 1), plain, D().rng));
-  EXPECT_TRUE(vertices() == 8 && fs::is_empty(folder / "a"));
-  fs::remove(folder / "a\\b.Vorn");
+  EXPECT_TRUE(vertices() == 8 && fs::is_empty(Path("a")));
+  fs::remove(Path("a\\b.Vorn"));
   EXPECT_FALSE(MoksetFileExists(plain));
   // What isn't there yet: folders that are keep their names.
-  fs::create_directory(folder / "x\\y");
-  EXPECT_EQ(NativePathOf(File("x\\y/in\\c.Vorn")), (folder / "x\\y/in/c.Vorn").string());
+  fs::create_directory(Path("x\\y"));
+  EXPECT_EQ(NativePathOf(File("x\\y/in\\c.Vorn")), Path("x\\y/in/c.Vorn"));
   Write("x/y/c.Vorn", {});
-  EXPECT_EQ(NativePathOf(File("x\\y/c.Vorn")), (folder / "x/y/c.Vorn").string());
+  EXPECT_EQ(NativePathOf(File("x\\y/c.Vorn")), Path("x/y/c.Vorn"));
   EXPECT_EQ(NativePathOf(L"no\\folder\\c.Vorn"), "no/folder/c.Vorn");
 }
 
@@ -174,7 +169,7 @@ TEST_F(ProxyLife, TypesKeepMoreSamplesThanAreChosenThroughAScene) {
   for (int i = 0; i < 5000; ++i) cloud.verts.push_back({float(i), float(i % 3), 1});
   std::vector<std::uint32_t> order(4000);
   std::iota(order.rbegin(), order.rend(), 0u);
-  std::ofstream(folder / "many.Vorn", std::ios::binary) << FileOf(3, cloud, 9, order);
+  Put("many.Vorn", FileOf(3, cloud, 9, order));
   for (const int type : {0, 1}) {
     ASSERT_TRUE(AddAsType(AddBox(L"box", 1, 1, 1)) && Convert(type, "box.Vorn"));
     ASSERT_TRUE(PointTypeAtFile(D(), type, File("many.Vorn")));
@@ -267,7 +262,7 @@ TEST_F(ProxyLife, AFileOfNoSizeLeavesTheBrush) {
   far.verts = {{-3e38f, -3e38f, 0}, {3e38f, 3e38f, 0}};
   const WStr files[] = {Write("none.Vorn", {}), Write("empty.Vorn", {}), Write("far.Vorn", far)};
   const float insideOut[6] = {-1e30f, -1e30f, -1e30f, 1e30f, 1e30f, 1e30f};
-  std::fstream(folder / "empty.Vorn", std::ios::in | std::ios::out | std::ios::binary)
+  std::fstream(Path("empty.Vorn"), std::ios::in | std::ios::out | std::ios::binary)
       .seekp(15)
       .write(reinterpret_cast<const char*>(insideOut), sizeof insideOut);
   ASSERT_TRUE(AddAsType(AddBox(L"a", 4, 8, 1)) && AddAsType(AddBox(L"b", 4, 4, 1)));
@@ -289,7 +284,7 @@ TEST_F(ProxyLife, PreviewNodesAreHiddenAndHoldFileAndMaterial) {
   ASSERT_TRUE(AddAsType(box) && AddAsType(AddBox(L"Other", 1, 1, 1)));
   ASSERT_TRUE(Convert(0, "a.Vorn") && Convert(1, "b.Vorn"));
   for (const bool found : {true, false}) {
-    if (!found) fs::remove(folder / "b.Vorn");
+    if (!found) fs::remove(Path("b.Vorn"));
     Shown();
     EXPECT_EQ(object->proxyFilesFound, found);
   }

@@ -2,18 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
-
 #include "host/viewport/viewexp.h"
 #include "tests/sowfield/paint_fixture.h"
 
 namespace sowfield {
 namespace {
-
-double End(double limit) {
-  if (std::isfinite(limit)) return limit;
-  return limit < 0 ? std::numeric_limits<int>::min() : std::numeric_limits<int>::max();
-}
 
 void SetAll(PaintScene& s, const ParamEntry& e, double value) {
   for (int i = 0; i < s.Block().Count(e.id); ++i)
@@ -22,11 +15,11 @@ void SetAll(PaintScene& s, const ParamEntry& e, double value) {
 }
 
 void ShowAndPaint(PaintScene& s) {
-  for (const int mode : {0, 1, 2, 3, 4, 5, 6}) {
+  Box3 box;
+  for (int mode = 0; mode <= 6; ++mode) {
     s.Set(Display_Mode, mode);
     s.object->UpdateMesh(0);
     EXPECT_EQ(s.object->Display(0, s.node, &s.View(), 0), 1);
-    Box3 box;
     s.object->GetLocalBoundBox(0, s.node, &s.View(), box);
   }
   s.Set(Display_Mode, 3);
@@ -47,7 +40,7 @@ TEST(HardRanges, HoldNothingThatCrashesOrHangs) {
       for (int p = 0; p < 30; ++p) s.AppendPlacements({{{0.3f * float(p), 1, 0}, {}, p % 2, p, p}});
       const Range range = HardRangeIn(s.Block(), e);
       SetAll(s, *FindParam(Tr_Random), 1), SetAll(s, *FindParam(Tr_AnimOn), 1);
-      SetAll(s, e, End(low ? range.low : range.high));
+      SetAll(s, e, std::clamp(low ? range.low : range.high, -2147483648.0, 2147483647.0));
       ASSERT_EQ(s.Breach(), "");
       ShowAndPaint(s);
       EXPECT_EQ(s.Breach(), "");

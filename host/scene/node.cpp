@@ -285,7 +285,7 @@ void INode::ChildChanged(INode* child) {
     const std::vector<Pin<INode>>& nodes;
   } const marks(all);
   for (size_t i = 1; i < all.size(); ++i) {
-    INode& below = *all[i];
+    INode& below = *all[i].get();
     if (scene) scene->NodeChanged(&below);
     if (below.Dependents().size() == 1) continue;  // its parent alone
     below.told_ = Told::Now;

@@ -5,10 +5,5 @@
 extern "C" const char* __lsan_default_suppressions() { return "leak:libassimp\n"; }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  host::Host host;
-  std::string error;
-  const auto bytes = std::as_bytes(std::span(data, size));
-  const auto result = host::ImportObjBytes(host.Services(), bytes, {}, error);
-  CheckImport(host, result, error);
-  return 0;
+  return CheckImport(data, size, host::ImportObjBytes);
 }

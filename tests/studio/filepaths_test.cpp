@@ -15,36 +15,29 @@ class FilePaths : public JobTest {
   void SetUp() override {
     JobTest::SetUp();
     for (const char* folder : {"a", "lib"}) fs::create_directory(Path(folder));
-    Write("lib/m.mtl", "newmtl a\nmap_Kd v.png\n");
-    Write("lib/m.obj",
-          "mtllib m.mtl\nusemtl a\nv 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nf 1/1 2/1 3/1\n");
+    WriteTextured("lib/", "v.png");
     Done(kField + R"(, {"do": "view", "file": "lib/v.png", "size": [16, 16]},
 {"do": "convert", "type": 0, "file": "a/in/s.Vorn"}, {"do": "add", "nodes": "field"},
 {"do": "convert", "type": 1, "file": "lib/f.Vorn"}, {"do": "open", "file": "lib/m.obj"},
 {"do": "proxy", "kind": "mokset", "from": "stone", "file": "lib/f.Vorn", "name": "kept"},
 {"do": "save", "file": "a/s.glb"})");
   }
-  std::vector<std::string> Named(const std::string& scene) const {
-    std::ostringstream notices;
-    Stage stage("", notices);
-    std::string error;
-    EXPECT_TRUE(host::OpenScene(stage.Ip(), Path(scene).string(), {}, error)) << error;
-    std::vector<std::string> paths;
-    for (const FileUse& use : FilesOf(stage.Ip().GetScene())) {
-      EXPECT_EQ(use.path.find(folder_.wstring()), 0u);
-      paths.push_back(ToUtf8(use.path).substr(folder_.string().size() + 1));
-    }
+  using Paths = std::vector<std::string>;
+  Paths Named(const std::string& scene) const {
+    Paths paths;
+    Change(scene, "unused.glb", [&](Stage& stage) {
+      for (const FileUse& use : FilesOf(stage.Ip().GetScene())) {
+        EXPECT_EQ(use.path.find(folder_.wstring()), 0u);
+        paths.push_back(ToUtf8(use.path).substr(folder_.string().size() + 1));
+      }
+    });
     return paths;
   }
-  using Paths = std::vector<std::string>;
 };
 
 TEST_F(FilePaths, AFolderMovesWithItsScene) {
-  const Paths outside = {"lib/f.Vorn", "lib/v.png", "lib/f.Vorn"};
-  const auto with = [&](const std::string& first) {
-    Paths all = {first};
-    all.insert(all.end(), outside.begin(), outside.end());
-    return all;
+  const auto with = [](const std::string& first) {
+    return Paths{first, "lib/f.Vorn", "lib/v.png", "lib/f.Vorn"};
   };
   EXPECT_EQ(Named("a/s.glb"), with("a/in/s.Vorn"));
   fs::rename(Path("a"), Path("b"));

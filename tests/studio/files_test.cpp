@@ -246,13 +246,10 @@ TEST_F(Files, WhatCanBeReadOfADamagedFileIsSavedAnew) {
 
 TEST_F(Files, ASettingThatWouldDoHarmIsMendedAndTold) {
   Done(kPainted);
-  std::ostringstream notices;
-  Stage stage("", notices);
-  std::string error;
-  ASSERT_TRUE(host::OpenScene(stage.Ip(), Path("scene.glb").string(), {}, error)) << error;
-  IParamBlock2& block = *Stage::SowfieldOf(stage.SowfieldNodes()[0])->pblock2;
-  block.SetValue(sowfield::PointCloud, 0, -5), block.SetValue(sowfield::Display_Mode, 0, 3);
-  ASSERT_TRUE(host::SaveScene(stage.Ip(), Path("harm.glb").string(), {}, error)) << error;
+  Change("scene.glb", "harm.glb", [](Stage& stage) {
+    IParamBlock2& block = *Stage::SowfieldOf(stage.SowfieldNodes()[0])->pblock2;
+    block.SetValue(sowfield::PointCloud, 0, -5), block.SetValue(sowfield::Display_Mode, 0, 3);
+  });
   EXPECT_EQ(Command("view @harm.glb @p.png").status, 0);
   const Result r = Command("check @harm.glb");
   EXPECT_EQ(r.status, 1);
@@ -260,9 +257,7 @@ TEST_F(Files, ASettingThatWouldDoHarmIsMendedAndTold) {
 }
 
 TEST_F(Files, AModelBecomesAScene) {
-  Write("model.obj",
-        "o leaf\nv 1 2 3\nv 4 2 3\nv 1 2 5\nf 1 2 3\n"
-        "o stem\nv 0 0 0\nv 1 0 0\nv 0 1 0\nf 4 5 6\n");
+  Write("model.obj", "o leaf\nv 1 2 3\nv 4 2 3\nv 1 2 5\nf 1 2 3\no stem\nf 1 2 3\n");
   const struct {
     const char* words;
     size_t nodes;
@@ -293,7 +288,7 @@ TEST_F(Files, PathsLeadWhereTheSystemTakesThem) {
   std::filesystem::create_directory_symlink("real/sub", Path("link"));
   std::filesystem::create_directory_symlink("gone/sub", Path("lost"));
   // The model's node has the object's name; a Sowfield object is asked for.
-  Write("sow.obj", "o sow\nv 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
+  Write("sow.obj", "o sow\n" + kTriangle);
   Write("a.json", "{\"steps\": [" + kField +
                       R"(, {"do": "convert", "type": 0, "file": "link/.././s.Vorn"},
 {"do": "open", "file": "sow.obj"}, {"do": "save", "file": "link/../new/../x.glb"}]})");
@@ -313,9 +308,7 @@ TEST_F(Files, PathsLeadWhereTheSystemTakesThem) {
 
 TEST_F(Files, PathsNeedNotBeText) {
   std::filesystem::create_directory(Path("caf\xe9"));
-  Write("caf\xe9/m.mtl", "newmtl a\nmap_Kd v.png\n");
-  Write("caf\xe9/m.obj",
-        "mtllib m.mtl\nusemtl a\nv 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nf 1/1 2/1 3/1\n");
+  WriteTextured("caf\xe9/", "v.png");
   Write("caf\xe9/job.json", "{\"steps\": [" + kField + R"(, {"do": "save", "file": "s.gltf"},
 {"do": "convert", "type": 0, "file": "s.Vorn"}]})");
   const Result run = Command("run @caf\xe9/job.json --json");

@@ -52,6 +52,13 @@ class JobTest : public ::testing::Test {
     std::ofstream(Path(name), std::ios::binary) << text;
   }
 
+  /// A triangle with a texture in a folder's "m.obj".
+  void WriteTextured(const std::string& folder, const std::string& picture) const {
+    Write(folder + "m.mtl", "newmtl a\nmap_Kd " + picture + "\n");
+    Write(folder + "m.obj",
+          "mtllib m.mtl\nusemtl a\nv 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nf 1/1 2/1 3/1\n");
+  }
+
   /// Opens a scene, changes it and saves it.
   template <class F>
   void Change(const std::string& from, const std::string& to, F change) const {
@@ -78,8 +85,8 @@ class JobTest : public ::testing::Test {
     return result;
   }
   /// Runs steps, told without the brackets round them, one a line.
-  Result RunSteps(const std::string& steps) const {
-    return RunText("{\"steps\": [\n" + steps + "\n]}", {.json = true});
+  Result RunSteps(const std::string& steps, RunOptions options = {.json = true}) const {
+    return RunText("{\"steps\": [\n" + steps + "\n]}", options);
   }
   /// Steps that succeed.
   Result Done(const std::string& steps) const {
@@ -114,6 +121,8 @@ class JobTest : public ::testing::Test {
 
   std::filesystem::path folder_;
 };
+
+inline const std::string kTriangle = "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n";
 
 /// A plane of 20 x 20 at height 0 and a unit box far from it that is the first type.
 inline const std::string kField =

@@ -7,9 +7,6 @@
 namespace studio {
 namespace {
 
-using nlohmann::json;
-using namespace std::string_literals;
-
 /// What is written, and what of the files that are there makes way for it.
 class Outputs : public JobTest {
  protected:
@@ -20,22 +17,19 @@ class Outputs : public JobTest {
   /// That a command or a job's steps are refused and a file stays.
   void ExpectKept(const std::string& what, const std::string& file, const std::string& said) {
     const std::string before = Read(file);
-    if (what[0] == '{') {
-      ExpectFault(what, said);
-    } else {
-      const Result r = Command(what);
-      EXPECT_EQ(r.status, 1) << what;
-      EXPECT_TRUE(Says(r.err, said));
-    }
+    const Result r = what[0] == '{' ? RunSteps(what) : Command(what);
+    EXPECT_TRUE(r.status == 1 && Says(r.err, said)) << what << r.err;
     EXPECT_EQ(Read(file), before) << what;
   }
   const std::string kScene = kField + R"(, {"do": "convert", "type": 0, "file": "s.Vorn"},
 {"do": "save", "file": "s.glb"}, {"do": "view", "file": "v.png", "size": [16, 16]},
 {"do": "params", "file": "q.json"}, {"do": "placements", "file": "p.json"})";
+  const std::string kOpen =
+      R"({"do": "open", "file": "s.glb"}, {"do": "select", "object": "sow"}, )";
 };
 
 TEST_F(Outputs, OnlyTheirOwnKindMakesWay) {
-  Write("m.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
+  Write("m.obj", kTriangle);
   Write("note", "a note");
   const std::string none = ": it won't be replaced";
   // The endings of scenes, pictures and Mokset files are held; what is behind them is not.
@@ -47,15 +41,13 @@ TEST_F(Outputs, OnlyTheirOwnKindMakesWay) {
                "is no list of placements");
   Write("own.json", R"({"steps": [)" + kField + R"(, {"do": "params", "file": "own.json"}]})");
   ExpectKept("run @own.json", "own.json", "it is the job");
-  const std::string open = R"({"do": "open", "file": "s.glb"}, {"do": "select", "object": "sow"},
-)";
-  ExpectKept(open + R"({"do": "params", "file": "p.json"})", "p.json", "no list of parameters");
-  ExpectKept(open + R"({"do": "view", "file": "x.png"})", "x.png", "is no PNG picture" + none);
-  ExpectKept(open + R"({"do": "save", "file": "x.glb"})", "x.glb", "is no scene");
+  ExpectKept(kOpen + R"({"do": "params", "file": "p.json"})", "p.json", "no list of parameters");
+  ExpectKept(kOpen + R"({"do": "view", "file": "x.png"})", "x.png", "is no PNG picture" + none);
+  ExpectKept(kOpen + R"({"do": "save", "file": "x.glb"})", "x.glb", "is no scene");
   ExpectKept(kField + R"(, {"do": "convert", "type": 0, "file": "x.Vorn", "replace": true})",
              "x.Vorn", "is no Mokset file" + none);
   std::filesystem::copy(Path("note"), Path("s.glb.bak"));
-  ExpectKept(open + R"({"do": "save", "file": "s.glb", "backup": true})", "s.glb.bak", "no scene");
+  ExpectKept(kOpen + R"({"do": "save", "file": "s.glb", "backup": true})", "s.glb.bak", "no scene");
   ExpectKept("mokset import @m.obj @x.Vorn --force", "x.Vorn", "is no Mokset file" + none);
   for (const std::string from : {"import @m.obj", "recover @s.glb"})
     ExpectKept(from + " @x.glb --force", "x.glb", "is no scene that this program saved" + none);
@@ -63,17 +55,17 @@ TEST_F(Outputs, OnlyTheirOwnKindMakesWay) {
   ExpectKept("mokset export @s.Vorn @x.gltf --force", "x.gltf", "is no model");
   // What has no bytes is nobody's.
   Write("empty.json", "");
-  Done(open + R"({"do": "params", "file": "empty.json"}, {"do": "params", "file": "q.json"})");
+  Done(kOpen + R"({"do": "params", "file": "empty.json"}, {"do": "params", "file": "q.json"})");
 }
 
 TEST_F(Outputs, WhatOthersMayLiveOnNeedsAWord) {
-  Write("m.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
+  Write("m.obj", kTriangle);
   const std::string there = "is there already: ";
   ExpectKept(kScene, "s.Vorn", there + R"("replace": true, or the job run with --force, replaces)");
   std::string again = kScene;
   again.insert(again.find("\"s.Vorn\"") + 8, R"(, "replace": true)");
   Done(again);
-  EXPECT_EQ(RunText("{\"steps\": [" + kScene + "]}", {.force = true}).status, 0);
+  EXPECT_EQ(RunSteps(kScene, {.force = true}).status, 0);
   ExpectKept("mokset import @m.obj @s.Vorn", "s.Vorn", there + "--force replaces it");
   std::filesystem::copy(Path("s.glb"), Path("o.glb"));
   for (const std::string from : {"recover @s.glb", "import @m.obj"}) {
@@ -83,9 +75,8 @@ TEST_F(Outputs, WhatOthersMayLiveOnNeedsAWord) {
   }
   EXPECT_EQ(Command("mokset export @s.Vorn @x.obj").status, 0);
   ExpectKept("mokset export @s.Vorn @x.obj", "x.obj", there + "--force replaces it");
-  for (const std::string ending : {"obj", "gltf", "glb"})
-    for (int i = 0; i < 2; ++i)
-      EXPECT_EQ(Command("mokset export --force @s.Vorn @y." + ending).err, "");
+  for (const std::string ending : {"obj", "obj", "gltf", "gltf", "glb", "glb"})
+    EXPECT_EQ(Command("mokset export --force @s.Vorn @y." + ending).err, "");
   EXPECT_EQ(Command("mokset import --force @m.obj @s.Vorn").status, 0);
 }
 
@@ -95,8 +86,7 @@ TEST_F(Outputs, WhatIsInUseStays) {
   std::filesystem::create_symlink("s.Vorn", Path("link.Vorn"));
   std::filesystem::create_hard_link(Path("s.Vorn"), Path("hard.Vorn"));
   std::filesystem::copy(Path("s.Vorn"), Path("gone.Vorn"));
-  const std::string two = R"({"do": "open", "file": "s.glb"}, {"do": "select", "object": "sow"},
-{"do": "add", "nodes": "field"}, )";
+  const std::string two = kOpen + R"({"do": "add", "nodes": "field"}, )";
   const auto convert = [](const std::string& file) {
     return R"({"do": "convert", "type": 1, "replace": true, "file": ")" + file + "\"}";
   };
@@ -106,16 +96,15 @@ TEST_F(Outputs, WhatIsInUseStays) {
     ExpectKept(two + convert(file), "s.Vorn", owner);
   Done(two + R"({"do": "load", "type": 0, "file": "gone.Vorn"}, {"do": "save", "file": "g.glb"})");
   std::filesystem::remove(Path("gone.Vorn"));
-  const std::string gone =
-      R"({"do": "open", "file": "g.glb"}, {"do": "select", "object": "sow"}, )";
-  ExpectFault(gone + convert("gone.Vorn"), owner);
+  ExpectFault(R"({"do": "open", "file": "g.glb"}, {"do": "select", "object": "sow"}, )" +
+                  convert("gone.Vorn"),
+              owner);
   // Undo brings back what a step let go of; another scene forgets it.
   for (const char* step :
-       {R"({"do": "restore", "type": 0}, )", R"({"do": "remove", "types": ["stone"]},
-{"do": "add", "nodes": "stone"}, )",
-        R"({"do": "replace", "type": 0, "node": "stone"}, )"}) {
+       {R"({"do": "restore", "type": 0}, )",
+        R"({"do": "remove", "types": ["stone"]}, {"do": "add", "nodes": "stone"}, )",
+        R"({"do": "replace", "type": 0, "node": "stone"}, )"})
     ExpectKept(two + step + convert("s.Vorn"), "s.Vorn", "undo brings back into use");
-  }
   Done(two + R"({"do": "restore", "type": 0}, {"do": "save", "file": "t.glb"},
 {"do": "open", "file": "t.glb"}, {"do": "select", "object": "sow"}, )" +
        convert("s.Vorn"));
@@ -124,8 +113,7 @@ TEST_F(Outputs, WhatIsInUseStays) {
   Done(R"({"do": "open", "file": "s.glb"}, )" + merge + "other.glb\"}");
   // A texture of the scene is a picture as well.
   std::filesystem::copy(Path("v.png"), Path("bark.png"));
-  Write("m.mtl", "newmtl a\nmap_Kd bark.png\n");
-  Write("m.obj", "mtllib m.mtl\nusemtl a\nv 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nf 1/1 2/1 3/1\n");
+  WriteTextured("", "bark.png");
   ExpectKept(R"({"do": "open", "file": "m.obj"}, {"do": "view", "file": "bark.png"})", "bark.png",
              "it is a picture of a model");
 }

@@ -89,24 +89,13 @@ TEST_F(Painting, TheEraserTakesThoseInItsRadiusAndUndoBringsThemBack) {
   EXPECT_EQ(PlacementsOf(result, 13), left);
 }
 
-TEST_F(Painting, OnlySelectedRowsArePainted) {
-  const std::string stroke =
-      Stroke("multi", "[[0, 0, 0]]") + R"(, {"do": "get", "param": "Ins_Type"})";
-  const Result result = Done(kField + R"(,
-{"do": "primitive", "kind": "sphere", "name": "bush", "size": [0.5], "at": [50, 40, 0]},
-{"do": "add", "nodes": ["bush"]}, {"do": "set", "values": {"Brush_Size": 3, "Brush_Collision": 0}},
-{"do": "rows", "rows": ["bush"]})" +
-                             stroke + R"(, {"do": "rows", "rows": []})" + stroke);
-  const json &first = result.Step(10)["value"], &all = result.Step(13)["value"];
-  EXPECT_EQ(first, json(std::vector<int>(10, 1)));
-  EXPECT_NE(std::find(all.begin() + 10, all.end(), json(0)), all.end());
-}
-
 TEST_F(Painting, PaintModeGoesOnUntilAnotherKindOfStep) {
   const std::string stroke = Stroke("line", "[[0, 0, 0]]");
-  const Result result = RunText("{\"steps\": [\n" + kField + stroke + R"(,
-{"do": "undo"}, {"do": "redo"}, {"do": "stats"}, {"do": "check"}, {"do": "leave"}, {"do": "leave"})" +
-                                stroke + R"(, {"do": "rows", "rows": []}, {"do": "leave"}]})");
+  const Result result = RunSteps(
+      kField + stroke + R"(, {"do": "undo"}, {"do": "redo"}, {"do": "stats"}, {"do": "check"},
+{"do": "leave"}, {"do": "leave"})" +
+          stroke + R"(, {"do": "rows", "rows": []}, {"do": "leave"})",
+      {});
   ASSERT_EQ(result.status, 0) << result.err;
   for (const char* told :
        {"\n 10 leave      paint mode is off, ", "\n 11 leave      paint mode was off, ",

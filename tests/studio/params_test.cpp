@@ -1,5 +1,3 @@
-#include <fstream>
-
 #include "tests/studio/jobfixture.h"
 
 namespace studio {
@@ -75,16 +73,6 @@ TEST_F(ParamSteps, RowsAndSeedsFollowTheRowTheyName) {
   EXPECT_EQ(result.Step(8)["rows"], json({0, 1}));
   EXPECT_EQ(result.Step(9)["rows"], json({0}));
   EXPECT_EQ(result.Step(11)["value"], before);
-}
-
-TEST_F(ParamSteps, TheDocumentHoldsTheTableOfAllParameters) {
-  std::ifstream in(SOWFIELD_DOCS_DIR "/parameters.md");
-  const std::string text{std::istreambuf_iterator<char>(in), {}};
-  const size_t start = text.find("## What users set\n");
-  ASSERT_NE(start, std::string::npos);
-  EXPECT_EQ(text.substr(start), Command("params --markdown").out)
-      << "refresh it: sowfield params --markdown";
-  EXPECT_EQ(Command("params").status, 2);
 }
 
 }  // namespace

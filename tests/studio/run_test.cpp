@@ -12,9 +12,9 @@ namespace {
 using Program = JobTest;
 
 TEST_F(Program, AStepThatFailsEndsTheJobAndTellsWhatWasDone) {
-  const Result result = RunText(
-      "{\"steps\": [\n{\"do\": \"primitive\", \"kind\": \"box\", \"name\": \"a\"},\n"
-      "  {\"do\": \"delete\", \"nodes\": \"b\"},\n{\"do\": \"params\", \"file\": \"p.json\"}]}");
+  const Result result = RunSteps(R"({"do": "primitive", "kind": "box", "name": "a"},
+  {"do": "delete", "nodes": "b"}, {"do": "params", "file": "p.json"})",
+                                 {});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err.find("job.json:3:29: step 2 (delete): no node is named \"b\""), 0u)
       << result.err;
@@ -24,10 +24,8 @@ TEST_F(Program, AStepThatFailsEndsTheJobAndTellsWhatWasDone) {
 }
 
 TEST_F(Program, QuietTellsOnlyWhatWasAskedFor) {
-  const Result result =
-      RunText("{\"steps\": [\n" + kField +
-                  ", {\"do\": \"get\", \"param\": \"Brush_Amount\"}, {\"do\": \"stats\"}]}",
-              {.quiet = true});
+  const Result result = RunSteps(
+      kField + R"(, {"do": "get", "param": "Brush_Amount"}, {"do": "stats"})", {.quiet = true});
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(result.out, "Brush_Amount = 10\ntypes 1, placements 0, vertices 0, faces 0\n");
   EXPECT_EQ(result.err, "");
@@ -53,8 +51,7 @@ TEST_F(Program, TheExitStatusTellsUsageFromFailure) {
 TEST_F(Program, AnInterruptedJobSaysSoAndLeavesNoFile) {
   const Interruptible here;
   std::raise(SIGINT);
-  const Result r =
-      RunText("{\"steps\": [" + kField + ", {\"do\": \"save\", \"file\": \"s.glb\"}]}");
+  const Result r = RunSteps(kField + R"(, {"do": "save", "file": "s.glb"})", {});
   EXPECT_EQ(r.status, 130);
   EXPECT_TRUE(Says(r.err, "step 1 (primitive): interrupted"));
   EXPECT_FALSE(std::filesystem::exists(Path("s.glb")));
@@ -67,8 +64,7 @@ TEST_F(Program, ASaveThatIsEndedHalfWayLeavesTheOldFile) {
     bool Asked() const override { return reports > 0; }
     int reports = 0;
   };
-  ASSERT_EQ(
-      RunText("{\"steps\": [" + kField + ", {\"do\": \"save\", \"file\": \"s.glb\"}]}").status, 0);
+  Done(kField + R"(, {"do": "save", "file": "s.glb"})");
   const std::string before = Read("s.glb");
   std::ostringstream notices;
   Stage stage("", notices);
@@ -76,22 +72,32 @@ TEST_F(Program, ASaveThatIsEndedHalfWayLeavesTheOldFile) {
   Ended progress;
   const host::ProgressScope told(progress);
   std::string error;
-  for (const std::string& name : {std::string("s.glb"), std::string("new.glb")})
+  for (const char* name : {"s.glb", "new.glb"})
     EXPECT_THROW(host::SaveScene(stage.Ip(), Path(name).string(), {}, error), host::Cancelled);
   EXPECT_EQ(Read("s.glb"), before);
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 2) << "job and scene";
 }
 
-// Each can be done and is listed, the document's second half is the table of them, and the example
-// of its first half runs.
+std::string Document(const std::string& name) {
+  std::ifstream in(SOWFIELD_DOCS_DIR + name);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+TEST_F(Program, DocumentsEndWithTheTablesThatItPrints) {
+  for (const auto& [name, heading, command] :
+       {std::tuple("/jobs.md", "## The job\n", "steps --markdown"),
+        {"/parameters.md", "## What users set\n", "params --markdown"}}) {
+    const std::string text = Document(name);
+    const size_t start = text.find(heading);
+    ASSERT_NE(start, std::string::npos) << name;
+    EXPECT_EQ(text.substr(start), Command(command).out) << "refresh it: sowfield " << command;
+  }
+  EXPECT_EQ(Command("params").status, 2);
+}
+
+// Each can be done and is listed, and the document's example runs.
 TEST_F(Program, StepsAreToldEverywhere) {
-  const std::filesystem::path path = SOWFIELD_DOCS_DIR "/jobs.md";
-  std::ifstream in(path);
-  ASSERT_TRUE(in) << path;
-  const std::string text{std::istreambuf_iterator<char>(in), {}}, tables = StepsAsMarkdown();
-  const size_t start = text.find("## The job\n");
-  ASSERT_NE(start, std::string::npos);
-  EXPECT_EQ(text.substr(start), tables) << "refresh it: sowfield steps --markdown";
+  const std::string text = Document("/jobs.md"), tables = StepsAsMarkdown();
   for (const StepDecl& step : AllSteps()) {
     const std::string name = step.name;
     EXPECT_TRUE(FunctionOf(name) && Says(StepList(), name + " ")) << name;

@@ -85,8 +85,9 @@ std::vector<ViewerPart> ViewerParts(const Mesh& source, const Matrix3* baked,
   const MeshMap* map = mesh.mapSupport(1) ? &mesh.maps[1] : nullptr;
 
   Sorted sorted = SortById(mesh, materialOf);
-  int last = -1;
-  Growing* g = nullptr;
+  if (sorted.parts.empty()) return {};
+  int last = mesh.faces[0].getMatID();
+  Growing* g = &sorted.parts[sorted.partOfId.at(last)];
   for (size_t f = 0; f < mesh.faces.size(); ++f) {
     const Face& face = mesh.faces[f];
     if (face.getMatID() != last) g = &sorted.parts[sorted.partOfId.at(last = face.getMatID())];

@@ -6,6 +6,7 @@
 #include "host/scene/mtl.h"
 #include "host/scene/primitives.h"
 #include "host/scenefile/scenefile.h"
+#include "tests/host/sealed.h"
 #include "tests/host/tempfolder.h"
 #include "tests/host/viewerfile.h"
 
@@ -92,8 +93,9 @@ TEST_F(Export, ABoxTakesLessThanAKilobyteBesideItsVertices) {
 
 TEST_F(Export, PicturesGoIntoAGlbAndLieBesideAPair) {
   std::vector<std::byte> png;
+  EXPECT_FALSE(host::EncodePng(1, 2, std::vector<std::uint8_t>{1, 2, 3}, png, error_));
   ASSERT_TRUE(host::EncodePng(1, 1, std::vector<std::uint8_t>{1, 2, 3}, png, error_)) << error_;
-  const std::string bytes(reinterpret_cast<const char*>(png.data()), png.size());
+  const std::string bytes = Raw(png);
   const WStr leaf = FromUtf8(Put("leaf.png", bytes)), twin = FromUtf8(Put("twin.png", bytes));
   const WStr lost = FromUtf8(Path("lost.png")), text = FromUtf8(Put("text.png", "no picture"));
   for (const WStr& picture : {leaf, leaf, twin, lost, text}) Box({1, 1, 1}, Paint(0.5f, picture));
@@ -103,9 +105,7 @@ TEST_F(Export, PicturesGoIntoAGlbAndLieBesideAPair) {
   EXPECT_EQ(v.root["images"][0], v.root["images"][1]) << "equal bytes are there once";
   EXPECT_EQ(v.root["images"][0]["mimeType"], "image/png");
   const json& view = v.root["bufferViews"][v.root["images"][0]["bufferView"].get<size_t>()];
-  const auto* first =
-      reinterpret_cast<const char*>(v.bin.data()) + view["byteOffset"].get<size_t>();
-  EXPECT_EQ(std::string(first, view["byteLength"].get<size_t>()), bytes);
+  EXPECT_EQ(Raw(v.bin).substr(view["byteOffset"], view["byteLength"]), bytes);
   EXPECT_EQ(v.root["materials"].size(), 4u);
   ASSERT_EQ(saved_.warnings.size(), 2u);
   EXPECT_NE(saved_.warnings[0].find("lost.png\": No such file"), std::string::npos)

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <grp.h>
-#include <png.h>
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
@@ -17,11 +16,8 @@
 #include <csignal>
 #include <cstring>
 #include <functional>
-#include <map>
 #include <nlohmann/json.hpp>
-#include <set>
 
-#include "host/files/png.h"
 #include "host/host.h"
 #include "host/scene/triobject.h"
 #include "host/scenefile/scenefile.h"
@@ -111,7 +107,7 @@ TEST_F(FileIo, WhatWasWrittenIsReadAndLinksStay) {
   ASSERT_TRUE(Write(link, text)) << error_;
   std::vector<std::byte> bytes;
   ASSERT_TRUE(host::ReadFile(Path("a"), bytes, error_)) << error_;
-  EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size()), text);
+  EXPECT_EQ(Raw(bytes), text);
   EXPECT_TRUE(fs::is_symlink(link));
   fs::create_symlink("ring", Path("ring"));
   EXPECT_FALSE(Write(Path("ring"), "new"));
@@ -208,17 +204,14 @@ TEST_F(FileIo, WhatAKilledWriteLeftGoesWithTheNextOneBeside) {
     return Write(Path("p.json"), "half") ? 0 : 1;
   });
   ASSERT_TRUE(WIFSIGNALED(status));
-  const auto names = [&] {
-    std::set<std::string> found;
-    for (const auto& entry : fs::directory_iterator(folder_))
-      found.insert(entry.path().filename().string());
-    return found;
-  };
-  ASSERT_EQ(names().size(), 1u);
+  ASSERT_EQ(All().size(), 1u);
   Put(".notes.saving", "mine"), Put(".a.gltf.AbC123.saving", "a pair's");
   host::SafeFile living(Path("b"));
   ASSERT_TRUE(living.Open() && Write(Path("c"), "c") && living.Commit());
-  EXPECT_EQ(names(), (std::set<std::string>{".notes.saving", ".a.gltf.AbC123.saving", "b", "c"}));
+  EXPECT_EQ(All(), (Files{{".notes.saving", "mine"},
+                          {".a.gltf.AbC123.saving", "a pair's"},
+                          {"b", ""},
+                          {"c", "c"}}));
 }
 
 TEST_F(FileIo, OneFileHasManyPaths) {
@@ -275,23 +268,6 @@ TEST_F(FileIo, OnlyRegularFilesAreTaken) {
   EXPECT_EQ(error_, "cannot write \"" + Path("none/x") + "\": No such file or directory");
 }
 
-TEST_F(FileIo, APngHoldsThePicture) {
-  std::vector<std::uint8_t> rgb(18);
-  for (size_t i = 0; i < rgb.size(); ++i) rgb[i] = std::uint8_t(255 - 11 * i);
-  std::vector<std::byte> png;
-  ASSERT_TRUE(host::EncodePng(3, 2, rgb, png, error_)) << error_;
-  png_image image = {};
-  image.version = PNG_IMAGE_VERSION;
-  ASSERT_TRUE(png_image_begin_read_from_memory(&image, png.data(), png.size()));
-  ASSERT_TRUE(image.width == 3 && image.height == 2 && image.format == PNG_FORMAT_RGB);
-  std::vector<std::uint8_t> read(rgb.size());
-  ASSERT_TRUE(png_image_finish_read(&image, nullptr, read.data(), 0, nullptr));
-  EXPECT_EQ(read, rgb);
-  EXPECT_FALSE(host::EncodePng(3, 3, rgb, png, error_));
-}
-
-using Files = std::map<std::string, std::string>;  // by name
-
 class SceneSafety : public TempFolder {
  protected:
   SceneSafety() { host_.Services().CreateObjectNode(mesh_); }
@@ -309,14 +285,6 @@ class SceneSafety : public TempFolder {
     const auto& verts = static_cast<TriObject*>(shown)->mesh.verts;
     const Point3 all(float(verts.size()), 0, 0);
     return std::count(verts.begin(), verts.end(), all) == all.x ? int(verts.size()) : -1;
-  }
-  Files All() const {
-    Files files;
-    for (const auto& entry : fs::directory_iterator(folder_)) {
-      if (!fs::is_regular_file(entry.symlink_status())) continue;
-      files[entry.path().filename().string()] = Content(entry.path());
-    }
-    return files;
   }
   std::string BinOf(const std::string& gltf) const {
     return nlohmann::json::parse(All().at(gltf))["buffers"][0]["uri"];

@@ -34,10 +34,6 @@ namespace fs = std::filesystem;
 const fs::path kModels = "/usr/share/assimp/models";
 constexpr TimeValue kSecond = 4800;
 
-std::string Raw(const auto& values) {
-  return {reinterpret_cast<const char*>(values.data()), values.size() * sizeof(values[0])};
-}
-
 /// A glTF under construction; each list of numbers becomes a view and an accessor of its own.
 struct Gltf {
   nlohmann::json root = {

@@ -361,7 +361,7 @@ class Shapes : public Staged {
   void Save() {
     std::vector<std::byte> bytes;
     ASSERT_TRUE(host::SaveSceneBytes(ip_, "/s.glb", bytes, error_)) << error_;
-    glb_.assign(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    glb_ = Raw(bytes);
     const std::string text = GlbText(glb_);
     root_ = json::parse(text);
     chunk_ = glb_.substr(20 + text.size());
@@ -499,8 +499,7 @@ TEST_F(Shapes, ViewersSeeLines) {
   }
 }
 
-// Two triangles, a square of side 1 in the plane z = 0, folded up by a quarter turn along x = 1.
-Mesh Fold() {
+TEST(CornerNormals, AreMeansByAreaOverASharedGroup) {
   Mesh mesh;
   mesh.setNumVerts(4);
   const Point3 points[] = {{0, 0, 0}, {1, 0, 0}, {1, 2, 0}, {1, 0, 3}};
@@ -508,11 +507,6 @@ Mesh Fold() {
   mesh.setNumFaces(2);
   mesh.faces[0].setVerts(0, 1, 2);  // normal +Z, area 1
   mesh.faces[1].setVerts(1, 3, 2);  // normal -X, area 3
-  return mesh;
-}
-
-TEST(CornerNormals, AreMeansByAreaOverASharedGroup) {
-  Mesh mesh = Fold();
   const Point3 up(0, 0, 1), left(-1, 0, 0);
   const auto expect = [&](const Point3& shared0, const Point3& shared1) {
     // Face 0 is 0 1 2, face 1 is 1 3 2: they share vertices 1 and 2.

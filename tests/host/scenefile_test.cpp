@@ -245,18 +245,14 @@ void Fill(TableHost& host) {
   b.SetKey(T::kKeyed, 0, 1), b.SetKey(T::kKeyed, 481, -2);
 }
 
-std::string BytesOf(const auto& span) {
-  return {reinterpret_cast<const char*>(span.data()), span.size() * sizeof(span[0])};
-}
-
 // What the tables hold, by plain reads; nodes and materials as the places where they stand.
 std::string BlockText(host::Host& host) {
   const auto nodes = host.GetScene().AllNodes();
   const IParamBlock2& b = BlockOf(nodes.back()->GetObjectRef());
   std::string text = std::to_string(b.GetFloat(TableObject::kKeyed, 240));
   for (const ParamDef& def : b.GetDesc()->Params()) {
-    text += BytesOf(b.Ints(def.id)) + '|' + BytesOf(b.Floats(def.id)) + '|';
-    text += BytesOf(b.Points(def.id)) + '|';
+    text += Raw(b.Ints(def.id)) + '|' + Raw(b.Floats(def.id)) + '|';
+    text += Raw(b.Points(def.id)) + '|';
     for (const WStr& s : b.Strings(def.id)) text += ToUtf8(s) + '\0';
     for (INode* n : b.Nodes(def.id))
       text += std::to_string(std::find(nodes.begin(), nodes.end(), n) - nodes.begin()) + ' ';
@@ -269,7 +265,7 @@ std::string BlockText(host::Host& host) {
 std::string NodeText(INode& n) {
   std::string text = ToUtf8(n.GetName() + L'|' + n.GetLayer()->GetName() + L'|');
   for (const TimeValue at : {-50, 0, 777, 9600})
-    text += BytesOf(std::vector<Matrix3>{n.GetObjectTM(at)});
+    text += Raw(std::vector<Matrix3>{n.GetObjectTM(at)});
   const Object* object = n.GetObjectRef();
   const Class_ID id = object ? object->ClassID() : Class_ID();
   for (const std::uint32_t number : {n.GetWireColor(), ColorRef(n.IsHidden()), id.a, id.b,
@@ -277,8 +273,8 @@ std::string NodeText(INode& n) {
     text += std::to_string(number) + '|';
   const EvaluatedMesh e = EvalMesh(&n, 100);
   if (!e) return text;
-  text += BytesOf(e.mesh->verts) + '|' + BytesOf(e.mesh->faces);
-  for (const MeshMap& map : e.mesh->maps) text += '|' + BytesOf(map.verts) + BytesOf(map.faces);
+  text += Raw(e.mesh->verts) + '|' + Raw(e.mesh->faces);
+  for (const MeshMap& map : e.mesh->maps) text += '|' + Raw(map.verts) + Raw(map.faces);
   return text;
 }
 
@@ -291,7 +287,7 @@ class SceneFile : public TempFolder {
   std::string Bytes(host::Host& host) {
     std::vector<std::byte> bytes;
     EXPECT_TRUE(host::SaveSceneBytes(host.Services(), Path("a.glb"), bytes, error_));
-    return BytesOf(bytes);
+    return Raw(bytes);
   }
   bool Open(host::Host& host, const std::string& bytes) {
     return host::OpenSceneBytes(host.Services(), std::as_bytes(std::span(bytes)), "it", {}, error_);

@@ -7,6 +7,10 @@
 #include "host/scenefile/scenerecords.h"
 #include "host/scenefile/scenevalues.h"
 
+inline std::string Raw(const auto& values) {
+  return {reinterpret_cast<const char*>(values.data()), values.size() * sizeof(values[0])};
+}
+
 /// A scene's text with its checksum set right.
 inline std::string Sealed(std::string text) {
   const size_t at = text.find(host::kCrcMark) + host::kCrcMark.size();

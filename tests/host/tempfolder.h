@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <string>
 
 /// Has a folder of its own, which goes with it.
@@ -27,6 +28,14 @@ class TempFolder : public testing::Test {
   static std::string Content(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
+  }
+  using Files = std::map<std::string, std::string>;  // by name
+  Files All() const {
+    Files files;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_))
+      if (std::filesystem::is_regular_file(entry.symlink_status()))
+        files[entry.path().filename().string()] = Content(entry.path());
+    return files;
   }
   std::string folder_, error_;
 };

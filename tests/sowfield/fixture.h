@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 #include <map>
 #include <stdexcept>
 #include <vector>
@@ -23,7 +22,6 @@
 
 namespace sowfield {
 
-/// Keeps the events of a distribution in order.
 struct MessageLog : Listener {
   void OnEvent(Event event) override { events.push_back(event); }
   int Count(Event event) const { return int(std::count(events.begin(), events.end(), event)); }
@@ -136,7 +134,6 @@ struct SowfieldScene {
       Block().Append(Ins_AnimRand, 1, &animRand);
     }
   }
-  /// The only node of a name, or none.
   INode* Named(const WStr& name) {
     const auto found = host.GetScene().FindNodes(name);
     return found.size() == 1 ? found.front() : nullptr;

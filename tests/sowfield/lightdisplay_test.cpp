@@ -1,5 +1,3 @@
-// What the object draws by itself, what of it is hit, its boxes, and the display's items.
-
 #include <gtest/gtest.h>
 
 #include "host/viewport/renderitems.h"

@@ -254,11 +254,6 @@ TEST(PaintStroke, TellsOfWhatItChanged) {
   }
 }
 
-bool Scan(const std::vector<Point3>& all, const Point3& p, float distance) {
-  return std::any_of(all.begin(), all.end(),
-                     [&](const Point3& q) { return Length(p - q) < distance; });
-}
-
 // Half of the queries lie a distance from a position along an axis, where rounding decides.
 TEST(Collision, AnswersAsAPlainScan) {
   using Spread = std::array<float, 3>;  // positions are rounded to the grid, if that is above 0
@@ -293,7 +288,8 @@ TEST(Collision, AnswersAsAPlainScan) {
             p = plain[random() % plain.size()];
             p[int(random() % 3)] += random() % 2 ? distance : -distance;
           }
-          ASSERT_EQ(index.AnyCloser(p, distance), Scan(plain, p, distance))
+          const auto closer = [&](const Point3& q) { return Length(p - q) < distance; };
+          ASSERT_EQ(index.AnyCloser(p, distance), std::any_of(plain.begin(), plain.end(), closer))
               << "within " << size << ", seed " << seed << ", act " << n;
         }
         ASSERT_EQ(index.Count(), plain.size());

@@ -1,5 +1,3 @@
-// What is painted on, and the brush cursor: its direction, its look, and the keys for its size.
-
 #include "sowfield/paint/targets.h"
 
 #include <gtest/gtest.h>
@@ -86,7 +84,6 @@ TEST(PaintTargets, SowfieldObjectsByToolAndMode) {
   EXPECT_EQ(modes(true, kMultiTool), ".......");
 }
 
-/// A box of any class.
 struct OddObject : BoxObject {
   OddObject(SClass_ID superClass, Class_ID itsClass, bool toTri = true, bool toPoly = true)
       : super(superClass), id(itsClass), tri(toTri), poly(toPoly) {}

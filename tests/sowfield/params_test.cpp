@@ -1,5 +1,3 @@
-// The parameters against a table written by hand, and the rules that hold between their tables.
-
 #include "sowfield/model/params.h"
 
 #include <gtest/gtest.h>
@@ -185,11 +183,6 @@ TEST(Edits, AreBoundByTypesBrushAndUnit) {
   EXPECT_TRUE(InputStep(height) == 0.01 && InputStep(*FindParam(Brush_Size)) == 0.5);
   EXPECT_EQ(s.WhyNot(Tr_ZPos_Min, 501, 1),
             "\"Tr_ZPos_Min\" can't be 501: the range is -500 to 500");
-  // A quarter of |x| + |y|.
-  EXPECT_EQ(s.WhyNot(Brush_LineSize, 1.5),
-            "\"Brush_LineSize\" can't be 1.5: with these types it is at least 2");
-  EXPECT_EQ(s.WhyNot(Display_Type, 2),
-            "\"Display_Type\" can't be 2: the range is 0 to 1, the number of types");
   EXPECT_EQ(s.WhyNot(Brush_Amount, 1.5), "\"Brush_Amount\" takes a whole number, this is 1.5");
   EXPECT_EQ(s.WhyNot(Tr_AnimMin, 1, 1), "\"Tr_AnimMin\" has no entry 1");
   EXPECT_EQ(s.WhyNot(Brush_Collision, NAN),

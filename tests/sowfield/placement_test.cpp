@@ -1,5 +1,3 @@
-// The random tables, the placements made from them, and the mesh that shows these.
-
 #include "sowfield/model/placement.h"
 
 #include <gtest/gtest.h>

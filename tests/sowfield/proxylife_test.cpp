@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <numeric>
-#include <set>
 
 #include "host/core/assets.h"
 #include "host/scene/animatedmesh.h"
@@ -55,12 +54,9 @@ std::vector<Object*> Makings() {
 TEST_F(ProxyLife, AFileShowsAPlacementAsTheNodeDid) {
   int made = 0;
   for (Object* making : Makings()) {
-    INode* source = AddNode(L"Source", making, {40, 30, 5});
-    Matrix3 tm = source->GetNodeTM(0);
-    tm.Scale({2, made % 2 ? -1.0f : 1.0f, 0.5f});  // mirrored every other time
-    tm.RotateX(0.4f);
-    tm.RotateZ(1.1f);
-    source->SetNodeTM(0, tm);
+    INode* source = AddNode(L"Source", making);
+    // Mirrored every other time.
+    source->SetNodeTM(0, Turned({2, made % 2 ? -1.0f : 1.0f, 0.5f}, 0.4f, {40, 30, 5}));
     ASSERT_TRUE(AddAsType(source)) << made << ": " << WhyNotASource(source, 0);
     const int type = D().TypeCount() - 1;
     AppendPlacements({{{3, -2, 1}, {0.3f, 0.1f, 2}, type, 5, 0}});

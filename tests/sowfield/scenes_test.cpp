@@ -1,5 +1,3 @@
-// Scenes with objects: saved and opened, damaged and recovered, merged.
-
 #include <gtest/gtest.h>
 
 #include <cstring>

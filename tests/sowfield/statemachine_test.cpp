@@ -126,9 +126,7 @@ class Machine {
  private:
   std::string Difference() {
     const Model actual = ModelOf(s_);
-    if (actual.types.size() != model_.types.size())
-      return std::to_string(actual.types.size()) + " types, not " +
-             std::to_string(model_.types.size());
+    if (actual.types.size() != model_.types.size()) return "number of types";
     for (size_t t = 0; t < actual.types.size(); ++t)
       if (!(actual.types[t] == model_.types[t])) return "type " + std::to_string(t);
     if (actual.order != model_.order) return "painting order";
@@ -164,11 +162,11 @@ class Machine {
 
   // What an operation reads from its source, the model takes over for that type alone.
   void TakeData(size_t t) {
-    const TypeRecord now = Records(s_).at(t);
-    TypeRecord& r = model_.types[t];
-    r.kind = now.kind, r.node = now.node, r.original = now.original, r.file = now.file;
-    r.low = now.low, r.high = now.high, r.vertices = now.vertices, r.faces = now.faces;
-    r.samples = now.samples, r.name = now.name;
+    TypeRecord now = Records(s_).at(t);
+    const TypeRecord& r = model_.types[t];
+    now.material = r.material, now.share = r.share, now.rows = r.rows, now.random = r.random;
+    now.placements = r.placements;
+    model_.types[t] = now;
   }
   void RemoveTypes(auto&& goes) {
     std::vector<int> number(model_.types.size(), -1);

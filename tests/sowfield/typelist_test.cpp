@@ -1,5 +1,3 @@
-// Adding, replacing and deleting types: nodes, layers, events, brush, refreshes, order of tables.
-
 #include <gtest/gtest.h>
 
 #include <numeric>
@@ -140,9 +138,7 @@ TEST(BrushMinimum, OfATypeThatIsAddedMindsWhatTheOthersDidMeanwhile) {
   group->AttachChild(a);
   s.AddAsType(a), s.AddAsType(b);
   EXPECT_EQ(s.D().brushMinimum, 2);
-  Matrix3 larger;
-  larger.Scale({4, 4, 4});
-  group->SetNodeTM(0, larger);
+  group->SetNodeTM(0, {{4, 0, 0}, {0, 4, 0}, {0, 0, 4}, {0, 0, 0}});
   s.AddAsType(s.AddBox(L"wide", 100, 100, 1));
   EXPECT_EQ(s.D().brushMinimum, 6) << "of b, now that a has grown with its parent";
   s.Set(Geo_BoxMax, Point3(-5.5f, -5.5f, 1), 1);
@@ -243,19 +239,6 @@ TEST(AddType, OfAVRayProxyMakesAHiddenCopyOfItsWholeMesh) {
   for (const float f : {0, 4, 8}) EXPECT_EQ(copy->GetNodeTM(int(200 * f)).GetTrans().x, f);
 }
 
-TEST(NodeDeletion, TakesBothNodesOfARendererProxyAndTheTypesOfEach) {
-  Mixed s({0, 3, 2, 3, 1});
-  s.AddAsType(Records(s)[3].original);  // one original behind types 3 and 5
-  s.Undo().Clear();
-  const std::vector<TypeRecord> all = Records(s);
-  s.log.Clear();
-  s.host.Services().DeleteNodes(std::vector{all[3].node, all[3].original}, true);
-  EXPECT_TRUE(s.D().TypeCount() == 4 && s.log.Count(Event::TypeListChanged) == 1);
-  EXPECT_EQ(s.log.Count(Event::StatsChanged), 2) << "one walk a message";
-  for (INode* n : {all[3].node, all[3].original, all[5].node}) EXPECT_FALSE(n->InScene());
-  s.RollBothWays(L"Delete");
-}
-
 // Hears of the tables of a block as its object does; several messages of one table in a row count
 // once.
 class Recorder : public ReferenceTarget {
@@ -299,7 +282,6 @@ const std::string kRowsThatGo =
 const std::string kPlacementsThatGo = " Ins_Pos Ins_Normal Ins_Type Ins_Rand Ins_AnimRand";
 
 struct TableOrder : testing::Test, SowfieldScene {
-  // Deletes a type, or replaces it.
   std::string Change(int row, INode* by = nullptr) {
     D().lists.SelectObjectRows({row});
     heard.Take();

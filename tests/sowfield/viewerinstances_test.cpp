@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <set>
 
@@ -107,9 +106,7 @@ double ExpectSourceMesh(const Viewer& v, size_t node, const Mesh& source, const 
 
 TEST_F(Instances, StandWhereTheirPlacementsDo) {
   INode* box = AddBox(L"box", 1, 2, 3, {9, 9, 9});
-  Matrix3 turned;
-  turned.Scale({1, -2, 3}), turned.RotateX(1), turned.Translate({5, 0, 0});
-  box->SetNodeTM(0, turned), box->SetObjOffsetPos({0.5f, 0, 1});
+  box->SetNodeTM(0, Turned({1, -2, 3}, 1, {5, 0, 0})), box->SetObjOffsetPos({0.5f, 0, 1});
   INode* const sources[] = {box, AddSphere(L"ball", 2, 8), AddBox(L"flat", 1, 1, 1),
                             AddBox(L"unpainted", 1, 1, 1)};
   ASSERT_EQ(AddTypesByName(D(), sources), 4);
@@ -193,8 +190,7 @@ TEST_F(Instances, EveryNodeOfTheObjectShowsThem) {
   ASSERT_TRUE(AddAsType(AddBox(L"box", 1, 2, 3)));
   Paint(50, 1);
   node->SetNodeTM(0, TransMatrix({3, 4, 5}));
-  Matrix3 away;
-  away.Scale({2, 2, 2}), away.RotateZ(0.5f), away.RotateX(0.25f), away.Translate({7, 8, 9});
+  const Matrix3 away = Turned({2, 2, 2}, 0.25f, {7, 8, 9});
   INode* second = AddNode(L"second", object);
   second->SetNodeTM(0, away), second->SetObjectOffset(TransMatrix({0, 1, 0}));
   AddNode(L"hidden", object)->Hide(true);
@@ -213,8 +209,7 @@ TEST_F(Instances, EveryNodeOfTheObjectShowsThem) {
   }
 
   // What turns, stretches or moves the first node takes no placement along: they leave it.
-  Matrix3 wide;
-  wide.Scale({1, 3, 1});
+  const Matrix3 wide({1, 0, 0}, {0, 3, 0}, {0, 0, 1}, {0, 0, 0});
   for (const bool keyed : {false, true}) {
     node->SetNodeTM(0, keyed ? TransMatrix({1, 1, 1}) : wide * away);
     for (int t = 0; keyed && t <= 4800; t += 4800)

@@ -468,7 +468,7 @@ TEST(GraphicsWindow, NothingAtTheEyeOrBehindItIsHit) {
   EXPECT_FALSE(Hits(view, before, {{50, 40}, {60, 60}}, false)) << "half of the dot";
 }
 
-class Picking : public Staged {};
+using Picking = Staged;
 
 TEST_F(Picking, FacesAreHitWhereTheyAreSeenInTheOrderOfTheScene) {
   const float inf = std::numeric_limits<float>::infinity();

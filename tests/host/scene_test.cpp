@@ -122,7 +122,7 @@ TEST(References, HandlersMayChangeWhoRefersDuringAMessage) {
   EXPECT_EQ(gone, 2);
 }
 
-class SceneTest : public Staged {};
+using SceneTest = Staged;
 
 TEST_F(SceneTest, NodesAndBlocksMayGoInTheHandlerOfTheirOwnMessage) {
   auto* owner = new Owner;
@@ -204,30 +204,18 @@ TEST_F(SceneTest, NodesAreFoundByNameInTheOrderOfAWalk) {
   const auto below = [&](size_t n) { return size_t(random()) % n; };
   const WStr names[] = {L"a", L"b", L"c"};
   for (int act = 0; act < 600; ++act) {
+    while (scene.AllNodes().size() < 5) Add()->SetName(names[below(3)]);
     const std::vector<INode*> all = scene.AllNodes();
-    if (all.size() < 5) Add()->SetName(names[below(3)]);
-    INode *n = all.empty() ? Add() : all[below(all.size())], *to = n;
-    if (!all.empty()) to = all[below(all.size())];
+    INode *n = all[below(all.size())], *to = all[below(all.size())];
     const INode* up = to;
     while (up && up != n) up = up->GetParentNode();
     const auto work = [&] {
-      switch (below(6)) {
-        case 0:
-        case 1:
-          Add()->SetName(names[below(3)]);
-          break;
-        case 2:
-          n->SetName(names[below(3)]);
-          break;
-        case 3:
-          if (!up) to->AttachChild(n);
-          break;
-        case 4:
-          ip_.DeleteNode(n, false, false);
-          break;
-        default:
-          scene.GetRootNode()->AttachChild(n);
-      }
+      const size_t kind = below(6);
+      if (kind < 2) Add()->SetName(names[below(3)]);
+      if (kind == 2) n->SetName(names[below(3)]);
+      if (kind == 3 && !up) to->AttachChild(n);
+      if (kind == 4) ip_.DeleteNode(n, false, false);
+      if (kind == 5) scene.GetRootNode()->AttachChild(n);
     };
     Step(work);
     for (size_t k = below(4); k > 0; --k) random() % 2 ? host_.Undo().Undo() : host_.Undo().Redo();

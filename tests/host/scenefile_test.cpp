@@ -628,24 +628,22 @@ TEST_F(ScenePlugin, DamageIsNamedAndTheRestRecovered) {
   const struct {
     const char *change, *lost;
     bool kept;  // the material, and what it says of itself
-  } cases[] = {
-      {R"("op": "remove", "path": "/blocks/1")",
-       "is dropped: the parameter block at its reference 1 is missing", false},
-      {R"("op": "replace", "path": "/blocks/1/id", "value": 7)",
-       "is dropped: its block has the id 7, expected 1", false},
-      {R"("op": "copy", "from": "/blocks/0", "path": "/blocks/-")",
-       "it has 3 parameter blocks, expected 2", true},
-      {R"("op": "add", "path": "/subMtls/-", "value": null)", "it has 3 sub-materials, expected 2",
-       true},
-      {R"("op": "copy", "from": "/subTexmaps/0/ref", "path": "/subMtls/1/ref")",
-       "a sub-material refers to a thing that is none", true},
-      {R"("op": "add", "path": "/refs", "value": [{"index": 0, "to": null}])",
-       "reference 0 is a parameter block", true},
-      {R"("op": "add", "path": "/refs", "value": [{"index": 2, "to": null}])",
-       "reference 2 takes no mesh", true},
-      {R"("op": "copy", "from": "/id", "path": "/subMtls/1/ref")",
-       "is dropped: it lies within itself", false},
-  };
+  } cases[] = {{R"("op": "remove", "path": "/blocks/1")",
+                "is dropped: the parameter block at its reference 1 is missing", false},
+               {R"("op": "replace", "path": "/blocks/1/id", "value": 7)",
+                "is dropped: its block has the id 7, expected 1", false},
+               {R"("op": "copy", "from": "/blocks/0", "path": "/blocks/-")",
+                "it has 3 parameter blocks, expected 2", true},
+               {R"("op": "add", "path": "/subMtls/-", "value": null)",
+                "it has 3 sub-materials, expected 2", true},
+               {R"("op": "copy", "from": "/subTexmaps/0/ref", "path": "/subMtls/1/ref")",
+                "a sub-material refers to a thing that is none", true},
+               {R"("op": "add", "path": "/refs", "value": [{"index": 0, "to": null}])",
+                "reference 0 is a parameter block", true},
+               {R"("op": "add", "path": "/refs", "value": [{"index": 2, "to": null}])",
+                "reference 2 takes no mesh", true},
+               {R"("op": "copy", "from": "/id", "path": "/subMtls/1/ref")",
+                "is dropped: it lies within itself", false}};
   for (const auto& c : cases) {
     json changed = sound;
     paint(changed).patch_inplace(json::parse(std::string("[{") + c.change + "}]"));

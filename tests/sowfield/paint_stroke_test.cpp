@@ -227,10 +227,7 @@ TEST(PaintStroke, TheMultiToolLaysAsManyAsTheWayPaysFor) {
 // The object's own mesh may be among the targets, and what was laid may be painted on at once. The
 // statistics follow in any case; a light mode draws from the tables and rebuilds nothing.
 TEST(PaintStroke, TellsOfWhatItChanged) {
-  struct Case {
-    int tool, onSelf, mode;
-    const char *start, *event, *end;
-  };
+  using Case = std::tuple<int, int, int, const char*, const char*, const char*>;
   for (const auto& [tool, onSelf, mode, start, event, end] :
        {Case{kLineTool, 0, 2, "u", "", ""}, Case{kLineTool, 1, 4, "u", "", "ua"},
         Case{kMultiTool, 1, 2, "u", "", "ua"}, Case{kEraseTool, 0, 2, "u", "", ""},

@@ -228,20 +228,12 @@ TEST_F(ProxyLife, ConversionTakesCountsAndSamplesOfTheFile) {
   ASSERT_TRUE(AddAsType(box) && AddAsType(AddNode(L"Proxy", proxy)));
   ASSERT_TRUE(AddAsType(AddMesh(L"Cloud", cloud)) && AddAsType(AddBox(L"Behind", 8, 8, 8)));
   const auto behind = Records(*this)[3].samples;
-  const auto expectSamplesOfBox = [&](int type) {
-    const TypeRecord r = Records(*this)[size_t(type)];
-    EXPECT_TRUE(r.samples.size() == 8 && r.vertices == 8 && r.faces == 12) << r.samples.size();
-    for (const float z : {0.0f, 3.0f})
-      for (const Point3& corner : {Point3(-1, -1, z), {1, -1, z}, {-1, 1, z}, {1, 1, z}})
-        EXPECT_EQ(std::count_if(r.samples.begin(), r.samples.end(),
-                                [&](const Point3& p) { return Apart(p, corner) < 1e-5; }),
-                  1);
-    EXPECT_TRUE(Records(*this)[3].samples == behind && Breach().empty()) << Breach();
-  };
   for (int type = 0; type < 3; ++type) {
     ASSERT_TRUE(Convert(type, "a.Vorn"));
-    if (type < 2) expectSamplesOfBox(type);
-    EXPECT_EQ(Records(*this)[size_t(type)].samples, ReadMoksetInfo(File("a.Vorn")).samples);
+    const TypeRecord r = Records(*this)[size_t(type)];
+    EXPECT_EQ(r.samples, ReadMoksetInfo(File("a.Vorn")).samples);
+    EXPECT_TRUE(type == 2 || (r.samples.size() == 8 && r.vertices == 8 && r.faces == 12));
+    EXPECT_TRUE(Records(*this)[3].samples == behind && Breach().empty()) << Breach();
     EXPECT_EQ(Undo().UndoNames().back(), L"Save Mokset Out");
   }
   EXPECT_EQ(Records(*this)[2].samples.size(), 3000u);
@@ -249,7 +241,13 @@ TEST_F(ProxyLife, ConversionTakesCountsAndSamplesOfTheFile) {
   Undo().Undo(), Undo().Undo(), Undo().Undo();
   bool written = true;
   ASSERT_TRUE(ConvertType(D(), 0, File("none/a.Vorn"), written) && !written);
-  expectSamplesOfBox(0);
+  const TypeRecord r = Records(*this)[0];
+  EXPECT_TRUE(r.samples.size() == 8 && r.vertices == 8 && r.faces == 12) << r.samples.size();
+  for (const float z : {0.0f, 3.0f})
+    for (const Point3& corner : {Point3(-1, -1, z), {1, -1, z}, {-1, 1, z}, {1, 1, z}}) {
+      const auto near = [&](const Point3& p) { return Apart(p, corner) < 1e-5; };
+      EXPECT_EQ(std::count_if(r.samples.begin(), r.samples.end(), near), 1);
+    }
 }
 
 TEST_F(ProxyLife, AFileOfNoSizeLeavesTheBrush) {

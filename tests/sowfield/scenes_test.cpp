@@ -256,11 +256,6 @@ auto CopyOf(IParamBlock2& block) {
 
 TEST_F(Recover, TablesAreBroughtToAgree) {
   constexpr INode* kNoNode = nullptr;
-  struct Case {
-    std::function<void(IParamBlock2&)> damage;
-    int types, placements;
-    std::string line;
-  };
   const auto gone = [](Param id, int from = 0) {
     return [=](IParamBlock2& b) { b.Delete(id, from, b.Count(id) - from); };
   };
@@ -272,7 +267,7 @@ TEST_F(Recover, TablesAreBroughtToAgree) {
     const float four[] = {1, 2, 3, 4};
     for (const Param id : kShiftTables) b.Append(id, id == HueRand ? 4 : 2, four);
   };
-  const Case cases[] = {
+  const std::tuple<std::function<void(IParamBlock2&)>, int, int, std::string> cases[] = {
       {[](IParamBlock2&) {}, 2, 3, ""},
       {gone(Ins_Normal, 1), 2, 3, "Ins_Normal has 1 entries, expected 3: 2 are new"},
       {gone(Ins_Pos, 1), 2, 1, "Ins_Normal has 3 entries, expected 1: 2 went"},
@@ -296,18 +291,17 @@ TEST_F(Recover, TablesAreBroughtToAgree) {
       {set(Brush_Size, nan, 0), 2, 3, "Brush_Size was nan, allowed is 0 to 10000000: it is 20 now"},
       {set(Display_Type, 3, 0), 2, 3, "Display_Type was 3, allowed is 0 to 2: it is 0 now"},
       {set(Display_Mode, 9, 0), 2, 3, "Display_Mode was 9, allowed is 0 to 6: it is 1 now"}};
-  for (const Case& c : cases) {
+  for (const auto& [damage, types, placements, line] : cases) {
     const auto copy = CopyOf(Block());
-    c.damage(*copy);
-    EXPECT_EQ(FirstBreach(*copy).empty(), c.line.empty()) << c.line;
+    damage(*copy);
+    EXPECT_EQ(FirstBreach(*copy).empty(), line.empty()) << line;
     // Settings are mended apart, and are no reason to call the tables damaged.
     std::vector<std::string> lines = RepairTables(*copy);
-    EXPECT_EQ(FirstBreachAsStored(*copy), "") << c.line;
-    for (const std::string& line : RepairSettings(*copy)) lines.push_back(line);
-    EXPECT_EQ(FirstBreach(*copy), "") << c.line;
-    EXPECT_TRUE(copy->Count(Geo_Kind) == c.types && copy->Count(Ins_Pos) == c.placements) << c.line;
-    ASSERT_EQ(lines.empty(), c.line.empty()) << c.line;
-    EXPECT_EQ(lines.empty() ? "" : lines[0].substr(0, c.line.size()), c.line);
+    EXPECT_EQ(FirstBreachAsStored(*copy), "") << line;
+    for (const std::string& mended : RepairSettings(*copy)) lines.push_back(mended);
+    EXPECT_EQ(FirstBreach(*copy), "") << line;
+    EXPECT_TRUE(copy->Count(Geo_Kind) == types && copy->Count(Ins_Pos) == placements) << line;
+    EXPECT_EQ(lines.empty() ? "" : lines[0].substr(0, std::max<size_t>(line.size(), 1)), line);
   }
   // The second type's rows follow it where the first one goes.
   const auto copy = CopyOf(Block());

@@ -291,31 +291,26 @@ struct TableOrder : testing::Test, SowfieldScene {
   Recorder heard{Block()};
 };
 
-TEST_F(TableOrder, OfANewType) {
-  const std::string data =
-      " Geo_Kind Geo_VertCount Geo_FaceCount Geo_PointCount Geo_Points Geo_BoxMax Geo_BoxMin";
+TEST_F(TableOrder, OfANewTypeAndOfATypesNewSource) {
+  const std::string counts = " Geo_Kind Geo_VertCount Geo_FaceCount";
+  const std::string added = counts + " Geo_PointCount Geo_Points" + kBoxes;
+  const std::string replaced = counts + " Geo_Points Geo_PointCount" + kBoxes;
   const std::string rows =
       kShares +
       " Tr_Random Tr_ZPos_Min Tr_ZPos_Max Tr_Normal_Min Tr_Normal_Max Tr_XRot_Min Tr_XRot_Max"
       " Tr_YRot_Min Tr_YRot_Max Tr_ZRot_Min Tr_ZRot_Max Tr_Unify Tr_XScale_Min Tr_XScale_Max"
       " Tr_YScale_Min Tr_YScale_Max Tr_ZScale_Min Tr_ZScale_Max Tr_AnimOn Tr_AnimMin Tr_AnimMax" +
       kRandom + " Geo_Names Paint_ListExtra";
-  ASSERT_TRUE(AddAsType(AddBox(L"a", 1, 1, 1)));
-  EXPECT_EQ(heard.Take(), data + " Brush_LineSize Brush_Size Brush_Collision Geo_Nodes" + rows);
-  ASSERT_TRUE(AddAsType(AddSource(*this, 3, L"b", 1, 1, 1)));
-  EXPECT_EQ(heard.Take(), data + " Geo_Nodes Proxy_Nodes" + rows);
-}
-
-TEST_F(TableOrder, OfATypesNewSource) {
-  const std::string data =
-      " Geo_Kind Geo_VertCount Geo_FaceCount Geo_Points Geo_PointCount" + kBoxes;
-  ASSERT_TRUE(AddAsType(AddBox(L"a", 1, 1, 1)));
+  INode *box = AddBox(L"a", 1, 1, 1), *proxy = AddSource(*this, 3, L"b", 1, 1, 1);
+  ASSERT_TRUE(AddAsType(box));
+  EXPECT_EQ(heard.Take(), added + " Brush_LineSize Brush_Size Brush_Collision Geo_Nodes" + rows);
+  ASSERT_TRUE(AddAsType(proxy));
+  EXPECT_EQ(heard.Take(), added + " Geo_Nodes Proxy_Nodes" + rows);
   for (int i = 0; i < 2; ++i) AddFileType(*this, L"file", new StdMtl);
-  INode *box = AddBox(L"b", 1, 1, 1), *proxy = AddSource(*this, 3, L"c", 1, 1, 1);
-  EXPECT_EQ(Change(1, box), data + " Geo_Nodes Geo_Names");
-  EXPECT_EQ(Change(1, proxy), data + " Geo_Nodes Proxy_Nodes Geo_Names");
-  EXPECT_EQ(Change(2, box),
-            data + " Proxy_MtlIndex Proxy_Mtls Proxy_MtlIndex Proxy_Files Geo_Nodes Geo_Names");
+  EXPECT_EQ(Change(1, AddBox(L"c", 1, 1, 1)), replaced + " Geo_Nodes Geo_Names");
+  EXPECT_EQ(Change(1, proxy), replaced + " Geo_Nodes Proxy_Nodes Geo_Names");
+  EXPECT_EQ(Change(3, box),
+            replaced + " Proxy_MtlIndex Proxy_Mtls Proxy_MtlIndex Proxy_Files Geo_Nodes Geo_Names");
 }
 
 TEST_F(TableOrder, OfATypeThatGoes) {

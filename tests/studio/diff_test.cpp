@@ -169,14 +169,13 @@ TEST_F(Diff, TheSceneAroundTheObjectsIsTold) {
 {"do": "save", "file": "b.glb"})");
   const json told = Told("@a.glb @b.glb");
   EXPECT_EQ(told["scene"].dump(), R"([{"a":"feet","b":"metres","what":"unit"}])");
-  EXPECT_EQ(told["nodes_only_a"], json({"went"}));
-  EXPECT_EQ(told["nodes_only_b"], json({"came"}));
+  EXPECT_TRUE(told["nodes_only_a"] == json({"went"}) && told["nodes_only_b"] == json({"came"}));
   ASSERT_EQ(told["nodes"].size(), 2u);
-  EXPECT_EQ(told["nodes"][0]["name"], "thing");
-  ASSERT_EQ(told["nodes"][0]["changes"].size(), 2u);
-  EXPECT_EQ(told["nodes"][0]["changes"][0].dump(), R"({"a":"Box","b":"Plane","what":"object"})");
-  EXPECT_EQ(told["nodes"][0]["changes"][1]["what"], "wire colour");
-  EXPECT_EQ(told["nodes"][1]["name"], "round");
+  const json &thing = told["nodes"][0], &changes = thing["changes"];
+  EXPECT_TRUE(thing["name"] == "thing" && told["nodes"][1]["name"] == "round") << told;
+  ASSERT_EQ(changes.size(), 2u);
+  EXPECT_EQ(changes[0].dump(), R"({"a":"Box","b":"Plane","what":"object"})");
+  EXPECT_EQ(changes[1]["what"], "wire colour");
   ASSERT_EQ(told["things"].size(), 1u);
   EXPECT_EQ(told["things"][0]["changes"].dump(), R"([{"a":[1,2,3],"b":[1,2,4],"what":"size"}])");
   // A name that is a Sowfield object's on one side alone.

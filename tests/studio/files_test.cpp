@@ -323,10 +323,8 @@ TEST_F(Files, PathsNeedNotBeText) {
         "import @caf\xe9/m.obj @caf\xe9/i\xff.glb", "stats @caf\xe9/r.glb"}) {
     const Result r = Command(line);
     EXPECT_EQ(r.status, 0) << line;
-    if (line[1] != 'm') {
-      EXPECT_EQ(r.err, "");
-      continue;
-    }
+    EXPECT_EQ(r.err.empty(), line[1] != 'm') << r.err;
+    if (line[1] != 'm') continue;
     EXPECT_TRUE(
         r.err.starts_with("warning: pictures of \"" + Path("caf\\xe9/m.obj").string() +
                           "\" are lost: a scene can't keep their paths, which aren't UTF-8\n"))

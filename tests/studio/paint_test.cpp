@@ -69,26 +69,6 @@ TEST_F(Painting, TheMultiToolStaysInItsBrushAndApartAndTurnsAboutZ) {
   EXPECT_GT(spins.size(), 50u);
 }
 
-TEST_F(Painting, TheEraserTakesThoseInItsRadiusAndUndoBringsThemBack) {
-  const Result result =
-      Done(kField + R"(, {"do": "set", "values": {"Brush_Size": 2.83, "Brush_Collision": 0.5}})" +
-           Stroke("line", "[[-8, 0, 0], [8, 0, 0]]", R"(, "spacing": 1)") +
-           R"(, {"do": "placements"})" + Stroke("erase", "[[1, 0, 0]]") + R"(,
-{"do": "placements"}, {"do": "undo"}, {"do": "placements"}, {"do": "redo"}, {"do": "placements"},
-{"do": "leave"}, {"do": "check"})");
-  const json before = PlacementsOf(result, 7);
-  json left;
-  for (const json& p : before) {
-    const double way = std::hypot(double(p["position"][0]) - 1, double(p["position"][1]));
-    ASSERT_GT(std::fabs(way - 2.83), 1e-4);
-    if (way > 2.83) left.push_back(p);
-  }
-  EXPECT_LT(left.size(), before.size());
-  EXPECT_EQ(PlacementsOf(result, 9), left);
-  EXPECT_EQ(PlacementsOf(result, 11), before);
-  EXPECT_EQ(PlacementsOf(result, 13), left);
-}
-
 TEST_F(Painting, PaintModeGoesOnUntilAnotherKindOfStep) {
   const std::string stroke = Stroke("line", "[[0, 0, 0]]");
   const Result result = RunSteps(

@@ -6,6 +6,8 @@ namespace {
 using nlohmann::json;
 using namespace std::string_literals;
 using SceneSteps = JobTest;
+using Keys = JobTest;
+using SplineStep = JobTest;
 
 TEST_F(SceneSteps, AnObjIsOpenedTurnedAndMoved) {
   // A triangle in the file's XY plane; the file's Y is the scene's Z.
@@ -61,6 +63,8 @@ TEST_F(SceneSteps, NamesMustBeNewAndFound) {
        {R"({"do": "open", "file": "two.obj"}, {"do": "open", "file": "two.obj"},
 {"do": "delete", "nodes": "leaf"})",
         "job.json:4:27: step 4 (delete): 2 nodes are named \"leaf\"\n"},
+       {R"({"do": "create", "name": "sow"}, {"do": "add", "nodes": ["stone", "sow"]})",
+        "job.json:3:67: step 3 (add): \"sow\" can't become an object type: "},
        {R"({"do": "stats"})",
         "step 2 (stats): no Sowfield object is edited: create one, or select one by name\n"},
        {R"({"do": "create"}, {"do": "undo"}, {"do": "stats"})",
@@ -85,19 +89,6 @@ TEST_F(SceneSteps, FilesThatCantBeUsedStopTheJob) {
   }
   ExpectFault(R"({"do": "create"}, {"do": "params", "file": "folder-is-a-file/p.json"})",
               "step 2 (params): the folder ");
-}
-
-TEST_F(SceneSteps, SourcesThatCantBeAreRefused) {
-  const std::string nodes = R"({"do": "primitive", "kind": "box", "name": "good"},
-{"do": "primitive", "kind": "box", "name": "flat", "scale": [1, 0, 1]},
-{"do": "primitive", "kind": "box", "name": "mirrored", "scale": [-1, 1, 1]},
-{"do": "camera", "name": "eye", "eye": [0, 0, 5], "target": [1, 0, 0]},
-{"do": "create", "name": "sow"},
-{"do": "add", "nodes": ["good", ")";
-  for (const std::string bad : {"flat", "eye", "sow"})
-    ExpectFault(nodes + bad + "\"]}",
-                "job.json:7:33: step 6 (add): \"" + bad + "\" can't become an object type: ");
-  Done(nodes + R"(mirrored"]}, {"do": "check", "types": 2})");
 }
 
 TEST_F(SceneSteps, CreateIsOneUndoStepAndSizesItsLogo) {
@@ -129,6 +120,74 @@ TEST_F(SceneSteps, TheEditedObjectIsTheOneSelected) {
   EXPECT_EQ(result.Step(10)["value"], 10);
   EXPECT_EQ(result.Step(13)["value"], 77);
   EXPECT_EQ(result.Step(15)["objects"], 2);
+}
+
+TEST_F(Keys, AParameterFollowsItsKeysAndUndoTakesThemBack) {
+  const Result result = Done(kField + R"(, {"do": "set", "param": "Hue Shift", "value": 5},
+{"do": "key", "param": "Hue Shift", "frame": 0, "value": 10},
+{"do": "key", "param": "Hue Shift", "frame": 20, "value": 30}, {"do": "time", "frame": 5},
+{"do": "get", "param": "Hue Shift"}, {"do": "undo", "count": 2}, {"do": "get", "param": "Hue Shift"})");
+  EXPECT_EQ(result.Step(9).at("value"), 15);
+  EXPECT_EQ(result.Step(11).at("value"), 5);
+}
+
+TEST_F(Keys, ANodeIsPaintedWhereItsKeysTakeIt) {
+  // The field rises by 4 in 8 frames: the stroke at frame 2 lies at 1.
+  const Result result = Done(kField + R"(,
+{"do": "key", "node": "field", "frame": 0, "position": [0, 0, 0]},
+{"do": "key", "node": "field", "frame": 8, "position": [0, 0, 4], "rotation": [0, 0, 90]},
+{"do": "time", "frame": 2},
+{"do": "stroke", "tool": "line", "points": [[1, 1], [2, 1]], "on": "field", "events": 2, )" +
+                             kView + R"(},
+{"do": "placements"})");
+  const auto& placements = result.Step(9).at("placements").at("placements");
+  ASSERT_FALSE(placements.empty());
+  for (const auto& p : placements) EXPECT_NEAR(double(p.at("position").at(2)), 1, 1e-5);
+}
+
+TEST_F(Keys, WhatCannotBeKeyedIsSaidBeforeTheJobBegins) {
+  ExpectFaults(R"({"do": "key", "frame": 0, )",
+               {{R"("param": "Brush_Size", "value": 1})", "\"Brush_Size\" can't be animated"},
+                {R"("param": "Hue Shift", "value": 181})", "the range is 0 to 180"},
+                {R"("param": "Hue Shift"})", "\"value\" is missing"},
+                {R"("param": "Hue Shift", "value": 1, "scale": [1, 1, 1]})", "for a node only"},
+                {R"("node": "field"})", "\"position\", \"rotation\" or \"scale\""},
+                {R"("node": "field", "scale": [1, 0, 1]})", "\"scale\""},
+                {R"("position": [0, 0, 0]})", "give one"}});
+}
+
+const std::string kFence =
+    R"({"do": "spline", "name": "fence", "points": [[0, 0, 0], [4, 0, 0], [4, 4, 1]],
+"scale": [2, 1, 1], "rotate": [0, 0, 90], "at": [10, 0, 0], "closed": true},
+)";
+
+TEST_F(SplineStep, MakesAShapeThatIsSeenComparedAndMerged) {
+  std::string moved = kFence;
+  moved.replace(moved.find("[4, 4, 1]"), 9, "[4, 4, 2]");
+  Done(moved + R"({"do": "save", "file": "b.glb"})");
+  // The first side leads from [10, 0] to [10, 8]; the view's middle lies on it, at 5 pixels a unit.
+  const std::string pick =
+      R"({"do": "pick", "view": {"orthographic": "top", "center": [10, 4, 0], "span": 24},
+"size": [120, 120], "at": )";
+  const Result r = Done(kFence + pick + "[60, 60]}, " + pick + R"([60, 95]},
+{"do": "save", "file": "a.glb"}, {"do": "merge", "file": "b.glb"}, {"do": "save", "file": "c.glb"})");
+  EXPECT_EQ(r.Step(2)["nodes"].dump(), R"(["fence"])");
+  EXPECT_EQ(r.Step(3)["nodes"].dump(), "[]");
+  EXPECT_TRUE(Says(Command("info @c.glb").out, "2 nodes: 2 Spline\n"));
+  EXPECT_EQ(Command("diff @a.glb @b.glb").out,
+            "Spline of node \"fence\"\n"
+            "  splines[0].knots: \"3 entries\" -> \"1 of them differ\"\n");
+}
+
+TEST_F(SplineStep, WhatCannotBeIsNamed) {
+  ExpectFaults(
+      R"({"do": "spline", "points": )",
+      {{"[]}", "\"points\" takes a list of [x, y, z], this is an empty list"},
+       {"[[1, 2, 3]]}", "\"points\" needs two points, this list has 1"},
+       {"[[1, 2, 3], [1, 2]]}", "\"points\" takes points as [x, y, z], this list has 2"},
+       {"[[1, 2, 3], [1, 2, 1e7]]}", "\"points\" can't be 10000000: the range is"},
+       {R"([[1, 2, 3], [4, 5, 6]], "name": "a"}, {"do": "create"}, {"do": "add", "nodes": "a"})",
+        "\"a\" can't become an object type: it isn't a geometry object"}});
 }
 
 }  // namespace

@@ -56,8 +56,7 @@ TEST(Value, FaultsTellTheirPlace) {
 }
 
 TEST(JsonOut, NumbersReadBackAndTextsAreEscaped) {
-  EXPECT_EQ(Grouped(0) + ' ' + Grouped(999) + ' ' + Grouped(1000), "0 999 1,000");
-  EXPECT_EQ(Grouped(-1234567), "-1,234,567");
+  EXPECT_EQ(Grouped(999) + ' ' + Grouped(1000) + ' ' + Grouped(-1234567), "999 1,000 -1,234,567");
   JsonOut json;
   json.BeginObject().Key("f").Float(0.1f).Key("d").Double(1e300).Key("n").Float(-0.0f);
   json.Key("x").Float(std::numeric_limits<float>::infinity()).Key("t").Text("a\"\\\n\x01é");
@@ -65,8 +64,7 @@ TEST(JsonOut, NumbersReadBackAndTextsAreEscaped) {
   json.Key("l").BeginList().Int(1).Flag(true).Null().End().Key("e").BeginList().End().End();
   EXPECT_EQ(json.Str(),
             "{\"f\":0.1,\"d\":1e+300,\"n\":-0,\"x\":\"inf\",\"t\":\"a\\\"\\\\\\u000a\\u0001é\","
-            "\"bytes\":\"\uFFFDté\","
-            "\"l\":[1,true,null],\"e\":[]}");
+            "\"bytes\":\"\uFFFDté\",\"l\":[1,true,null],\"e\":[]}");
 }
 
 }  // namespace

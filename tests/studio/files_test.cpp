@@ -91,8 +91,7 @@ selected: "stone"
   Done(R"({"do": "save", "file": "empty.glb"})");
   const std::string told = Command("info @empty.glb").out;
   EXPECT_TRUE(Says(told, "\nno nodes\n") && !Says(told, "selected")) << told;
-  EXPECT_EQ(Command("view @empty.glb @v.png").err,
-            "view: the scene is empty: there is nothing to look at\n");
+  ExpectRefusal(1, "view @empty.glb @v.png", "view: the scene is empty: there is nothing to look");
 }
 
 // Placements of 2 x 3 x 4, turned a quarter about Z and lifted a quarter unit, on a field that

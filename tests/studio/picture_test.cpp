@@ -20,10 +20,9 @@ TEST_F(Pictures, EachDisplayModeLooksAnotherWay) {
     steps += R"(, {"do": "view", )" + kView + R"(, "file": ")" + mode + R"(.png", "mode": ")" +
              mode + "\"}";
   Done(steps);
-  std::set<std::string> files;
+  std::set<std::string> files = {""};  // what a missing one reads as
   for (const std::string& mode : modes)
     EXPECT_TRUE(files.insert(Read(mode + ".png")).second) << mode;
-  EXPECT_EQ(files.count(""), 0u) << "a picture is missing";
 }
 
 TEST_F(Pictures, AModeThatIsAskedForIsDrawnUnlessItIsBeyondReachAndThenItIsSaid) {

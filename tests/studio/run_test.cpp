@@ -16,10 +16,9 @@ TEST_F(Program, AStepThatFailsEndsTheJobAndTellsWhatWasDone) {
   {"do": "delete", "nodes": "b"}, {"do": "params", "file": "p.json"})",
                                  {});
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(result.err.find("job.json:3:29: step 2 (delete): no node is named \"b\""), 0u)
-      << result.err;
-  EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 1) << result.out;
-  EXPECT_EQ(result.out.find("  1 primitive  a, "), 0u) << result.out;
+  EXPECT_TRUE(result.err.starts_with("job.json:3:29: step 2 (delete): no node")) << result.err;
+  EXPECT_TRUE(result.out.starts_with("  1 primitive  a, ")) << result.out;
+  EXPECT_EQ(result.out.find('\n') + 1, result.out.size()) << result.out;
   EXPECT_FALSE(std::filesystem::exists(Path("p.json")));
 }
 

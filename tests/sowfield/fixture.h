@@ -143,12 +143,6 @@ struct SowfieldScene {
     RemapDir remap;
     return static_cast<Sowfield*>(object->Clone(remap));
   }
-  /// Opens a scene in place of this one; the fixture's object is that of the node of this name.
-  void Reopen(const std::vector<std::byte>& bytes, const WStr& name) {
-    std::string why;
-    ASSERT_TRUE(host::OpenSceneBytes(host.Services(), bytes, "it", {}, why)) << why;
-    node = Named(name), object = static_cast<Sowfield*>(node->GetObjectRef());
-  }
   std::vector<std::byte> SaveBytes() {
     std::vector<std::byte> bytes;
     std::string why;

@@ -22,9 +22,7 @@ void ExpectOut(PaintScene& s, size_t nodes) {
 TEST(PaintMode, EveryWayOutMakesOneStepOfACutOffStroke) {
   const std::vector<std::function<void(PaintScene&)>> ways = {
       [](PaintScene& s) { s.Painter().EndPaint(); },
-      [](PaintScene& s) {
-        s.host.Views().RightClick(IPoint2{50, 50});
-      },
+      [](PaintScene& s) { s.host.Views().RightClick(IPoint2(50, 50)); },
       [](PaintScene& s) { s.Canvas().CancelStroke(); },
       [](PaintScene& s) { s.Canvas().SystemEndPaintSession(); },
       [](PaintScene&) { PressToolButton(kNoTool); }, [](PaintScene& s) { s.CloseEdit(); },

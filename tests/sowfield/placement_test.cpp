@@ -359,21 +359,13 @@ TEST(DisplayMesh, IsTheSameOnAnyNumberOfThreads) {
 
 /// A source whose counts tell the time: at tick t, for t above 0, it is a fan of t / 160 % 4 + 1
 /// triangles with its tip at (0, 0, t).
-class Fan : public GeomObject {
- public:
+struct Fan : BoxObject {
   Class_ID ClassID() const override { return {0x51, 0x52}; }
   ObjectState Eval(TimeValue t) override {
-    shown_->mesh = At(t);
-    return ObjectState(shown_.get(), {t, t});
+    shown->mesh = At(t);
+    return ObjectState(shown.get(), {t, t});
   }
   bool CanConvertToType(Class_ID id) override { return id == triObjectClassID; }
-  void GetLocalBoundBox(TimeValue t, INode*, ViewExp*, Box3& box) override {
-    box = At(t).getBoundingBox();
-  }
-  Mesh* GetRenderMesh(TimeValue t, INode*, ViewExp*, bool& needDelete) override {
-    needDelete = true;
-    return new Mesh(At(t));
-  }
   static Mesh At(TimeValue t) {
     const auto n = std::uint32_t(std::abs(t) / 160 % 4 + 1);
     Mesh mesh;
@@ -384,70 +376,54 @@ class Fan : public GeomObject {
     }
     return mesh;
   }
-
- private:
-  std::unique_ptr<TriObject, DeleteUnreferenced> shown_{new TriObject};
+  std::unique_ptr<TriObject, DeleteUnreferenced> shown{new TriObject};
 };
 
-class AnimatedSource : public testing::Test {
- protected:
-  void Add(Object* shown) {
-    source_ = s_.AddNode(L"moving", shown, {3, 4, 5});
-    s_.node->SetNodeTM(0, Matrix3());
-    ASSERT_TRUE(s_.AddAsType(source_));
-    EnsureAnimTable(s_.D());
-    s_.Set(Show_Logo, 0);
-    s_.Set(Tr_AnimOn, 1), s_.Set(Tr_AnimMin, -3), s_.Set(Tr_AnimMax, 40);
-    std::vector<Placement> rows;
+struct FanScene : SowfieldScene {
+  FanScene() {
+    node->SetNodeTM(0, Matrix3());
+    EXPECT_TRUE(AddAsType(source));
+    EnsureAnimTable(D());
+    Set(Show_Logo, 0), Set(Tr_AnimOn, 1), Set(Tr_AnimMin, -3), Set(Tr_AnimMax, 40);
     for (int i = 0; i < 25; ++i)
-      rows.push_back({{float(10 * i), 0, 0}, {0.1f * float(i), 0, 0.2f}, 0, i, 7 * i});
-    s_.AppendPlacements(rows);
-    s_.Set(Display_Mode, int(kShowOriginal));
+      AppendPlacements({{{float(10 * i), 0, 0}, {0.1f * float(i), 0, 0.2f}, 0, i, 7 * i}});
+    Set(Display_Mode, int(kShowOriginal));
   }
-  /// Holds the display mesh at t against the plain one; returns it.
-  PlainMesh Compare(TimeValue t) {
-    s_.host.Services().SetTime(t);
-    s_.D().RefreshObject();
-    s_.object->UpdateMesh(t);
-    const Mesh& mesh = s_.object->mesh;
-    PlainMesh plain(s_, kShowOriginal, -1, t);
-    const auto& [f, g] = std::tie(mesh.faces, plain.faces);
-    EXPECT_TRUE(std::equal(f.begin(), f.end(), g.begin(), g.end()));
-    EXPECT_EQ(mesh.verts.size(), plain.verts.size());
-    for (size_t i = 0; i < std::min(mesh.verts.size(), plain.verts.size()); ++i)
-      EXPECT_LT(Apart(mesh.verts[i], plain.verts[i]), 2e-3) << i;
-    return plain;
+  /// Holds the display mesh at t against the plain one.
+  void Compare(TimeValue t) {
+    host.Services().SetTime(t), D().RefreshObject();
+    const Mesh& mesh = Seen();
+    const auto& [v, f] = PlainMesh(*this, kShowOriginal, -1, t);
+    EXPECT_TRUE(std::equal(f.begin(), f.end(), mesh.faces.begin(), mesh.faces.end()));
+    ASSERT_EQ(mesh.verts.size(), v.size());
+    for (size_t i = 0; i < v.size(); ++i) EXPECT_LT(Apart(mesh.verts[i], v[i]), 2e-3) << i;
   }
-
-  SowfieldScene s_;
-  INode* source_ = nullptr;
+  INode* source = AddNode(L"moving", new Fan, {3, 4, 5});
 };
 
-TEST_F(AnimatedSource, PlacementsShowItAtTimesOfTheirOwnWhateverItsCounts) {
-  Add(new Fan);
-  const size_t first = Compare(0).verts.size();
-  EXPECT_EQ(s_.object->mesh.FirstFault(), "");
-  Compare(800);
+TEST(AnimatedSource, IsShownByPlacementsAtTimesOfTheirOwnWhateverItsCounts) {
+  FanScene s;
+  s.Compare(0);
+  EXPECT_EQ(s.object->mesh.FirstFault(), "");
+  EXPECT_NE(s.object->mesh.verts.size(), 25u * 3);
+  s.Compare(800);
   // Without the offset all show the same time: frame 5, two triangles and four vertices each.
-  s_.Set(Tr_AnimOn, 0);
-  EXPECT_EQ(Compare(800).verts.size(), 25u * 4);
-  EXPECT_NE(first, 25u * 3);
+  s.Set(Tr_AnimOn, 0), s.Compare(800);
+  EXPECT_EQ(s.object->mesh.verts.size(), 25u * 4);
 }
 
-TEST_F(AnimatedSource, AKeyedNodeShowsItsMatrixOfTheBuild) {
-  Add(new Fan);
+TEST(AnimatedSource, ShowsTheMatrixOfTheBuildWhereItsNodeIsKeyed) {
+  FanScene s;
   const double h = std::sqrt(0.5);
-  TransformControl* control = source_->GetTMController();
+  TransformControl* control = s.source->GetTMController();
   control->SetKeys(0, {{1, 1, 1}, {0, 0, 0, 1}, {}}, TransformControl::kRotation);
   control->SetKeys(4800, {{1, 1, 1}, {h, 0, 0, h}, {}}, TransformControl::kRotation);
-  s_.Set(Tr_AnimOn, 0);
-  Compare(0);
-  const Point3 before = s_.object->mesh.verts[1];
-  const Point3 turned = Compare(4800).verts[1];
-  EXPECT_GT(Apart(before, turned), 0.4);
+  s.Set(Tr_AnimOn, 0), s.Compare(0);
+  const Point3 before = s.object->mesh.verts[1];
+  s.Compare(4800);
+  EXPECT_GT(Apart(before, s.object->mesh.verts[1]), 0.4);
   // The offset moves the mesh in time, not the matrix.
-  s_.Set(Tr_AnimOn, 1);
-  Compare(2400);
+  s.Set(Tr_AnimOn, 1), s.Compare(2400);
 }
 
 }  // namespace

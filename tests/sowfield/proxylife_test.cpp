@@ -174,7 +174,8 @@ TEST_F(ProxyLife, TypesKeepMoreSamplesThanAreChosenThroughAScene) {
   CloseEdit();
   EXPECT_EQ(RepairTables(Block()), std::vector<std::string>());
   const Snapshot before = TakeSnapshot(Block());
-  Reopen(SaveBytes(), L"one");
+  ASSERT_TRUE(host::OpenSceneBytes(host.Services(), SaveBytes(), "it", {}, error_)) << error_;
+  node = Named(L"one"), object = static_cast<Sowfield*>(node->GetObjectRef());
   EXPECT_EQ(Differences(before, TakeSnapshot(Block())), "Geo_Nodes") << "other ones";
   for (const TypeRecord& r : Records(*this))
     EXPECT_TRUE(r.samples.size() == 4000 && r.samples[0].x == 3999 && r.samples[3999].x == 0);

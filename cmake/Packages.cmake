@@ -6,7 +6,7 @@ find_package(Threads REQUIRED)
 find_package(embree 3 REQUIRED)
 find_package(TBB REQUIRED)
 find_package(PNG REQUIRED)
-find_package(ZLIB REQUIRED)  # comes with libpng
+find_package(ZLIB REQUIRED)
 find_package(fmt REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)

@@ -1,8 +1,6 @@
 // What edits cost the display mesh: vertices wait for a reader, and what hasn't changed stays. The
 // judge is the mesh made from nothing.
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstring>
 

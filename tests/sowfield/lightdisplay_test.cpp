@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "host/viewport/renderitems.h"
 #include "host/viewport/snap.h"
 #include "sowfield/display/lightmodes.h"

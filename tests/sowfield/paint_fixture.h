@@ -1,7 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <memory>
 
@@ -100,7 +98,6 @@ struct PaintScene : SowfieldScene {
     return {int(std::lround(x)), int(std::lround(y))};
   }
   void MoveTo(float x, float y) { host.Views().Move(Pixel({x, y, 0})); }
-  void Set(Param id, auto value) { Block().SetValue(id, 0, value); }
   /// Brush and display so that nothing but the test's own settings decides.
   void Brush(float size, float collision) {
     Set(Brush_Size, size), Set(Brush_Collision, collision);

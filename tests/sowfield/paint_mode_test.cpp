@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "host/viewport/picture.h"
 #include "sowfield/model/palette.h"
 #include "sowfield/model/placement.h"

@@ -1,7 +1,5 @@
 #include "sowfield/paint/targets.h"
 
-#include <gtest/gtest.h>
-
 #include "host/math/quat.h"
 #include "host/scene/modifier.h"
 #include "tests/sowfield/paint_fixture.h"

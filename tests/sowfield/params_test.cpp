@@ -1,7 +1,5 @@
 #include "sowfield/model/params.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <cmath>
 #include <set>

@@ -1,7 +1,5 @@
 #include "sowfield/model/placement.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstring>
 #include <limits>

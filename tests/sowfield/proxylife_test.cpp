@@ -1,7 +1,5 @@
 #include "sowfield/objects/proxylife.h"
 
-#include <gtest/gtest.h>
-
 #include <numeric>
 
 #include "host/core/assets.h"

@@ -1,7 +1,5 @@
 // No value that a scene may hold crashes what is done with it.
 
-#include <gtest/gtest.h>
-
 #include "host/viewport/viewexp.h"
 #include "tests/sowfield/paint_fixture.h"
 

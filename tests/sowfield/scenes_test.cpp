@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <filesystem>
 #include <nlohmann/json.hpp>

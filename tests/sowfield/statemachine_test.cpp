@@ -4,7 +4,6 @@
 //
 // SOWFIELD_STEPS sets the number of steps, 20,000 without it.
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdlib>

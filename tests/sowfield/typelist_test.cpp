@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <numeric>
 
 #include "host/scene/mtl.h"

@@ -8,8 +8,7 @@ namespace {
 
 void SetAll(PaintScene& s, const ParamEntry& e, double value) {
   for (int i = 0; i < s.Block().Count(e.id); ++i)
-    e.IsWhole() ? s.Block().SetValue(e.id, 0, int(value), i)
-                : s.Block().SetValue(e.id, 0, float(value), i);
+    e.IsWhole() ? s.Set(e.id, int(value), i) : s.Set(e.id, float(value), i);
 }
 
 void ShowAndPaint(PaintScene& s) {

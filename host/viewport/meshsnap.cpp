@@ -70,7 +70,7 @@ class Search {
   SnapInfo& best_;
   IPoint2 mouse_;
   Matrix3 tm_;
-  double rows_[4][3];
+  double rows_[4][3] = {};
 };
 
 }  // namespace

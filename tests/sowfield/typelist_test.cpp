@@ -299,14 +299,15 @@ TEST_F(TableOrder, OfANewTypeAndOfATypesNewSource) {
       " Tr_YRot_Min Tr_YRot_Max Tr_ZRot_Min Tr_ZRot_Max Tr_Unify Tr_XScale_Min Tr_XScale_Max"
       " Tr_YScale_Min Tr_YScale_Max Tr_ZScale_Min Tr_ZScale_Max Tr_AnimOn Tr_AnimMin Tr_AnimMax" +
       kRandom + " Geo_Names Paint_ListExtra";
-  INode *box = AddBox(L"a", 1, 1, 1), *proxy = AddSource(*this, 3, L"b", 1, 1, 1);
+  INode* box = AddBox(L"a", 1, 1, 1);
   ASSERT_TRUE(AddAsType(box));
   EXPECT_EQ(heard.Take(), added + " Brush_LineSize Brush_Size Brush_Collision Geo_Nodes" + rows);
-  ASSERT_TRUE(AddAsType(proxy));
+  ASSERT_TRUE(AddAsType(AddSource(*this, 3, L"b", 1, 1, 1)));
   EXPECT_EQ(heard.Take(), added + " Geo_Nodes Proxy_Nodes" + rows);
   for (int i = 0; i < 2; ++i) AddFileType(*this, L"file", new StdMtl);
   EXPECT_EQ(Change(1, AddBox(L"c", 1, 1, 1)), replaced + " Geo_Nodes Geo_Names");
-  EXPECT_EQ(Change(1, proxy), replaced + " Geo_Nodes Proxy_Nodes Geo_Names");
+  EXPECT_EQ(Change(1, AddSource(*this, 3, L"d", 1, 1, 1)),
+            replaced + " Geo_Nodes Proxy_Nodes Geo_Names");
   EXPECT_EQ(Change(3, box),
             replaced + " Proxy_MtlIndex Proxy_Mtls Proxy_MtlIndex Proxy_Files Geo_Nodes Geo_Names");
 }

@@ -5,6 +5,7 @@
 
 #include "host/core/parallel.h"
 #include "host/interface.h"
+#include "host/math/samebits.h"
 #include "sowfield/model/placementbatch.h"
 
 namespace sowfield {
@@ -23,8 +24,6 @@ constexpr size_t kMostSplices = 256;
 bool SameForm(const KernelForm& a, const KernelForm& b) {
   return std::memcmp(&a, &b, offsetof(KernelForm, n) + sizeof a.n) == 0;
 }
-
-bool SameMatrix(const Matrix3& a, const Matrix3& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 // Whether the entries that both lists have are the same.
 template <class List, class Same>
@@ -119,12 +118,9 @@ class BakedPlacements::Bake {
   }
   bool IsAsLaid(size_t i, const Laid& laid) const {
     const size_t p = places_[i];
-    const auto same = [](const Point3& a, const Point3& b) {
-      return std::memcmp(&a, &b, sizeof a) == 0;
-    };
-    return same(evaluator_.Positions()[p], laid.position) &&
-           same(evaluator_.Angles()[p], laid.angles) && evaluator_.Types()[p] == laid.type &&
-           evaluator_.Rows()[p] == laid.row;
+    return host::SameBits(evaluator_.Positions()[p], laid.position) &&
+           host::SameBits(evaluator_.Angles()[p], laid.angles) &&
+           evaluator_.Types()[p] == laid.type && evaluator_.Rows()[p] == laid.row;
   }
 
   /// Writes entries [first, last) from a place in the mesh on, and what they are made from.
@@ -169,7 +165,7 @@ bool BakedPlacements::CanKeep(const BakeTask& task, const Bake& bake) const {
   const size_t types = std::min(shapes_.size(), bake.Shapes().size());
   // Without placements there are no forms.
   return known_ && !bake.IsTimed() && task.base == task_.base && !forms.empty() &&
-         SameMatrix(task.worldToObject, task_.worldToObject) &&
+         host::SameBits(task.worldToObject, task_.worldToObject) &&
          SameStart(std::span(forms_), forms, SameForm) &&
          std::equal(shapes_.begin(), shapes_.begin() + std::ptrdiff_t(types), bake.Shapes().begin(),
                     sameShape);

@@ -1,13 +1,12 @@
 #include "studio/diff/objectdiff.h"
 
 #include <algorithm>
-#include <array>
-#include <bit>
 #include <cmath>
 #include <map>
 #include <nlohmann/json.hpp>
 
 #include "host/core/control.h"
+#include "host/math/samebits.h"
 #include "host/scenefile/scenevalues.h"
 #include "sowfield/model/placement.h"
 #include "studio/diff/align.h"
@@ -16,21 +15,12 @@
 namespace studio {
 namespace {
 
+using host::BitsOf;
+using host::SameBits;
 using sowfield::IndexForm;
 using sowfield::ParamEntry;
 using sowfield::PlacementEvaluator;
 using sowfield::TypeRef;
-
-template <class T>
-auto BitsOf(const T& value) {
-  static_assert(sizeof(T) % 4 == 0);
-  return std::bit_cast<std::array<std::uint32_t, sizeof(T) / 4>>(value);
-}
-
-template <class T>
-bool SameBits(const T& a, const T& b) {
-  return BitsOf(a) == BitsOf(b);
-}
 
 std::string PointText(const Point3& p) {
   return "[" + FloatText(p.x) + "," + FloatText(p.y) + "," + FloatText(p.z) + "]";

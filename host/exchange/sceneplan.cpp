@@ -102,7 +102,7 @@ MtlKey KeyOf(const PlannedMtl& mtl) {
 
 class ScenePlanner {
  public:
-  explicit ScenePlanner(Interface& ip) : ip_(ip) {
+  explicit ScenePlanner(Interface& ip) {
     plan_.name = "Sowfield scene";
     const double unit = MetresPer(ip.MasterUnitType()) * double(ip.MasterUnitScale());
     if (std::isfinite(unit) && unit > 0) plan_.metres = unit;
@@ -447,7 +447,6 @@ class ScenePlanner {
     return at->second = int(plan_.images.size()) - 1;
   }
 
-  Interface& ip_;
   ExportPlan plan_;
   MeshPool meshes_{plan_.meshes};
   std::unordered_map<const INode*, Place> places_;
